@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Everything that is checked without running the code.
+#
+# usage: tools/lint.sh BUILD   BUILD: a configured and built folder (its generated headers are used)
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+build=${1:?usage: tools/lint.sh BUILD}
+
+step() { printf 'lint: %s\n' "$1"; }
+
+step "format"
+git ls-files -z '*.cpp' '*.h' | xargs -0r clang-format --dry-run --Werror
+
+step "shell scripts"
+shellcheck -x dev .ci/run tools/*.sh
+
+step "layers"
+tools/check_layers.sh "$build"
+
+step "lock annotations"
+tools/check_annotations.sh "$build"
+
+step "clang-tidy"
+mapfile -t files < <(git ls-files 'services/*.cpp' 'libs/*.cpp' 'host/*.cpp' 'sim/*.cpp' |
+                     grep -vE '/(tests|fuzz)/')
+printf '%s\n' "${files[@]}" |
+    xargs -P "$(nproc)" -n 4 clang-tidy --quiet --warnings-as-errors='*' -p "$build" 2>/dev/null
