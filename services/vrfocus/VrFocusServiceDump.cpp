@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Focus service: the answer to dumpsys.
+#include <json/value.h>
+#include <utils/Errors.h>
+#include <utils/String8.h>
+
+#include <cstdio>
+#include <string_view>
+
+#include "VrFocusService.h"
+#include "VrFocusServiceAccess.h"
+
+namespace NQS::OS {
+
+using android::String16;
+using android::String8;
+using android::Vector;
+
+namespace {
+
+void printDumpHelp(int fd) {
+    dprintf(fd, "Usage: \n");
+    dprintf(fd, "  dumpsys vrfocus [-a]\tPrints human readable state\n");
+    dprintf(fd, "  dumpsys vrfocus json\tPrints state in json format\n");
+}
+
+}  // namespace
+
+android::status_t VrFocusService::dump(int fd, const Vector<String16>& args) {
+    if (!checkCallingPermission(CallerPermission::Dump)) return android::PERMISSION_DENIED;
+    if (args.size() > 1) {
+        dprintf(fd, "Error: unexpected number of arguments.\n");
+        printDumpHelp(fd);
+        return android::OK;
+    }
+    bool asJson = false;
+    if (args.size() == 1) {
+        const String8 utf8(args[0]);
+        const std::string_view argument(utf8.c_str(), utf8.size());
+        asJson = argument == "json";
+        if (!asJson && argument != "-a") {
+            dprintf(fd, "Error: unexpected argument: %s\n", utf8.c_str());
+            printDumpHelp(fd);
+            return android::OK;
+        }
+    }
+    // Writes that fail (a reader that has gone) are nobody's concern here.
+    std::lock_guard lock(mListeners.mutex);
+    if (asJson) {
+        dumpJsonLocked(fd);
+    } else {
+        dumpTextLocked(fd, args);
+    }
+    return android::OK;
+}
+
+void VrFocusService::dumpTextLocked(int fd, const Vector<String16>& args) {
+    dprintf(fd, "=== VrFocusService ===\n");
+    dprintf(fd, "\n=== Clients ===\n");
+    for (const auto& [type, listeners] : mListeners.focus) {
+        dprintf(fd, " Type: %d Num: %d PIDs:\n", static_cast<int>(type),
+                static_cast<int>(listeners.size()));
+        for (const auto& [pid, listener] : listeners)
+            dprintf(fd, "  %d\n", pid);
+    }
+    dprintf(fd, "\n=== Current State ===\n");
+    mPolicy->dump(fd, args);
+}
+
+void VrFocusService::dumpJsonLocked(int fd) {
+    Json::Value json(Json::objectValue);
+    for (const auto& [type, listeners] : mListeners.focus) {
+        Json::Value entry(Json::objectValue);
+        entry["type"] = static_cast<int>(type);
+        entry["size"] = static_cast<int>(listeners.size());
+        entry["listeners"] = Json::Value(Json::arrayValue);
+        for (const auto& [pid, listener] : listeners)
+            entry["listeners"].append(pid);
+        json["types"].append(entry);
+    }
+    json["focusPolicy"] = mPolicy->dumpJson();
+    dprintf(fd, "%s\n", json.toStyledString().c_str());
+}
+
+}  // namespace NQS::OS
