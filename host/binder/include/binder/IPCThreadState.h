@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One thread's conversation with the driver, and the identity of the caller it serves.
+//
+//      transact() ── queue BC_TRANSACTION ──▶ write and read ──▶ BR_REPLY: done
+//                                               ▲       │
+//                                               └───────┴─ BR_TRANSACTION: serve it, queue the
+//                                                          answer, which leaves with the next read
+//
+// Made at a thread's first use, gone with the thread. Only the thread itself uses it.
+#pragma once
+
+#include <binder/Parcel.h>
+#include <binder/ProcessState.h>
+#include <sys/types.h>
+#include <utils/Errors.h>
+
+#include <cstdint>
+#include <memory>
+
+namespace android {
+
+class BpBinder;
+
+class IPCThreadState {
+public:
+    static IPCThreadState* self();
+    static IPCThreadState* selfOrNull();
+    IPCThreadState(const IPCThreadState&) = delete;
+    IPCThreadState& operator=(const IPCThreadState&) = delete;
+
+    sp<ProcessState> process();
+
+    /**
+     * Who called: pid and effective uid of the sender of the call that this thread serves; the
+     * process itself outside of one. The pid is 0 in a one-way call.
+     */
+    pid_t getCallingPid() const { return mCallingPid; }
+    uid_t getCallingUid() const { return mCallingUid; }
+
+    /** From here on the process itself is the caller. The token restores who it was before. */
+    int64_t clearCallingIdentity();
+    /** Token: the uid in the upper, the pid in the lower 32 bits. */
+    void restoreCallingIdentity(int64_t token);
+
+    void setStrictModePolicy(int32_t policy) { mStrictModePolicy = policy; }
+    int32_t getStrictModePolicy() const { return mStrictModePolicy; }
+
+    static constexpr int32_t kUnsetWorkSource = -1;
+    /** On whose behalf the thread works; travels on in its calls. Returns a token to restore. */
+    int64_t setCallingWorkSourceUid(uid_t uid);
+    int64_t setCallingWorkSourceUidWithoutPropagation(uid_t uid);
+    uid_t getCallingWorkSourceUid() const { return uid_t(mWorkSource); }
+    int64_t clearCallingWorkSource();
+    void restoreCallingWorkSource(int64_t token);
+    void clearPropagateWorkSource() { mPropagateWorkSource = false; }
+    bool shouldPropagateWorkSource() const { return mPropagateWorkSource; }
+
+    /** Flags of the call that this thread serves. */
+    int32_t getLastTransactionBinderFlags() const { return mLastTransactionFlags; }
+
+    /** Serves calls until the process ends (or, when not main, is no longer needed). */
+    void joinThreadPool(bool isMain = true);
+    /** No more calls are taken; returns at once. immediate: ends the process. */
+    void stopProcess(bool immediate = true);
+
+    /** Hands all queued commands to the driver, without waiting for anything. */
+    void flushCommands();
+
+    /** The call behind BpBinder::transact(). */
+    status_t transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
+                      uint32_t flags);
+
+    /** The driver's counts of a handle, one each; commands of threads outside the pool go at once.
+     */
+    void incStrongHandle(int32_t handle);
+    void decStrongHandle(int32_t handle);
+
+    /** Cookie: comes back with the notice. These only queue, and never run incoming work. */
+    void requestDeathNotification(int32_t handle, uint64_t cookie);
+    void clearDeathNotification(int32_t handle, uint64_t cookie);
+
+    /** Whether this thread is one of the pool. */
+    bool isLooper() const;
+
+private:
+    struct Queues;
+    friend class ProcessState;
+
+    IPCThreadState();
+    ~IPCThreadState();
+    static void destroy(void* state);
+
+    // Commands out.
+    template <typename T>
+    void queue(uint32_t command, const T& argument);
+    void queue(uint32_t command);
+    void queueTransaction(uint32_t command, uint32_t flags, int32_t handle, uint32_t code,
+                          const Parcel& data);
+    void flushUnlessLooper();
+    status_t talkWithDriver(bool receive);
+    static void freeBuffer(const uint8_t* data, bool prompt);
+
+    // Commands in.
+    status_t waitForReply(Parcel* reply);
+    status_t waitForCompletion();
+    status_t nextCommand(uint32_t* command);
+    template <typename T>
+    T argument();
+    bool finishReplyInFlight();
+    void receiveReply(Parcel* reply, status_t* result);
+    status_t executeCommand(uint32_t command);
+    void acquireNode(uint32_t command);
+    void releaseNode(uint32_t command);
+    void deathNotice();
+    void runDeferredWork();
+    status_t serveOne();
+
+    // Executing a transaction.
+    void executeTransaction(uint32_t command);
+    void queueReply(std::unique_ptr<Parcel> reply, status_t result, uint32_t flags);
+
+    const std::unique_ptr<Queues> mQueues;
+    pid_t mCallingPid;
+    uid_t mCallingUid;
+    int32_t mStrictModePolicy = 0;
+    int32_t mWorkSource = kUnsetWorkSource;
+    bool mPropagateWorkSource = false;
+    int32_t mLastTransactionFlags = 0;
+};
+
+}  // namespace android
