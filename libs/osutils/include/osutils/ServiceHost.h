@@ -7,7 +7,7 @@
 //
 // Usage:
 //
-//      sp<IBinder> service = sp<FooService>::make();
+//      sp<IBinder> service = new FooService();
 //      NQS::OS::ServiceHost host({{"foo", service}});
 //      host.startThreadPool();
 //
