@@ -122,9 +122,14 @@ private:
     void onForegroundServicesChanged(int pid, int uid);
     void onFocusedWindowChanged(FocusClient client);
 
+    /** The tracked displays on which the process has a top activity. */
+    std::vector<int> findTrackedDisplays(android::app::IActivityManager& activityManager, int pid);
+    static bool isOnPrimaryDisplay(android::app::IActivityManager& activityManager,
+                                   const FocusClient& client);
     static void updateClient(ValueMutexBase<std::set<FocusClient>>& clients, FocusClient client,
                              bool present);
-    void setDisplayEventMask(int64_t eventMask);
+    /** Called with mTrackingDisplays locked, so that the mask always matches the set. */
+    void setDisplayEventMaskLocked(int64_t eventMask);
 
     ValueMutexBase<std::vector<FocusClient>> mForegroundActivities;
     ValueMutexBase<std::set<FocusClient>> mForegroundPanelApps;
