@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Access, by uid.
+#include "Access.h"
+
+#include <binder/IPCThreadState.h>
+
+namespace servicemanager {
+
+namespace {
+
+// The platform's ranges of user ids, repeated for each Android user.
+constexpr uid_t kUserOffset = 100000;
+constexpr uid_t kFirstApp = 10000;
+constexpr uid_t kFirstIsolated = 90000;
+
+uid_t appId(uid_t uid) {
+    return uid % kUserOffset;
+}
+
+}  // namespace
+
+Caller Access::caller() const {
+    const auto* state = android::IPCThreadState::self();
+    return {.debugPid = state->getCallingPid(), .uid = state->getCallingUid()};
+}
+
+bool Access::canAdd(const Caller& caller, const std::string& /*name*/) const {
+    return caller.uid == mOwnUid || appId(caller.uid) < kFirstApp;
+}
+
+bool Access::canFind(const Caller& caller, bool allowIsolated) const {
+    return allowIsolated || caller.uid == mOwnUid || appId(caller.uid) < kFirstIsolated;
+}
+
+}  // namespace servicemanager
