@@ -1,0 +1,198 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Property store under many hands: threads, processes, and writers that are killed.
+#include <errno.h>
+#include <gtest/gtest.h>
+#include <properties/PropertyStore.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "../StoreLayout.h"
+#include "../StoreMapping.h"
+#include "TempStore.h"
+
+namespace hostproperties {
+
+using android::base::unique_fd;
+using test::TempStore;
+
+namespace {
+
+/** A value of one repeated letter: torn ones show. */
+std::string uniform(int i) {
+    return std::string(PROP_VALUE_MAX - 1, static_cast<char>('a' + i % 26));
+}
+
+bool isUniform(const std::string& value) {
+    return value.size() == PROP_VALUE_MAX - 1 &&
+           std::all_of(value.begin(), value.end(), [&](char c) { return c == value[0]; });
+}
+
+/** A process that sets properties until it is killed. */
+class Writer {
+public:
+    explicit Writer(const StorePlace& place) {
+        mPid = fork();
+        if (mPid < 0) abort();
+        if (mPid > 0) return;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        PropertyStore store(place);
+        for (int i = 0;; ++i) {
+            if (!store.set("debug.foo", uniform(i)).ok()) _exit(1);
+        }
+    }
+    ~Writer() { stop(); }
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+
+    void stop() {
+        if (mPid == 0) return;
+        kill(mPid, SIGKILL);
+        int result = 0;
+        if (TEMP_FAILURE_RETRY(waitpid(mPid, &result, 0)) != mPid) abort();
+        EXPECT_TRUE(WIFSIGNALED(result)) << "the writer failed to set a property";
+        mPid = 0;
+    }
+
+private:
+    pid_t mPid;
+};
+
+std::unique_ptr<StoreMapping> mapForWriting(const TempStore& temp) {
+    Status status;
+    return StoreMapping::map(unique_fd(open(temp.path().c_str(), O_RDWR | O_CLOEXEC)),
+                             StoreMapping::Access::kWrite, &status);
+}
+
+}  // namespace
+
+TEST(Sharing, ReadersNeverSeeATornValue) {
+    const TempStore temp;
+    PropertyStore store(temp.place());
+    ASSERT_TRUE(store.set("debug.foo", uniform(0)).ok());
+    const auto writing = mapForWriting(temp);
+    ASSERT_NE(writing, nullptr);
+
+    std::atomic<bool> done = false;
+    std::atomic<int> torn = 0;
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 2; ++i) {
+        readers.emplace_back([&] {
+            while (!done) {
+                const auto value = store.get("debug.foo");
+                if (!value || !isUniform(*value)) ++torn;
+            }
+        });
+    }
+    for (int i = 0; i < 50000; ++i)
+        EXPECT_TRUE(writing->write("debug.foo", uniform(i)).ok());
+    done = true;
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_EQ(torn, 0);
+}
+
+TEST(Sharing, NamesOfSeveralThreadsAllArrive) {
+    const TempStore temp;
+    PropertyStore store(temp.place());
+    constexpr int kThreads = 4;
+    constexpr int kNames = 50;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kNames; ++i) {
+                const std::string name = "n" + std::to_string(t) + "." + std::to_string(i);
+                EXPECT_TRUE(store.set(name, name).ok());
+                EXPECT_EQ(store.get(name), name);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    int count = 0;
+    store.forEach([&](const std::string& name, const std::string& value) {
+        EXPECT_EQ(name, value);
+        ++count;
+    });
+    EXPECT_EQ(count, kThreads * kNames);
+}
+
+TEST(Sharing, StoreMadeByManyProcessesAtOnceIsOneStore) {
+    const TempStore temp;
+    constexpr int kProcesses = 8;
+    std::vector<pid_t> children;
+    for (int i = 0; i < kProcesses; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            _exit(PropertyStore(temp.place()).set("n" + std::to_string(i), "1").error);
+        }
+        children.push_back(child);
+    }
+    for (const pid_t child : children) {
+        int result = 0;
+        ASSERT_EQ(waitpid(child, &result, 0), child);
+        EXPECT_EQ(result, 0);
+    }
+    const PropertyStore store(temp.place());
+    for (int i = 0; i < kProcesses; ++i)
+        EXPECT_EQ(store.get("n" + std::to_string(i)), "1");
+}
+
+TEST(Sharing, KilledWriterHarmsNobody) {
+    const TempStore temp;
+    PropertyStore store(temp.place());
+    for (int round = 0; round < 50; ++round) {
+        ASSERT_TRUE(store.set("debug.foo", uniform(0)).ok());
+        Writer writer(temp.place());
+        // It is at work, somewhere in its cycle, once a value of its own is seen.
+        while (store.get("debug.foo") == uniform(0))
+            std::this_thread::yield();
+        writer.stop();
+        const auto value = store.get("debug.foo");
+        ASSERT_TRUE(value && isUniform(*value));
+        ASSERT_TRUE(store.set("debug.foo", "mine").ok());
+        ASSERT_EQ(store.get("debug.foo"), "mine");
+    }
+}
+
+TEST(Sharing, HalfWrittenEntryAndValueAreInvisibleAndWrittenOver) {
+    const TempStore temp;
+    PropertyStore store(temp.place());
+    ASSERT_TRUE(store.set("debug.foo", "old").ok());
+    {
+        // What a writer leaves that is killed before its last store.
+        const auto writing = mapForWriting(temp);
+        ASSERT_NE(writing, nullptr);
+        auto& layout = const_cast<StoreLayout&>(writing->layout());
+        layout.entries[0].values[1].store(ValueText::pack("half"));
+        layout.entries[1].name.store(NameText::pack("debug.half"));
+        layout.entries[1].changes.store(7);
+    }
+    EXPECT_EQ(store.get("debug.foo"), "old");
+    EXPECT_EQ(store.get("debug.half"), std::nullopt);
+    EXPECT_TRUE(store.set("debug.foo", "new").ok());
+    EXPECT_TRUE(store.set("debug.bar", "bar").ok());
+    EXPECT_EQ(store.get("debug.foo"), "new");
+    EXPECT_EQ(store.get("debug.bar"), "bar");
+    EXPECT_EQ(store.get("debug.half"), std::nullopt);
+}
+
+TEST(Sharing, ReaderDoesNotWaitForALockedStore) {
+    const TempStore temp;
+    PropertyStore store(temp.place());
+    ASSERT_TRUE(store.set("debug.foo", "1").ok());
+    const unique_fd locked(open(temp.path().c_str(), O_RDWR | O_CLOEXEC));
+    ASSERT_EQ(flock(locked.get(), LOCK_EX), 0);
+    EXPECT_EQ(PropertyStore(temp.place()).get("debug.foo"), "1");
+}
+
+}  // namespace hostproperties
