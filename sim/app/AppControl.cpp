@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+// The control side of a simulated app.
+#include "app/AppControl.h"
+
+#include <binder/IServiceManager.h>
+#include <utils/String16.h>
+#include <utils/String8.h>
+
+#include <vector>
+
+#include "world/Notice.h"
+
+namespace sim {
+
+using android::String16;
+using android::String8;
+using android::binder::Status;
+using velmar::internal::ClientStatus;
+using velmar::internal::ImmersiveApp;
+using velmar::internal::IVrFocusService;
+
+namespace {
+
+const char* const kServiceName = "vrfocus";
+
+std::string utf8(const String16& text) {
+    return String8(text).c_str();
+}
+
+Json::Value errorOf(const std::string& text) {
+    Json::Value value(Json::objectValue);
+    value["error"] = text;
+    return value;
+}
+
+Status askFocus(IVrFocusService& service, const Json::Value& request, Json::Value* out,
+                std::string* error) {
+    const auto type = intMember(request, "type");
+    std::vector<int32_t> pids;
+    for (const Json::Value& pid : request["pids"]) {
+        if (pid.isInt()) pids.push_back(pid.asInt());
+    }
+    if (!type || !request["pids"].isArray() || pids.size() != request["pids"].size()) {
+        *error = "getClientFocusStatus wants type and pids";
+        return Status::ok();
+    }
+    std::vector<ClientStatus> statuses;
+    const Status status = service.getClientFocusStatus(*type, pids, &statuses);
+    (*out)["statuses"] = Json::arrayValue;
+    for (const ClientStatus& verdict : statuses) {
+        Json::Value& row = (*out)["statuses"].append(Json::objectValue);
+        row["pid"] = verdict.pid;
+        row["hasFocus"] = verdict.hasFocus;
+    }
+    return status;
+}
+
+Status askImmersiveApp(IVrFocusService& service, Json::Value* out) {
+    ImmersiveApp app;
+    const Status status = service.getImmersiveApp(&app);
+    if (!status.isOk()) return status;
+    Json::Value& row = (*out)["app"];
+    row["package"] = utf8(app.packageName);
+    row["pid"] = app.pid;
+    row["uid"] = app.uid;
+    row["top"] = app.isTopActivity;
+    return status;
+}
+
+Status askForegroundApps(IVrFocusService& service, Json::Value* out) {
+    std::vector<String16> names;
+    const Status status = service.getForegroundApps(&names);
+    (*out)["names"] = Json::arrayValue;
+    for (const String16& name : names)
+        (*out)["names"].append(utf8(name));
+    return status;
+}
+
+}  // namespace
+
+Json::Value AppControl::answer(const Json::Value& request) {
+    Json::Value answer = perform(request);
+    answer["id"] = request["id"];
+    return answer;
+}
+
+Json::Value AppControl::perform(const Json::Value& request) {
+    const std::string op = stringMember(request, "op").value_or("");
+    Json::Value answer(Json::objectValue);
+    std::string error;
+    find(/*wait=*/op == "connect");
+    const Status status = mService == nullptr ? Status::fromStatusT(android::NAME_NOT_FOUND)
+                                              : ask(op, request, &answer, &error);
+    if (!error.empty()) return errorOf(error);
+    answer["exception"] = status.exceptionCode();
+    if (status.transactionError() != android::OK) {
+        answer["transport"] = status.transactionError();
+        if (status.transactionError() == android::DEAD_OBJECT) mService = nullptr;
+    }
+    return answer;
+}
+
+void AppControl::find(bool wait) {
+    const String16 name(kServiceName);
+    if (!wait) {
+        if (mService != nullptr) return;
+        const auto manager = android::defaultServiceManager();
+        mService = android::interface_cast<IVrFocusService>(manager->checkService(name));
+        return;
+    }
+    // One that has just died may be handed out until the service manager has been told.
+    do {
+        mService = android::waitForService<IVrFocusService>(name);
+    } while (mService != nullptr &&
+             android::IInterface::asBinder(mService)->pingBinder() != android::OK);
+}
+
+Status AppControl::ask(const std::string& op, const Json::Value& request, Json::Value* out,
+                       std::string* error) {
+    if (op == "connect") return Status::ok();
+    if (op == "getClientFocusStatus") return askFocus(*mService, request, out, error);
+    if (op == "getImmersiveApp") return askImmersiveApp(*mService, out);
+    if (op == "getForegroundApps") return askForegroundApps(*mService, out);
+    if (op == "getTopActivity") {
+        String16 package;
+        const Status status = mService->getTopActivity(&package);
+        (*out)["package"] = utf8(package);
+        return status;
+    }
+    if (op == "setAppState") {
+        const auto pid = intMember(request, "pid");
+        const auto state = intMember(request, "state");
+        if (pid && state) return mService->setAppState(*pid, *state);
+    } else if (op == "grant" || op == "revoke") {
+        const auto display = intMember(request, "display");
+        if (display && op == "grant") return mService->grantTrackingServiceAccess(*display);
+        if (display) return mService->revokeTrackingServiceAccess(*display);
+    }
+    *error = "no operation '" + op + "' with these arguments";
+    return Status::ok();
+}
+
+}  // namespace sim

@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A process of the session.
+//
+// Problem: a session is a dozen real processes that must have chosen names and uids, must tell
+// when they cannot be started, and must never outlive the session, however that ends.
+//
+// Usage: fill a Launch, call start(); the destructor kills and reaps. A child is also killed by
+// the kernel when the thread that started it ends, so even SIGKILL of the parent leaves nothing.
+//
+// Limits: one descriptor besides the standard three reaches the child, as kPassedFd.
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sim {
+
+struct Launch {
+    /** Path of the executable; opened before the uid changes, so only the file need be executable
+     *  for the new uid, not the folders above it reachable. */
+    std::string program;
+    /** argv; the first string is the name under which the process is known. */
+    std::vector<std::string> arguments;
+    /** Set in addition to the parent's environment. */
+    std::map<std::string, std::string> environment;
+    /** User and group id to run under; absent: the parent's. */
+    std::optional<uid_t> uid;
+    /** Arrives in the child as kPassedFd; -1: none. Stays the caller's. */
+    int passedFd = -1;
+    /** Takes the child's standard output and error (appended); empty: nowhere. */
+    std::string logFile;
+};
+
+class ChildProcess {
+public:
+    static constexpr int kPassedFd = 3;
+
+    /** Null when it cannot be started, with the reason in error. */
+    [[nodiscard]] static std::unique_ptr<ChildProcess> start(const Launch& launch,
+                                                             std::string* error);
+
+    /** Whether this process can give its children other uids (root in a full user namespace). */
+    [[nodiscard]] static bool canChangeUids();
+
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    /** Stays what it was after the end; the number may then be another process's. */
+    [[nodiscard]] pid_t pid() const { return mPid; }
+
+    /** Whether it runs now; reaps it when it has ended. */
+    [[nodiscard]] bool running();
+
+    /** How it ended: "exit status 1", "signal 9"; empty while it runs. */
+    [[nodiscard]] std::string ending() const { return mEnding; }
+
+    /** Exit status, or 128 + signal number, as a shell says it; absent while it runs. */
+    [[nodiscard]] std::optional<int> exitStatus() const { return mExitStatus; }
+
+    /** Sends a signal; nothing when it has been reaped. */
+    void signal(int number);
+
+    /** Kills it and waits until it is gone: afterwards nobody finds its pid alive. */
+    void kill();
+
+private:
+    explicit ChildProcess(pid_t pid) : mPid(pid) {}
+    void ended(int waitStatus);
+
+    const pid_t mPid;
+    std::string mEnding;
+    std::optional<int> mExitStatus;
+};
+
+}  // namespace sim

@@ -1,0 +1,35 @@
+// SPDX-License-Identifier: Apache-2.0
+// The simulated focus helper ("vrfocushelper"): remembers what it was told last.
+#pragma once
+
+#include <android-base/thread_annotations.h>
+#include <velmar/internal/BnVrFocusHelper.h>
+
+#include <memory>
+#include <mutex>
+
+#include "services/SimulatedService.h"
+
+namespace sim {
+
+class FocusHelper : public velmar::internal::BnVrFocusHelper, public SimulatedService {
+public:
+    android::binder::Status onFocusChanged(int32_t focusType) override;
+    android::binder::Status onTopActivityChanged(
+            const std::unique_ptr<android::String16>& packageName) override;
+    android::binder::Status onImmersiveAppChanged(
+            const std::unique_ptr<android::String16>& packageName) override;
+
+    /** {"calls": N, "topActivity": "P", "immersiveApp": null}: null when told that there is none.
+     */
+    [[nodiscard]] Json::Value status() const override;
+
+private:
+    void record(const char* what, Json::Value value);
+
+    mutable std::mutex mMutex;  // guards what was told
+    Json::Value mTold GUARDED_BY(mMutex) = Json::objectValue;
+    Json::UInt mCalls GUARDED_BY(mMutex) = 0;
+};
+
+}  // namespace sim

@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: Apache-2.0
+// The simulated headset: what apps ask the daemon, and waiting for the right answers.
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "session/Headset.h"
+#include "session/SessionError.h"
+
+namespace sim {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kHeadTracking = 0;
+constexpr int kInputTracking = 1;
+constexpr int kNullPointer = -4;  // exception of getImmersiveApp when there is none
+constexpr milliseconds kFirstPause(1);
+constexpr milliseconds kLongestPause(50);
+
+Json::Value operation(const char* op) {
+    Json::Value request(Json::objectValue);
+    request["op"] = op;
+    return request;
+}
+
+/** Notes an answer that must not be; the first one counts. */
+void complain(const char* op, const Json::Value& answer, Answers* out) {
+    if (out->problem.empty()) out->problem = std::string(op) + " answered " + toLine(answer);
+}
+
+/** Asks with growing pauses until done says so or the time is over. */
+template <typename Done>
+bool retry(Stack& stack, const Done& done) {
+    const auto deadline = std::chrono::steady_clock::now() + stack.patience();
+    for (milliseconds pause = kFirstPause;; pause = std::min(pause * 2, kLongestPause)) {
+        if (done()) return true;
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        stack.pause(pause);
+    }
+}
+
+}  // namespace
+
+Json::Value Headset::ask(const std::string& name, Json::Value request) {
+    return app(name).request(std::move(request), mStack.patience());
+}
+
+void Headset::addVerdicts(const std::string& reader, int type, bool Verdict::*member,
+                          Answers* out) {
+    Json::Value request = operation("getClientFocusStatus");
+    request["type"] = type;
+    request["pids"] = Json::arrayValue;
+    for (const std::string& name : mCast)
+        request["pids"].append(mPids.at(name));
+    const Json::Value answer = ask(reader, request);
+    if (answer["exception"] != 0) return complain("getClientFocusStatus", answer, out);
+    for (const Json::Value& row : answer["statuses"]) {
+        out->focus[nameOf(row["pid"].asInt())].*member = row["hasFocus"].asBool();
+    }
+}
+
+Answers Headset::answersFor(const std::string& reader) {
+    Answers answers;
+    addVerdicts(reader, kHeadTracking, &Verdict::head, &answers);
+    addVerdicts(reader, kInputTracking, &Verdict::input, &answers);
+
+    const Json::Value immersive = ask(reader, operation("getImmersiveApp"));
+    if (immersive["exception"] == 0) {
+        const Json::Value& app = immersive["app"];
+        answers.immersive = nameOf(app["pid"].asInt());
+        if (app["package"] != packageOfProcess(answers.immersive) || !app["top"].asBool()) {
+            complain("getImmersiveApp", immersive, &answers);
+        }
+    } else if (immersive["exception"] != kNullPointer) {
+        complain("getImmersiveApp", immersive, &answers);
+    }
+
+    const Json::Value top = ask(reader, operation("getTopActivity"));
+    answers.top = top["package"].asString();
+    if (top["exception"] != 0) complain("getTopActivity", top, &answers);
+    return answers;
+}
+
+Answers Headset::expect(const std::string& reader, const Answers& expected) {
+    Answers got;
+    const auto asExpected = [&] {
+        got = answersFor(reader);
+        return got == expected;
+    };
+    if (retry(mStack, asExpected)) return got;
+    std::string text = "the daemon's answers are not those that are due:";
+    for (const std::string& line : differences(expected, got))
+        text += "\n    " + line;
+    throw SessionError(text);
+}
+
+void Headset::awaitTrue(const std::string& what, const std::function<bool()>& condition) {
+    if (!retry(mStack, condition)) throw SessionError("never came true: " + what);
+}
+
+int Headset::displayMask() {
+    const Json::Value status =
+            mStack.service("display").request(operation("status"), mStack.patience());
+    return status["masks"].get(std::to_string(mStack.daemonPid()), 0).asInt();
+}
+
+}  // namespace sim
