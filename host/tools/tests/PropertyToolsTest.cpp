@@ -1,0 +1,137 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Property tools, as transcripts.
+#include "../PropertyTools.h"
+
+#include <android-base/file.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <sys/wait.h>
+
+#include <sstream>
+
+namespace tools {
+
+using hostproperties::PropertyStore;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+using Arguments = std::vector<std::string>;
+
+class PropertyTools : public testing::Test {
+protected:
+    void callGetprop(const Arguments& arguments) {
+        clear();
+        mStatus = getprop(arguments, mStore, mOut, mErr);
+    }
+    void callSetprop(const Arguments& arguments) {
+        clear();
+        mStatus = setprop(arguments, mStore, mOut, mErr);
+    }
+    void expectPrinted(const std::string& text) {
+        EXPECT_EQ(mStatus, 0);
+        EXPECT_EQ(mOut.str(), text);
+        EXPECT_EQ(mErr.str(), "");
+    }
+    void expectFailed(int status, const testing::Matcher<std::string>& message) {
+        EXPECT_EQ(mStatus, status);
+        EXPECT_EQ(mOut.str(), "");
+        EXPECT_THAT(mErr.str(), message);
+    }
+
+    /** Runs a built program on this test's store; its output, errors included. */
+    int run(const std::string& command, std::string* output) {
+        FILE* pipe = popen(("HOST_PROPERTIES=" + path() + " " PROGRAMS "/" + command).c_str(), "r");
+        if (!pipe) abort();
+        if (!android::base::ReadFdToString(fileno(pipe), output)) abort();
+        return WEXITSTATUS(pclose(pipe));
+    }
+
+    [[nodiscard]] std::string path() const { return std::string(mFolder.path) + "/properties"; }
+
+private:
+    void clear() {
+        mOut.str("");
+        mErr.str("");
+    }
+
+    TemporaryDir mFolder;
+    PropertyStore mStore{{.path = path(), .privateFolder = {}}};
+    int mStatus = -1;
+    std::ostringstream mOut;
+    std::ostringstream mErr;
+};
+
+}  // namespace
+
+TEST_F(PropertyTools, ValueIsPrintedElseTheDefaultElseAnEmptyLine) {
+    callSetprop({"debug.foo", "some text"});
+    expectPrinted("");
+    callGetprop({"debug.foo"});
+    expectPrinted("some text\n");
+    callGetprop({"debug.foo", "default"});
+    expectPrinted("some text\n");
+    callGetprop({"debug.bar", "default"});
+    expectPrinted("default\n");
+    callGetprop({"debug.bar"});
+    expectPrinted("\n");
+    callSetprop({"debug.foo", ""});
+    expectPrinted("");
+    callGetprop({"debug.foo", "default"});
+    expectPrinted("default\n");
+}
+
+TEST_F(PropertyTools, AllAreListedInOrderOfTheirNames) {
+    callGetprop({});
+    expectPrinted("");
+    callSetprop({"b", "2"});
+    callSetprop({"c", ""});
+    callSetprop({"a", "1"});
+    callGetprop({});
+    expectPrinted("[a]: [1]\n[b]: [2]\n[c]: []\n");
+}
+
+TEST_F(PropertyTools, RefusedChangeSaysWhy) {
+    callSetprop({"ro.foo", "1"});
+    expectPrinted("");
+    callSetprop({"ro.foo", "2"});
+    expectFailed(1, StartsWith("setprop: ro.foo: "));
+    callSetprop({"bad name", "2"});
+    expectFailed(1, StartsWith("setprop: bad name \"bad name\": "));
+}
+
+TEST_F(PropertyTools, WrongCommandLinesGetTheUsage) {
+    for (const Arguments& arguments : {Arguments{"a", "b", "c"}, {"--all"}, {"--help", "a"}}) {
+        callGetprop(arguments);
+        expectFailed(2, StartsWith("usage: getprop"));
+    }
+    for (const Arguments& arguments :
+         {Arguments{}, {"a"}, {"a", "b", "c"}, {"--force"}, {"--force", "a"}}) {
+        callSetprop(arguments);
+        expectFailed(2, StartsWith("usage: setprop"));
+    }
+}
+
+TEST_F(PropertyTools, HelpIsPrintedOnDemand) {
+    std::string output;
+    EXPECT_EQ(run("getprop --help", &output), 0);
+    EXPECT_THAT(output, StartsWith("usage: getprop"));
+    EXPECT_EQ(run("setprop --help", &output), 0);
+    EXPECT_THAT(output, StartsWith("usage: setprop"));
+}
+
+TEST_F(PropertyTools, ProgramsShareTheStoreThatTheEnvironmentNames) {
+    std::string output;
+    EXPECT_EQ(run("setprop debug.foo 1 2>&1", &output), 0);
+    EXPECT_EQ(output, "");
+    EXPECT_EQ(run("getprop 2>&1", &output), 0);
+    EXPECT_EQ(output, "[debug.foo]: [1]\n");
+    EXPECT_EQ(run("setprop debug.foo 2>&1", &output), 2);
+    EXPECT_THAT(output, HasSubstr("usage: setprop"));
+    EXPECT_EQ(run("getprop > /dev/full", &output), 1);
+}
+
+}  // namespace tools
