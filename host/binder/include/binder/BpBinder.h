@@ -22,7 +22,8 @@ class BpBinder : public IBinder {
 public:
     int32_t handle() const { return mHandle; }
 
-    const String16& getInterfaceDescriptor() const override;
+    // Analysed without the annotations: once known, the descriptor does not change any more.
+    const String16& getInterfaceDescriptor() const override NO_THREAD_SAFETY_ANALYSIS;
     bool isBinderAlive() const override;
     status_t pingBinder() override;
     status_t dump(int fd, const Vector<String16>& args) override;
@@ -47,7 +48,6 @@ public:
 
 protected:
     ~BpBinder() override;
-    void onLastStrongRef(const void* id) override;
 
 private:
     friend class ProcessState;

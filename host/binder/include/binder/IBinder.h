@@ -14,10 +14,6 @@
 
 #include <cstdint>
 
-// NOLINTNEXTLINE: the platform's own macro name, used by code that defines further codes.
-#define B_PACK_CHARS(c1, c2, c3, c4) \
-    (((uint32_t(c1)) << 24) | ((uint32_t(c2)) << 16) | ((uint32_t(c3)) << 8) | uint32_t(c4))
-
 namespace android {
 
 class BBinder;
@@ -25,19 +21,31 @@ class BpBinder;
 class IInterface;
 class Parcel;
 
+namespace internal {
+
+/** The number that four letters make, as in the codes of the transactions every binder knows. */
+constexpr uint32_t packLetters(const char (&letters)[5]) {
+    uint32_t packed = 0;
+    for (int i = 0; i < 4; i++)
+        packed = (packed << 8) | static_cast<uint8_t>(letters[i]);
+    return packed;
+}
+
+}  // namespace internal
+
 class IBinder : public virtual RefBase {
 public:
     enum : uint32_t {
         FIRST_CALL_TRANSACTION = 0x00000001,
         LAST_CALL_TRANSACTION = 0x00ffffff,
 
-        PING_TRANSACTION = B_PACK_CHARS('_', 'P', 'N', 'G'),
-        DUMP_TRANSACTION = B_PACK_CHARS('_', 'D', 'M', 'P'),
-        SHELL_COMMAND_TRANSACTION = B_PACK_CHARS('_', 'C', 'M', 'D'),
-        INTERFACE_TRANSACTION = B_PACK_CHARS('_', 'N', 'T', 'F'),
-        SYSPROPS_TRANSACTION = B_PACK_CHARS('_', 'S', 'P', 'R'),
-        EXTENSION_TRANSACTION = B_PACK_CHARS('_', 'E', 'X', 'T'),
-        DEBUG_PID_TRANSACTION = B_PACK_CHARS('_', 'P', 'I', 'D'),
+        PING_TRANSACTION = internal::packLetters("_PNG"),
+        DUMP_TRANSACTION = internal::packLetters("_DMP"),
+        SHELL_COMMAND_TRANSACTION = internal::packLetters("_CMD"),
+        INTERFACE_TRANSACTION = internal::packLetters("_NTF"),
+        SYSPROPS_TRANSACTION = internal::packLetters("_SPR"),
+        EXTENSION_TRANSACTION = internal::packLetters("_EXT"),
+        DEBUG_PID_TRANSACTION = internal::packLetters("_PID"),
 
         /** The caller does not wait; it learns nothing of the call's fate beyond its delivery. */
         FLAG_ONEWAY = 0x00000001,

@@ -18,6 +18,8 @@
 #include <cstdint>
 #include <memory>
 
+struct binder_transaction_data;
+
 namespace android {
 
 class BpBinder;
@@ -61,8 +63,11 @@ public:
 
     /** Serves calls until the process ends (or, when not main, is no longer needed). */
     void joinThreadPool(bool isMain = true);
-    /** No more calls are taken; returns at once. immediate: ends the process. */
-    void stopProcess(bool immediate = true);
+    /** Ends the process with status 0; immediate: without running exit handlers. */
+    [[noreturn]] void stopProcess(bool immediate = true);
+
+    /** The object that answers handle 0, for the process that becomes the context manager. */
+    void setTheContextObject(const sp<BBinder>& object);
 
     /** Hands all queued commands to the driver, without waiting for anything. */
     void flushCommands();
@@ -73,7 +78,7 @@ public:
 
     /** The driver's counts of a handle, one each; commands of threads outside the pool go at once.
      */
-    void incStrongHandle(int32_t handle);
+    void incStrongHandle(int32_t handle, const sp<BpBinder>& proxy);
     void decStrongHandle(int32_t handle);
 
     /** Cookie: comes back with the notice. These only queue, and never run incoming work. */
@@ -85,40 +90,36 @@ public:
 
 private:
     struct Queues;
-    friend class ProcessState;
 
     IPCThreadState();
     ~IPCThreadState();
     static void destroy(void* state);
 
-    // Commands out.
-    template <typename T>
-    void queue(uint32_t command, const T& argument);
-    void queue(uint32_t command);
+    // Commands out (CommandsOut.cpp).
     void queueTransaction(uint32_t command, uint32_t flags, int32_t handle, uint32_t code,
                           const Parcel& data);
     void flushUnlessLooper();
     status_t talkWithDriver(bool receive);
     static void freeBuffer(const uint8_t* data, bool prompt);
 
-    // Commands in.
-    status_t waitForReply(Parcel* reply);
-    status_t waitForCompletion();
+    // Commands in (CommandsIn.cpp).
+    enum class Await { kReply, kCompletion };
+    status_t await(Await what, Parcel* reply);
     status_t nextCommand(uint32_t* command);
-    template <typename T>
-    T argument();
-    bool finishReplyInFlight();
-    void receiveReply(Parcel* reply, status_t* result);
+    bool completeReply();
+    status_t receiveReply(Parcel* reply);
     status_t executeCommand(uint32_t command);
     void acquireNode(uint32_t command);
     void releaseNode(uint32_t command);
-    void deathNotice();
-    void runDeferredWork();
+    void deathNotice(uint64_t cookie);
+    void settle();
     status_t serveOne();
 
-    // Executing a transaction.
+    // Executing a transaction (Transactions.cpp).
     void executeTransaction(uint32_t command);
-    void queueReply(std::unique_ptr<Parcel> reply, status_t result, uint32_t flags);
+    status_t dispatch(const binder_transaction_data& transaction, const Parcel& request,
+                      Parcel* reply);
+    void queueReply(std::unique_ptr<Parcel> reply, status_t result);
 
     const std::unique_ptr<Queues> mQueues;
     pid_t mCallingPid;

@@ -209,8 +209,14 @@ public:
     /** The exception at the head of a reply; its message is skipped. */
     int32_t readExceptionCode() const;
 
+    /** Bytes of an object on the wire, without the stability word of a binder. */
+    static constexpr size_t kObjectSize = 24;
+
 private:
     friend class IPCThreadState;
+
+    /** Buffers above this, or with objects, go back to the driver without delay. */
+    static constexpr size_t kPromptReleaseSize = 4096;
 
     /** Hands a driver's buffer back. prompt: it is big or holds objects, so do not tarry. */
     using ReleaseFunction = void (*)(const uint8_t* data, bool prompt);
@@ -221,7 +227,7 @@ private:
     /** Room for length more bytes (padded) at the position; null, with mError set, on failure. */
     uint8_t* grow(size_t length);
     status_t writeObject(const flat_binder_object& object);
-    const flat_binder_object* readObject() const;
+    bool readObject(flat_binder_object* out) const;
     bool touchesObject(size_t start, size_t length) const;
     status_t appendObjects(const Parcel& other, size_t start, size_t length, size_t target);
     void closeFileDescriptors(size_t firstObject);

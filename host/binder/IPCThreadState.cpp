@@ -1,0 +1,143 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// IPCThreadState: the thread's one instance, the caller's identity, the pool's loop.
+#include <binder/IPCThreadState.h>
+#include <log/log.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "ProcessInternals.h"
+#include "ThreadQueues.h"
+
+namespace android {
+namespace {
+
+thread_local IPCThreadState* tState = nullptr;
+
+/** Says once why the process ends, and ends it. */
+[[noreturn]] void exitWithoutDriver(const std::string& driver) {
+    static std::atomic<bool> said{false};
+    if (said.exchange(true)) {
+        for (;;)
+            pause();
+    }
+    std::fprintf(stderr, "the hub has gone: %s\n", driver.c_str());
+    std::fflush(nullptr);
+    _exit(1);
+}
+
+}  // namespace
+
+IPCThreadState::IPCThreadState()
+      : mQueues(std::make_unique<Queues>()), mCallingPid(getpid()), mCallingUid(getuid()) {}
+
+IPCThreadState::~IPCThreadState() {
+    if (!mQueues->knownToDriver && mQueues->out.empty()) return;
+    flushCommands();
+    process()->internals().driver->exitThread();
+}
+
+void IPCThreadState::destroy(void* state) {
+    // Destructors of other thread data may come after this one and make a new instance.
+    auto* thread = static_cast<IPCThreadState*>(state);
+    tState = thread;
+    delete thread;
+    tState = nullptr;
+}
+
+IPCThreadState* IPCThreadState::self() {
+    if (tState != nullptr) return tState;
+    // A key and not a thread_local object: its destructor also runs for an instance that another
+    // thread-exit destructor has made anew.
+    static const pthread_key_t key = [] {
+        pthread_key_t made{};
+        LOG_ALWAYS_FATAL_IF(pthread_key_create(&made, destroy) != 0, "no key for thread data");
+        return made;
+    }();
+    tState = new IPCThreadState();
+    pthread_setspecific(key, tState);
+    return tState;
+}
+
+IPCThreadState* IPCThreadState::selfOrNull() {
+    return tState;
+}
+
+sp<ProcessState> IPCThreadState::process() {
+    return ProcessState::self();
+}
+
+bool IPCThreadState::isLooper() const {
+    return mQueues->looper;
+}
+
+int64_t IPCThreadState::clearCallingIdentity() {
+    const int64_t token = (int64_t(mCallingUid) << 32) | uint32_t(mCallingPid);
+    mCallingPid = getpid();
+    mCallingUid = getuid();
+    return token;
+}
+
+void IPCThreadState::restoreCallingIdentity(int64_t token) {
+    mCallingUid = uid_t(uint64_t(token) >> 32);
+    mCallingPid = pid_t(uint32_t(token));
+}
+
+int64_t IPCThreadState::setCallingWorkSourceUidWithoutPropagation(uid_t uid) {
+    const int64_t token = (int64_t(mPropagateWorkSource) << 32) | uint32_t(mWorkSource);
+    mWorkSource = int32_t(uid);
+    return token;
+}
+
+int64_t IPCThreadState::setCallingWorkSourceUid(uid_t uid) {
+    const int64_t token = setCallingWorkSourceUidWithoutPropagation(uid);
+    mPropagateWorkSource = true;
+    return token;
+}
+
+int64_t IPCThreadState::clearCallingWorkSource() {
+    return setCallingWorkSourceUid(uid_t(kUnsetWorkSource));
+}
+
+void IPCThreadState::restoreCallingWorkSource(int64_t token) {
+    mWorkSource = int32_t(uint32_t(token));
+    mPropagateWorkSource = (token >> 32) != 0;
+}
+
+void IPCThreadState::setTheContextObject(const sp<BBinder>& object) {
+    process()->internals().contextObject = object;
+}
+
+void IPCThreadState::joinThreadPool(bool isMain) {
+    ProcessState::Internals& internals = process()->internals();
+    mQueues->looper = true;
+    mQueues->put(isMain ? BC_ENTER_LOOPER : BC_REGISTER_LOOPER);
+    internals.pool.joined();
+    status_t status = OK;
+    while (status != -ECONNREFUSED) {
+        status = serveOne();
+        // A thread that the driver asked for goes when it says so; the main ones stay.
+        if (status == TIMED_OUT && !isMain) break;
+        ALOGE_IF(status != OK && status != TIMED_OUT && status != -ECONNREFUSED,
+                 "a thread of the pool: status %d", status);
+    }
+    internals.pool.left();
+    if (status == -ECONNREFUSED) exitWithoutDriver(internals.driver->describe());
+    mQueues->put(BC_EXIT_LOOPER);
+    mQueues->looper = false;
+    flushCommands();
+}
+
+void IPCThreadState::stopProcess(bool immediate) {
+    flushCommands();
+    std::fflush(nullptr);
+    if (immediate) _exit(0);
+    std::exit(0);
+}
+
+}  // namespace android
