@@ -6,6 +6,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <grp.h>
+#include <linux/close_range.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -84,6 +85,9 @@ bool placeDescriptors(const Prepared& prepared) {
     // Keys pressed for the session's controller are not meant for its children.
     setpgid(0, 0);
     if (!placeDescriptors(prepared)) reportAndExit(prepared.errorWriter.get());
+    // Whoever started the session may have left descriptors open in it: they end here.
+    close_range(prepared.passedFd < 0 ? ChildProcess::kPassedFd : ChildProcess::kPassedFd + 1, ~0U,
+                CLOSE_RANGE_CLOEXEC);
     if (prepared.uid && !takeIdentity(*prepared.uid)) reportAndExit(prepared.errorWriter.get());
     // A change of identity clears the death signal, so it is asked for afterwards; a parent that
     // has ended before that is seen by the comparison.
