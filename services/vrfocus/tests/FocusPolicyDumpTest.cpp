@@ -1,0 +1,272 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Policy dumps: the whole text and the whole object, byte for byte.
+#include <gtest/gtest.h>
+#include <json/reader.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <future>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DumpText.h"
+#include "FocusPolicyText.h"
+#include "FocusWorld.h"
+
+namespace NQS::OS {
+namespace {
+
+constexpr std::chrono::seconds kDeadline{20};
+
+constexpr char kNothing[] = R"( = Window Focus =
+
+ = Top Activity =
+  
+
+ = Immersive App =
+
+ = Last 10 Immersive App History =
+
+ = Foreground Activity = 
+
+ = Foreground Panel App = 
+
+ = Clients currently rendering = 
+
+ = All Clients = 
+
+ = Other = 
+  Permissive: false
+)";
+
+constexpr char kEverything[] = R"( = Window Focus =
+  Process: com.game:vr UID: 10001, PID: 101
+
+ = Top Activity =
+  com.mail
+
+ = Immersive App =
+  Package: com.mail UID: 10002, PID: 102
+
+ = Last 10 Immersive App History =
+  TIME Package: com.mail UID: 10002, PID: 102
+  TIME Package: com.velmar.shellenv UID: 10004, PID: 104
+
+ = Foreground Activity = 
+  Process: com.game:vr UID: 10001, PID: 101
+  Process: com.mail UID: 10002, PID: 102
+
+ = Foreground Panel App = 
+  Process: com.chat UID: 10003, PID: 103
+
+ = Clients currently rendering = 
+  Process: com.mail UID: 10002, PID: 102
+  Process: com.game:vr UID: 10001, PID: 101
+
+ = All Clients = 
+  Process: com.game:vr UID: 10001, PID: 101
+    Background Access: None
+    Current Focus: HeadTracking
+  Process: com.mail UID: 10002, PID: 102
+    Background Access: None
+    Current Focus: HeadTracking InputTracking
+  Process: com.chat UID: 10003, PID: 103
+    Background Access: InputTracking
+    Current Focus: None
+  Process: com.velmar.shellenv UID: 10004, PID: 104
+    Background Access: HeadTracking InputTracking
+    Current Focus: None
+
+ = Other = 
+  Permissive: true
+)";
+
+class PolicyDumpTest : public ::testing::Test {
+protected:
+    /** The dump, with every time replaced by TIME. */
+    std::string dump() {
+        const std::string text = dumpText([this](int fd) { mWorld.policy->dump(fd, {}); });
+        static const std::regex kTime(R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3})");
+        return std::regex_replace(text, kTime, "TIME");
+    }
+
+    /** A state in which every section has something to say. */
+    void fillWorld() {
+        const FocusClient game = mWorld.run(10001, 101, "com.game:vr", "com.game");
+        const FocusClient mail = mWorld.run(10002, 102, "com.mail");
+        const FocusClient chat = mWorld.run(10003, 103, "com.chat");
+        const FocusClient shell = mWorld.runKnown(10004, 104, "com.velmar.shellenv");
+        const FocusClient gone{10009, 109};
+        mWorld.grantPermission(chat, "com.velmar.permission.ACCESS_BACKGROUND_INPUT_TRACKING");
+        mWorld.setPanel(chat, true);
+        mWorld.tracker->foreground = {shell};
+        mWorld.policy->getImmersiveApp();
+        mWorld.tracker->foreground = {game, mail, gone};
+        mWorld.tracker->rendering = {gone, mail, game};
+        mWorld.tracker->windowFocus = game;
+        std::vector<ClientStatus> out;
+        mWorld.policy->computeFocusState(FocusType::HeadTracking, {101, 102}, out);
+        mWorld.policy->computeFocusState(FocusType::InputTracking, {102}, out);
+        mWorld.clients->buildClientInfo(chat.pid);
+        FakeProperties::instance().set("ro.debuggable", true);
+        FakeProperties::instance().set("debug.nqs.vrfocus.permissive", true);
+    }
+
+    FocusWorld mWorld;
+};
+
+TEST_F(PolicyDumpTest, TheTextOfAnEmptyWorldHasHeadingsOnly) {
+    EXPECT_EQ(dump(), kNothing);
+}
+
+TEST_F(PolicyDumpTest, TheTextShowsEverySectionAndLeavesUnknownClientsOut) {
+    fillWorld();
+    EXPECT_EQ(dump(), kEverything);
+}
+
+TEST_F(PolicyDumpTest, ArgumentsMakeNoDifference) {
+    android::Vector<android::String16> args;
+    args.push_back(android::String16("json"));
+    EXPECT_EQ(dumpText([&](int fd) { mWorld.policy->dump(fd, args); }), kNothing);
+}
+
+TEST_F(PolicyDumpTest, DumpingChoosesNothing) {
+    const FocusClient game = mWorld.run(10001, 101, "com.game");
+    mWorld.tracker->foreground = mWorld.tracker->rendering = {game};
+    const std::string text = dump();
+    EXPECT_EQ(historyPids(text), std::vector<int>());
+    EXPECT_EQ(mWorld.policy->dumpJson()["immersiveApp"].asString(), "");
+}
+
+TEST_F(PolicyDumpTest, TheObjectOfAnEmptyWorldHasEmptyArrays) {
+    EXPECT_EQ(mWorld.policy->dumpJson().toStyledString(),
+              R"({
+	"allClients" : [],
+	"foregroundActivities" : [],
+	"foregroundPanelApps" : [],
+	"immersiveApp" : "",
+	"renderingClients" : [],
+	"topActivityPackage" : "",
+	"windowFocus" : -1
+}
+)");
+}
+
+TEST_F(PolicyDumpTest, TheObjectShowsTheSameFactsAsPids) {
+    fillWorld();
+    Json::Value json = mWorld.policy->dumpJson();
+    Json::Value clients;
+    ASSERT_TRUE(json.removeMember("allClients", &clients));
+    EXPECT_EQ(json.toStyledString(),
+              R"({
+	"foregroundActivities" : 
+	[
+		101,
+		102
+	],
+	"foregroundPanelApps" : 
+	[
+		103
+	],
+	"immersiveApp" : "com.mail",
+	"renderingClients" : 
+	[
+		102,
+		101
+	],
+	"topActivityPackage" : "com.mail",
+	"windowFocus" : 101
+}
+)");
+    ASSERT_EQ(clients.size(), 4u);
+    EXPECT_EQ(clients[1]["pid"].asInt(), 102);
+    EXPECT_EQ(clients[1]["currentFocus"].size(), 2u);
+    EXPECT_EQ(clients[2]["package"].asString(), "com.chat");
+}
+
+TEST_F(PolicyDumpTest, TheObjectParsesAgainWhateverBytesAProcessCallsItself) {
+    mWorld.runKnown(2000, 101, "\xff\xfe\"\n\xc3\xa4\xf4\x8f\xbf\xbf", "com.game");
+    Json::Value parsed;
+    std::string errors;
+    const std::string text = mWorld.policy->dumpJson().toStyledString();
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &parsed, &errors)) << errors;
+    EXPECT_EQ(parsed["allClients"].size(), 1u);
+}
+
+TEST_F(PolicyDumpTest, TheTextIsWrittenUnderTheLockFromTheImmersiveAppOn) {
+    std::future<void> choice;
+    std::promise<void> choiceStarted;
+    std::atomic<bool> dumpDone = false;
+    std::atomic<bool> overtaken = false;
+    mWorld.tracker->onWindowFocusAsked = [&] {
+        // The first section is written without it: another thread still gets through.
+        auto free = std::async(std::launch::async, [this] { mWorld.policy->getImmersiveApp(); });
+        EXPECT_EQ(free.wait_for(kDeadline), std::future_status::ready);
+    };
+    mWorld.tracker->onRenderingAsked = [&, asked = 0]() mutable {
+        ++asked;
+        if (asked == 3) choiceStarted.set_value();
+        if (asked != 2) return;
+        choice = std::async(std::launch::async, [&] {
+            mWorld.policy->getImmersiveApp();
+            if (!dumpDone) overtaken = true;
+        });
+        ASSERT_EQ(choiceStarted.get_future().wait_for(kDeadline), std::future_status::ready);
+        for (int i = 0; i < 1000 && !overtaken; ++i)
+            std::this_thread::yield();
+        dumpDone = true;
+    };
+    EXPECT_EQ(dump(), kNothing);
+    ASSERT_EQ(choice.wait_for(kDeadline), std::future_status::ready);
+    EXPECT_FALSE(overtaken);
+}
+
+class LocalTimeTextTest : public ::testing::Test {
+protected:
+    LocalTimeTextTest() {
+        if (const char* zone = std::getenv("TZ")) mZone = zone;
+        setZone("XYZ-3:30");
+    }
+    ~LocalTimeTextTest() override {
+        if (mZone.empty()) {
+            unsetenv("TZ");
+        } else {
+            setenv("TZ", mZone.c_str(), /*overwrite=*/1);
+        }
+        tzset();
+    }
+    static void setZone(const char* zone) {
+        setenv("TZ", zone, /*overwrite=*/1);
+        tzset();
+    }
+
+private:
+    std::string mZone;
+};
+
+TEST_F(LocalTimeTextTest, TimesAreLocalWithMillisecondsOfThreeDigits) {
+    using std::chrono::microseconds;
+    const struct {
+        int64_t micros;
+        const char* text;
+    } kRows[] = {
+            {0, "1970-01-01 03:30:00.000"},
+            {999, "1970-01-01 03:30:00.000"},
+            {1000, "1970-01-01 03:30:00.001"},
+            {1709647629042999, "2024-03-05 17:37:09.042"},
+            {1709647629999999, "2024-03-05 17:37:09.999"},
+    };
+    for (const auto& row : kRows) {
+        const std::chrono::system_clock::time_point time{microseconds(row.micros)};
+        EXPECT_EQ(localTimeText(time), row.text);
+    }
+}
+
+}  // namespace
+}  // namespace NQS::OS

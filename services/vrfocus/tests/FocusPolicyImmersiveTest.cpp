@@ -1,0 +1,336 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Immersive app: the order of the rules, their ties, what is asked when and what is remembered.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <optional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "DumpText.h"
+#include "FocusWorld.h"
+
+namespace NQS::OS {
+namespace {
+
+using Calls = std::vector<std::string>;
+
+constexpr char kShell[] = "com.velmar.shellenv";
+constexpr std::chrono::seconds kDeadline{20};
+
+class ImmersiveAppTest : public ::testing::Test {
+protected:
+    /** The pid of the immersive app; 0 when there is none. */
+    int immersivePid() {
+        const auto app = mWorld.policy->getImmersiveApp();
+        return app ? app->pid : 0;
+    }
+
+    /** Pids of the recorded choices, newest first. */
+    std::vector<int> history() {
+        return historyPids(dumpText([this](int fd) { mWorld.policy->dump(fd, {}); }));
+    }
+
+    /** Makes the client render and be the top activity. */
+    void playAlone(const FocusClient& client) {
+        mWorld.tracker->rendering = {client};
+        mWorld.tracker->foreground = {client};
+    }
+
+    FocusWorld mWorld;
+    const FocusClient mGame = mWorld.run(10001, 101, "com.game");
+    const FocusClient mMail = mWorld.run(10002, 102, "com.mail");
+    const FocusClient mSettings = mWorld.run(10003, 103, "com.android.settings");
+};
+
+TEST_F(ImmersiveAppTest, NobodyRendersAndNoShellMeansNone) {
+    mWorld.tracker->foreground = {mGame};
+    EXPECT_EQ(immersivePid(), 0);
+}
+
+TEST_F(ImmersiveAppTest, ARenderingClientMustBeTheTopActivity) {
+    mWorld.tracker->rendering = {mGame, mMail};
+    EXPECT_EQ(immersivePid(), 0);
+    mWorld.tracker->foreground = {mMail};
+    EXPECT_EQ(immersivePid(), mMail.pid);
+}
+
+TEST_F(ImmersiveAppTest, TheFirstOfSeveralTopRenderingClientsWins) {
+    const FocusClient twin = mWorld.run(10001, 100, "com.game");
+    mWorld.tracker->foreground = {mGame};
+    mWorld.tracker->rendering = {mGame, twin};
+    EXPECT_EQ(immersivePid(), mGame.pid);
+    mWorld.tracker->rendering = {twin, mGame};
+    EXPECT_EQ(immersivePid(), twin.pid);
+}
+
+TEST_F(ImmersiveAppTest, AnUnknownRenderingClientIsPassedOver) {
+    const FocusClient twin = mWorld.run(10001, 100, "com.game");
+    mWorld.tracker->foreground = {mGame};
+    mWorld.tracker->rendering = {twin, mGame};
+    mWorld.clients->unknown = {twin.pid};
+    EXPECT_EQ(immersivePid(), mGame.pid);
+}
+
+TEST_F(ImmersiveAppTest, EverySystemOverlayWithWindowFocusWinsByItsProcessName) {
+    const struct {
+        const char* process;
+        const char* package;
+        bool wins;
+    } kRows[] = {
+            {"system_server", "", true},
+            {"com.velmar.vralertservice", "com.velmar.vralertservice", true},
+            {"com.velmar.os.vrlockscreen", "other.package", true},
+            {"com.android.settings", "com.android.settings", true},
+            {"com.android.settings:remote", "com.android.settings", false},
+            {"com.android.setting", "com.android.settings", false},
+            {"renamed", "com.android.settings", false},
+            {"com.velmar.shellenv2", "com.velmar.shellenv2", false},
+    };
+    int uid = 10009;
+    for (const auto& row : kRows) {
+        const FocusClient overlay = mWorld.run(++uid, 109, row.process, row.package);
+        mWorld.tracker->foreground = {mGame};
+        mWorld.tracker->rendering = {mGame, overlay};
+        mWorld.tracker->windowFocus = overlay;
+        EXPECT_EQ(immersivePid(), row.wins ? overlay.pid : mGame.pid) << row.process;
+        mWorld.end(overlay.pid);
+    }
+}
+
+TEST_F(ImmersiveAppTest, AnOverlayNeedsWindowFocusAndMustRender) {
+    mWorld.tracker->foreground = {mGame};
+    mWorld.tracker->rendering = {mSettings, mGame};
+    EXPECT_EQ(immersivePid(), mGame.pid);
+    mWorld.tracker->windowFocus = mSettings;
+    EXPECT_EQ(immersivePid(), mSettings.pid);
+    mWorld.tracker->rendering = {mGame};
+    EXPECT_EQ(immersivePid(), mGame.pid);
+}
+
+TEST_F(ImmersiveAppTest, OnlyThePidOfTheFocusedWindowIsCompared) {
+    mWorld.tracker->rendering = {mSettings};
+    mWorld.tracker->windowFocus = {4242, mSettings.pid};
+    EXPECT_EQ(immersivePid(), mSettings.pid);
+    mWorld.tracker->windowFocus = {mSettings.uid, 4242};
+    EXPECT_EQ(immersivePid(), 0);
+}
+
+TEST_F(ImmersiveAppTest, AFocusedAppThatIsNoOverlayDoesNotEndTheSearchForOne) {
+    mWorld.tracker->rendering = {mGame, mSettings};
+    mWorld.tracker->foreground = {mGame};
+    mWorld.tracker->windowFocus = mGame;
+    // Focus moves while the list is walked: each candidate is measured by the newest answer.
+    mWorld.tracker->onWindowFocusAsked = [this, asked = 0]() mutable {
+        if (++asked == 2) mWorld.tracker->windowFocus = mSettings;
+    };
+    EXPECT_EQ(immersivePid(), mSettings.pid);
+}
+
+TEST_F(ImmersiveAppTest, AnOverlayBeatsTheShellAndTheTopRenderingClient) {
+    const FocusClient shell = mWorld.runKnown(10004, 104, kShell);
+    mWorld.tracker->rendering = {mGame, mSettings};
+    mWorld.tracker->foreground = {mGame, shell};
+    mWorld.tracker->windowFocus = mSettings;
+    EXPECT_EQ(immersivePid(), mSettings.pid);
+    mWorld.tracker->windowFocus = {};
+    EXPECT_EQ(immersivePid(), shell.pid);
+    mWorld.tracker->foreground = {shell, mGame};
+    EXPECT_EQ(immersivePid(), mGame.pid);
+}
+
+TEST_F(ImmersiveAppTest, TheShellWinsOnTopWithoutRendering) {
+    const FocusClient shell = mWorld.runKnown(10004, 104, kShell);
+    mWorld.tracker->foreground = {shell};
+    EXPECT_EQ(immersivePid(), shell.pid);
+}
+
+TEST_F(ImmersiveAppTest, TheShellsPackageOnTopIsEnough) {
+    const FocusClient other = mWorld.runKnown(10004, 104, "shell_process", kShell);
+    mWorld.setPrimaryTop(kShell);
+    EXPECT_EQ(immersivePid(), other.pid);
+}
+
+TEST_F(ImmersiveAppTest, TheShellsProcessOnTopIsEnough) {
+    const FocusClient shell = mWorld.runKnown(10004, 104, "com.velmar.home", kShell);
+    mWorld.setPrimaryTop("com.velmar.home");
+    EXPECT_EQ(immersivePid(), shell.pid);
+    mWorld.setPrimaryTop("com.velmar.other");
+    EXPECT_EQ(immersivePid(), 0);
+}
+
+TEST_F(ImmersiveAppTest, TheShellsProcessIsMeasuredByASecondTopActivity) {
+    class Moving : public FocusPolicy {
+    public:
+        using FocusPolicy::FocusPolicy;
+        android::String16 getTopActivity() override {
+            return android::String16(++asked == 1 ? "com.first" : "com.velmar.home");
+        }
+        int asked = 0;
+    };
+    const FocusClient shell = mWorld.runKnown(10004, 104, "com.velmar.home", kShell);
+    Moving policy(mWorld.tracker, mWorld.clients);
+    const auto app = policy.getImmersiveApp();
+    ASSERT_TRUE(app.has_value());
+    EXPECT_EQ(app->pid, shell.pid);
+    EXPECT_EQ(policy.asked, 2);
+}
+
+TEST_F(ImmersiveAppTest, OnlyTheFirstShellByUidAndPidIsConsidered) {
+    const FocusClient first = mWorld.runKnown(10004, 205, "shell_a", kShell);
+    mWorld.runKnown(10005, 104, "shell_b", kShell);
+    mWorld.setPrimaryTop("shell_b");
+    EXPECT_EQ(immersivePid(), 0);
+    mWorld.setPrimaryTop("shell_a");
+    EXPECT_EQ(immersivePid(), first.pid);
+}
+
+TEST_F(ImmersiveAppTest, ARenderingClientCanBeChosenThoughTheShellIsNotOnTop) {
+    mWorld.runKnown(10004, 104, kShell);
+    playAlone(mGame);
+    EXPECT_EQ(immersivePid(), mGame.pid);
+}
+
+TEST_F(ImmersiveAppTest, EveryChosenAppCarriesAllFieldsAndTheTopFlag) {
+    const FocusClient shell = mWorld.runKnown(10004, 104, "shell_process", kShell);
+    const struct {
+        const char* rule;
+        std::vector<FocusClient> rendering, foreground;
+        FocusClient windowFocus, chosen;
+        const char* package;
+    } kRows[] = {
+            {"overlay", {mSettings}, {mGame}, mSettings, mSettings, "com.android.settings"},
+            {"shell", {}, {shell}, {}, shell, kShell},
+            {"rendering", {mGame}, {mGame}, {}, mGame, "com.game"},
+    };
+    for (const auto& row : kRows) {
+        mWorld.tracker->rendering = row.rendering;
+        mWorld.tracker->foreground = row.foreground;
+        mWorld.tracker->windowFocus = row.windowFocus;
+        const auto app = mWorld.policy->getImmersiveApp();
+        ASSERT_TRUE(app.has_value()) << row.rule;
+        EXPECT_EQ(text(app->packageName), row.package) << row.rule;
+        EXPECT_EQ((FocusClient{app->uid, app->pid}), row.chosen) << row.rule;
+        EXPECT_TRUE(app->isTopActivity) << row.rule;
+    }
+}
+
+TEST_F(ImmersiveAppTest, QueriesComeInTheOrderOfTheRules) {
+    mWorld.runKnown(10004, 104, kShell);
+    mWorld.tracker->rendering = {mMail, mGame};
+    mWorld.tracker->foreground = {mGame};
+    mWorld.log->take();
+    EXPECT_EQ(immersivePid(), mGame.pid);
+    EXPECT_EQ(mWorld.log->take(),
+              (Calls{"rendering", "build 102", "windowFocus", "build 101", "windowFocus",
+                     // The top package, then the shell's own comparison.
+                     "foreground", "build 101", "foreground", "build 101",
+                     // Each rendering client; the chosen one is measured twice.
+                     "build 102", "foreground", "build 101", "build 101", "foreground", "build 101",
+                     "foreground", "build 101"}));
+}
+
+TEST_F(ImmersiveAppTest, WithoutAShellTheTopActivityIsAskedForOnceByTheShellRule) {
+    mWorld.log->take();
+    EXPECT_EQ(immersivePid(), 0);
+    EXPECT_EQ(mWorld.log->take(), (Calls{"rendering", "foreground"}));
+}
+
+TEST_F(ImmersiveAppTest, TheChoiceIsStoredUntilTheNextQuestion) {
+    playAlone(mGame);
+    EXPECT_EQ(mWorld.storedPackage(), "");
+    immersivePid();
+    mWorld.tracker->rendering = {};
+    mWorld.end(mGame.pid);
+    EXPECT_EQ(mWorld.storedPackage(), "com.game");
+    immersivePid();
+    EXPECT_EQ(mWorld.storedPackage(), "");
+}
+
+TEST_F(ImmersiveAppTest, ARunOfOnePidIsRecordedOnce) {
+    playAlone(mGame);
+    for (int i = 0; i < 10; ++i)
+        immersivePid();
+    EXPECT_EQ(history(), (std::vector<int>{101}));
+    // Even as another client, with another package: only the pid is compared.
+    mWorld.end(101);
+    playAlone(mWorld.run(10050, 101, "com.reused"));
+    EXPECT_EQ(immersivePid(), 101);
+    EXPECT_EQ(history(), (std::vector<int>{101}));
+}
+
+TEST_F(ImmersiveAppTest, AChoiceThatReturnsIsRecordedAgain) {
+    for (const FocusClient& client : {mGame, mMail, mGame}) {
+        playAlone(client);
+        immersivePid();
+    }
+    EXPECT_EQ(history(), (std::vector<int>{101, 102, 101}));
+}
+
+TEST_F(ImmersiveAppTest, NoneIsNeverRecordedAndDoesNotEndARun) {
+    immersivePid();
+    EXPECT_EQ(history(), std::vector<int>());
+    playAlone(mGame);
+    immersivePid();
+    mWorld.tracker->rendering = {};
+    immersivePid();
+    playAlone(mGame);
+    immersivePid();
+    EXPECT_EQ(history(), (std::vector<int>{101}));
+}
+
+TEST_F(ImmersiveAppTest, TheHistoryKeepsTheTenNewest) {
+    for (int pid = 301; pid <= 311; ++pid) {
+        playAlone(mWorld.run(10000 + pid, pid, "com.app" + std::to_string(pid)));
+        immersivePid();
+    }
+    EXPECT_EQ(history(), (std::vector<int>{311, 310, 309, 308, 307, 306, 305, 304, 303, 302}));
+}
+
+TEST_F(ImmersiveAppTest, RenderingClientsAreAskedForBeforeTheLockAndTheRestUnderIt) {
+    playAlone(mGame);
+    std::future<void> second;
+    std::atomic<int> renderingAsked = 0;
+    std::promise<void> secondArrived;
+    std::atomic<bool> firstDone = false;
+    std::atomic<bool> overtaken = false;
+    mWorld.tracker->onRenderingAsked = [&] {
+        if (++renderingAsked == 2) secondArrived.set_value();
+    };
+    mWorld.tracker->onWindowFocusAsked = [&, first = true]() mutable {
+        if (!std::exchange(first, false)) {
+            if (!firstDone) overtaken = true;
+            return;
+        }
+        second = std::async(std::launch::async, [this] { immersivePid(); });
+        // It gets as far as its first query although this call holds the lock; then it waits.
+        ASSERT_EQ(secondArrived.get_future().wait_for(kDeadline), std::future_status::ready);
+        for (int i = 0; i < 1000 && !overtaken; ++i)
+            std::this_thread::yield();
+        firstDone = true;
+    };
+    EXPECT_EQ(immersivePid(), mGame.pid);
+    ASSERT_EQ(second.wait_for(kDeadline), std::future_status::ready);
+    EXPECT_FALSE(overtaken);
+}
+
+TEST_F(ImmersiveAppTest, TheTopActivityCanBeAskedForWhileAChoiceIsUnderWay) {
+    playAlone(mGame);
+    bool top = false;
+    mWorld.tracker->onWindowFocusAsked = [&] {
+        auto answer = std::async(std::launch::async,
+                                 [this] { return mWorld.policy->isTopActivity(101); });
+        ASSERT_EQ(answer.wait_for(kDeadline), std::future_status::ready);
+        top = answer.get();
+    };
+    EXPECT_EQ(immersivePid(), mGame.pid);
+    EXPECT_TRUE(top);
+}
+
+}  // namespace
+}  // namespace NQS::OS
