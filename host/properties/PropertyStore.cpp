@@ -36,7 +36,7 @@ Status checkPrivateFolder(const std::string& folder) {
     struct stat found;
     if (lstat(folder.c_str(), &found) != 0) return systemError(folder);
     if (!S_ISDIR(found.st_mode) || found.st_uid != geteuid() ||
-        (found.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        (found.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
         return {.error = EACCES, .message = folder + ": not a folder of this user alone"};
     }
     return {};

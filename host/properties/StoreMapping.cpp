@@ -17,8 +17,8 @@ using android::base::unique_fd;
 namespace {
 
 /**
- * A copy is spoilt only when a writer goes through a whole change during it, some twenty times as
- * long as the copy. So many spoilt in a row are no writer but somebody who scribbles in the file.
+ * A copy is spoilt when a change is completed during it, and set() takes some hundred times as long
+ * as a copy. So many spoilt in a row are no set() but somebody who writes without a pause.
  */
 constexpr int kMaxReads = 10000;
 

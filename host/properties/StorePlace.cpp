@@ -12,9 +12,8 @@ StorePlace defaultStorePlace() {
     if (named && *named) return {.path = named, .privateFolder = {}};
 
     const char* runtime = getenv("XDG_RUNTIME_DIR");
-    const std::string folder = runtime && *runtime
-                                       ? std::string(runtime) + "/vrfocus-host"
-                                       : "/tmp/vrfocus-host-" + std::to_string(geteuid());
+    const std::string folder = runtime && *runtime ? std::string(runtime) + "/binderhub"
+                                                   : "/tmp/binderhub-" + std::to_string(geteuid());
     return {.path = folder + "/properties", .privateFolder = folder};
 }
 

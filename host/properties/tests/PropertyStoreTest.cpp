@@ -239,10 +239,10 @@ TEST(PropertyStore, PrivateFolderIsMadeForItsUserAlone) {
     EXPECT_EQ(made.st_mode & 0777, 0700u);
 }
 
-TEST(PropertyStore, PrivateFolderThatOthersMayWriteToIsRefused) {
+TEST(PropertyStore, PrivateFolderThatOthersMayEnterIsRefused) {
     const TempStore temp;
     ASSERT_EQ(PropertyStore(temp.place()).set("debug.foo", "1").error, 0);
-    ASSERT_EQ(chmod(temp.folder().c_str(), 0777), 0);
+    ASSERT_EQ(chmod(temp.folder().c_str(), 0711), 0);
     PropertyStore store({.path = temp.path(), .privateFolder = temp.folder()});
     expectUnset(store);
     EXPECT_EQ(store.set("debug.foo", "2").error, EACCES);
@@ -274,8 +274,8 @@ TEST(StorePlace, ComesFromTheEnvironment) {
         std::string folder;
     } rows[] = {
             {"/a/store", "/run/user/7", "/a/store", ""},
-            {"", "/run/user/7", "/run/user/7/vrfocus-host/properties", "/run/user/7/vrfocus-host"},
-            {"", "", "/tmp/vrfocus-host-" + uid + "/properties", "/tmp/vrfocus-host-" + uid},
+            {"", "/run/user/7", "/run/user/7/binderhub/properties", "/run/user/7/binderhub"},
+            {"", "", "/tmp/binderhub-" + uid + "/properties", "/tmp/binderhub-" + uid},
     };
     for (const auto& row : rows) {
         setenv("HOST_PROPERTIES", row.named, /*overwrite=*/1);

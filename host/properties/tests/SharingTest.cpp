@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -67,6 +68,38 @@ private:
     pid_t mPid;
 };
 
+/** Threads that make a check over and over. */
+class Readers {
+public:
+    explicit Readers(const std::function<bool()>& check) {
+        for (int i = 0; i < kThreads; ++i) {
+            mThreads.emplace_back([this, check] {
+                do {
+                    if (!check()) ++mFailures;
+                } while (!mDone);
+            });
+        }
+    }
+    ~Readers() { (void)stop(); }
+    Readers(const Readers&) = delete;
+    Readers& operator=(const Readers&) = delete;
+
+    /** How often the check failed. */
+    [[nodiscard]] int stop() {
+        mDone = true;
+        for (std::thread& thread : mThreads)
+            thread.join();
+        mThreads.clear();
+        return mFailures;
+    }
+
+private:
+    static constexpr int kThreads = 2;
+    std::atomic<bool> mDone = false;
+    std::atomic<int> mFailures = 0;
+    std::vector<std::thread> mThreads;
+};
+
 std::unique_ptr<StoreMapping> mapForWriting(const TempStore& temp) {
     Status status;
     return StoreMapping::map(unique_fd(open(temp.path().c_str(), O_RDWR | O_CLOEXEC)),
@@ -75,30 +108,31 @@ std::unique_ptr<StoreMapping> mapForWriting(const TempStore& temp) {
 
 }  // namespace
 
-TEST(Sharing, ReadersNeverSeeATornValue) {
+TEST(Sharing, ReadersAlwaysSeeAWholeValue) {
+    const TempStore temp;
+    PropertyStore writer(temp.place());
+    ASSERT_TRUE(writer.set("debug.foo", uniform(0)).ok());
+    const PropertyStore store(temp.place());
+    Readers readers([&] {
+        const auto value = store.get("debug.foo");
+        return value && isUniform(*value);
+    });
+    for (int i = 0; i < 5000; ++i)
+        ASSERT_TRUE(writer.set("debug.foo", uniform(i)).ok());
+    EXPECT_EQ(readers.stop(), 0);
+}
+
+TEST(Sharing, WriterWithoutPauseTearsNoValueEither) {
     const TempStore temp;
     PropertyStore store(temp.place());
     ASSERT_TRUE(store.set("debug.foo", uniform(0)).ok());
     const auto writing = mapForWriting(temp);
     ASSERT_NE(writing, nullptr);
-
-    std::atomic<bool> done = false;
-    std::atomic<int> torn = 0;
-    std::vector<std::thread> readers;
-    for (int i = 0; i < 2; ++i) {
-        readers.emplace_back([&] {
-            while (!done) {
-                const auto value = store.get("debug.foo");
-                if (!value || !isUniform(*value)) ++torn;
-            }
-        });
-    }
+    // No time to copy a value is left between two changes: a reader may give up, empty-handed.
+    Readers readers([&] { return isUniform(store.get("debug.foo").value_or(uniform(0))); });
     for (int i = 0; i < 50000; ++i)
-        EXPECT_TRUE(writing->write("debug.foo", uniform(i)).ok());
-    done = true;
-    for (std::thread& reader : readers)
-        reader.join();
-    EXPECT_EQ(torn, 0);
+        ASSERT_TRUE(writing->write("debug.foo", uniform(i)).ok());
+    EXPECT_EQ(readers.stop(), 0);
 }
 
 TEST(Sharing, NamesOfSeveralThreadsAllArrive) {

@@ -13,15 +13,15 @@ struct StorePlace {
 
     /**
      * A folder of this user alone that the file stands in: writers make it, and readers and
-     * writers refuse one that another user owns or may write to. Empty: no such demand.
+     * writers refuse one that another user owns or may enter. Empty: no such demand.
      */
     std::string privateFolder;
 };
 
 /**
  * The environment variable HOST_PROPERTIES names the file. Unset or empty, it is "properties" in
- * the folder of the host's runtime files: $XDG_RUNTIME_DIR/vrfocus-host, else
- * /tmp/vrfocus-host-UID.
+ * the folder of the host's runtime files: $XDG_RUNTIME_DIR/binderhub, else
+ * /tmp/binderhub-UID.
  */
 [[nodiscard]] StorePlace defaultStorePlace();
 
