@@ -1,0 +1,203 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "hub/Calls.h"
+
+#include "embedded/ByteReader.h"
+
+namespace binderhost::hub {
+
+void Calls::refuse(Thread* thread, uint32_t command) {
+    mScheduler->queue(thread, Notice{command});
+}
+
+NodePtr Calls::targetOf(Thread* thread, uint32_t handle) {
+    NodePtr node;
+    if (handle == 0) {
+        node = mReferences->contextManager();
+        if (node && node->owner == thread->process) {
+            refuse(thread, BR_FAILED_REPLY);
+            return nullptr;
+        }
+    } else {
+        const Reference* reference = mReferences->find(thread->process, handle);
+        if (!reference || reference->strong == 0) {
+            refuse(thread, BR_FAILED_REPLY);
+            return nullptr;
+        }
+        node = reference->node;
+    }
+    if (!node || !node->owner) {
+        refuse(thread, BR_DEAD_REPLY);
+        return nullptr;
+    }
+    return node;
+}
+
+void Calls::transact(Thread* thread, uid_t uid, Message* message) {
+    const bool oneway = (message->data.flags & TF_ONE_WAY) != 0;
+    const NodePtr node = targetOf(thread, message->data.target.handle);
+    if (!node) return;
+    if (!oneway && !thread->stack.empty() && thread->stack.back()->to != thread) {
+        refuse(thread, BR_FAILED_REPLY);  // it still waits for the answer to another call
+        return;
+    }
+    Buffer* buffer = mBuffers->make(
+            {thread, node->owner, oneway, /*acceptsDescriptors=*/node->acceptsDescriptors},
+            message);
+    if (!buffer) {
+        refuse(thread, BR_FAILED_REPLY);
+        return;
+    }
+    buffer->target = node;
+    mReferences->pin(node, /*strong=*/true);
+
+    auto call = std::make_shared<Transaction>();
+    call->oneway = oneway;
+    call->code = message->data.code;
+    call->flags = message->data.flags;
+    call->senderUid = uid;
+    call->buffer = buffer;
+    if (oneway) {
+        sendOneway(thread, node, std::move(call));
+    } else {
+        sendTwoWay(thread, node->owner, std::move(call));
+    }
+}
+
+void Calls::sendOneway(Thread* thread, const NodePtr& node, TransactionPtr call) {
+    const bool spam = mBuffers->looksLikeSpam(node->owner, thread->process->identity.pid()) &&
+                      thread->process->spamDetection;
+    refuse(thread, spam ? BR_ONEWAY_SPAM_SUSPECT : BR_TRANSACTION_COMPLETE);
+    if (node->onewayBusy) {
+        node->onewayTodo.push_back(std::move(call));
+        return;
+    }
+    node->onewayBusy = true;
+    mScheduler->queue(node->owner, std::move(call));
+}
+
+void Calls::sendTwoWay(Thread* thread, Process* receiver, TransactionPtr call) {
+    call->from = thread;
+    if (!thread->stack.empty()) call->fromParent = thread->stack.back();
+    Thread* waiting = nullptr;
+    for (const Transaction* up = call->fromParent.get(); up && !waiting;
+         up = up->fromParent.get()) {
+        if (up->from && up->from->process == receiver) waiting = up->from;
+    }
+    thread->stack.push_back(call);
+    mScheduler->queue(thread, Notice{BR_TRANSACTION_COMPLETE, /*deferred=*/true});
+    if (waiting) {
+        mScheduler->queue(waiting, std::move(call));
+    } else {
+        mScheduler->queue(receiver, std::move(call));
+    }
+}
+
+void Calls::reply(Thread* thread, uid_t uid, Message* message, bool completesLocally) {
+    if (thread->stack.empty() || thread->stack.back()->to != thread) {
+        refuse(thread, BR_FAILED_REPLY);
+        return;
+    }
+    const TransactionPtr call = thread->stack.back();
+    thread->stack.pop_back();
+    giveEarlyAnswers(thread);
+    Thread* caller = call->from;
+    Buffer* buffer = nullptr;
+    if (caller) {
+        buffer = mBuffers->make({thread, caller->process, /*oneway=*/false,
+                                 /*acceptsDescriptors=*/(call->flags & TF_ACCEPT_FDS) != 0},
+                                message);
+    }
+    if (!completesLocally) refuse(thread, BR_TRANSACTION_COMPLETE);
+    if (!caller) return;
+    if (!buffer || caller->stack.back() != call) {
+        if (buffer) mBuffers->release(buffer);
+        fail(call, BR_FAILED_REPLY);
+        return;
+    }
+    auto answer = std::make_shared<Transaction>();
+    answer->reply = true;
+    answer->code = message->data.code;
+    answer->flags = message->data.flags;
+    answer->senderUid = uid;
+    answer->buffer = buffer;
+    caller->stack.pop_back();
+    mScheduler->queue(caller, std::move(answer));
+}
+
+void Calls::reject(Thread* thread) {
+    if (thread->stack.empty() || thread->stack.back()->to != thread) return;
+    const TransactionPtr call = thread->stack.back();
+    thread->stack.pop_back();
+    giveEarlyAnswers(thread);
+    fail(call, BR_FAILED_REPLY);
+}
+
+void Calls::fail(const TransactionPtr& call, uint32_t command) {
+    Thread* caller = call->from;
+    if (!caller) return;
+    if (caller->stack.empty() || caller->stack.back() != call) {
+        call->earlyError = command;
+        return;
+    }
+    caller->stack.pop_back();
+    mScheduler->queue(caller, Notice{command});
+}
+
+void Calls::giveEarlyAnswers(Thread* thread) {
+    if (thread->stack.empty()) return;
+    const TransactionPtr top = thread->stack.back();
+    if (top->from != thread || !top->earlyError) return;
+    thread->stack.pop_back();
+    mScheduler->queue(thread, Notice{top->earlyError});
+}
+
+void Calls::abandon(Thread* thread) {
+    std::vector<TransactionPtr> stack;
+    stack.swap(thread->stack);
+    for (const TransactionPtr& call : stack) {
+        if (call->from == thread) call->from = nullptr;
+    }
+    for (const TransactionPtr& call : stack) {
+        if (call->to != thread) continue;
+        call->to = nullptr;
+        fail(call, BR_DEAD_REPLY);
+    }
+}
+
+void Calls::discard(const TransactionPtr& transaction) {
+    if (transaction->buffer) mBuffers->release(transaction->buffer);
+    transaction->buffer = nullptr;
+    fail(transaction, BR_DEAD_REPLY);
+}
+
+void Calls::deliver(const TransactionPtr& transaction, Thread* thread, Record* record) {
+    Buffer& buffer = *transaction->buffer;
+    frame::Transaction wire;
+    wire.data.target.ptr = buffer.target ? buffer.target->ptr : 0;
+    wire.data.cookie = buffer.target ? buffer.target->cookie : 0;
+    wire.data.code = transaction->code;
+    wire.data.flags = transaction->flags;
+    wire.data.sender_pid = transaction->from ? transaction->from->process->identity.pid() : 0;
+    wire.data.sender_euid = transaction->senderUid;
+    wire.data.data_size = buffer.dataSize;
+    wire.data.offsets_size = buffer.offsetsSize;
+    wire.buffer = buffer.number;
+    wire.placement = buffer.placement;
+    wire.descriptors = static_cast<uint32_t>(buffer.descriptors.size());
+    wire.objects = static_cast<uint32_t>(buffer.objects.size());
+    appendBytes(&record->head, uint32_t{transaction->reply ? BR_REPLY : BR_TRANSACTION});
+    appendBytes(&record->head, wire);
+
+    record->payload = std::move(buffer.payload);
+    buffer.owner->descriptors -= buffer.descriptors.size();
+    record->descriptors = std::move(buffer.descriptors);
+    buffer.payload.clear();
+    buffer.descriptors.clear();
+    buffer.delivered = true;
+    transaction->buffer = nullptr;
+    if (transaction->reply || transaction->oneway) return;
+    transaction->to = thread;
+    thread->stack.push_back(transaction);
+}
+
+}  // namespace binderhost::hub

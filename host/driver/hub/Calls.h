@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Calls: transactions and replies, from the command to the receiver's list.
+//
+// Each two-way call is answered exactly once: by the reply, by BR_FAILED_REPLY (wrong or too much)
+// or by BR_DEAD_REPLY (nobody is there). An answer is given when the call is the innermost one of
+// its caller: a thread in a nested call cannot take it for that call's answer.
+#pragma once
+
+#include "hub/Buffers.h"
+#include "hub/Process.h"
+#include "hub/References.h"
+#include "hub/Transaction.h"
+
+namespace binderhost::hub {
+
+class Calls {
+public:
+    Calls(Scheduler* scheduler, References* references, Buffers* buffers)
+          : mScheduler(scheduler), mReferences(references), mBuffers(buffers) {}
+
+    void transact(Thread* thread, uid_t uid, Message* message);
+    void reply(Thread* thread, uid_t uid, Message* message, bool completesLocally);
+    /** The call in hand could not be received after all: its caller fails. */
+    void reject(Thread* thread);
+
+    /** Ends a call without a reply. */
+    void fail(const TransactionPtr& call, uint32_t command);
+    /** The thread is going: its callers get BR_DEAD_REPLY, answers to it go nowhere. */
+    void abandon(Thread* thread);
+    /** A transaction that will not be delivered. */
+    void discard(const TransactionPtr& transaction);
+
+    /** Writes the transaction; the thread is now the one to answer it. */
+    void deliver(const TransactionPtr& transaction, Thread* thread, Record* record);
+
+private:
+    void refuse(Thread* thread, uint32_t command);
+    /** Null, and the sender told why not. */
+    [[nodiscard]] NodePtr targetOf(Thread* thread, uint32_t handle);
+    void sendOneway(Thread* thread, const NodePtr& node, TransactionPtr call);
+    void sendTwoWay(Thread* thread, Process* receiver, TransactionPtr call);
+    void giveEarlyAnswers(Thread* thread);
+
+    Scheduler* mScheduler;
+    References* mReferences;
+    Buffers* mBuffers;
+};
+
+}  // namespace binderhost::hub

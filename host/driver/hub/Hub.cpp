@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "hub/Hub.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace binderhost::hub {
+namespace {
+
+/** A record starts with its header and BR_NOOP or BR_SPAWN_LOOPER, filled in last. */
+constexpr size_t kStreamStart = sizeof(frame::Header) + sizeof(uint32_t);
+
+void begin(Record* record) {
+    record->head.assign(kStreamStart, 0);
+    record->payload.clear();
+    record->descriptors.clear();
+}
+
+}  // namespace
+
+Hub::Hub(const Limits& limits)
+      : mLimits(limits),
+        mReferences(&mScheduler, mLimits),
+        mBuffers(&mScheduler, &mReferences, mLimits),
+        mDeaths(&mScheduler, &mReferences, mLimits),
+        mCalls(&mScheduler, &mReferences, &mBuffers) {}
+
+Hub::~Hub() {
+    while (!mProcesses.empty())
+        closeProcess(mProcesses.back().get());
+}
+
+Process* Hub::openProcess(pid_t pid) {
+    return mProcesses.emplace_back(std::make_unique<Process>(pid)).get();
+}
+
+Thread* Hub::openThread(Process* process, Link* link) {
+    if (process->threads.size() >= mLimits.threadsPerProcess) return nullptr;
+    return process->threads.emplace_back(std::make_unique<Thread>(process, link)).get();
+}
+
+int Hub::becomeContextManager(Process* process, uid_t uid) {
+    if (mReferences.contextManager()) return -EBUSY;
+    if (mContextManagerUid && *mContextManagerUid != uid) return -EPERM;
+    flat_binder_object object{};
+    object.flags = FLAT_BINDER_FLAG_ACCEPTS_FDS;
+    const NodePtr node = mReferences.localNode(process, object);
+    if (!node) return -ENOMEM;
+    // The node is its process's for good: the owner is told nothing about its references.
+    node->strongPins++;
+    node->weakPins++;
+    node->hasStrong = node->hasWeak = true;
+    mContextManagerUid = uid;
+    mReferences.contextManager(node);
+    return 0;
+}
+
+void Hub::endThread(Thread* thread) {
+    Process* process = thread->process;
+    mScheduler.forget(thread);
+    mCalls.abandon(thread);
+    std::deque<Work> left;
+    left.swap(thread->todo);
+    for (Work& work : left)
+        dropWork(process, std::move(work));
+    mScheduler.forget(thread);
+    std::erase_if(process->threads, [thread](const auto& each) { return each.get() == thread; });
+}
+
+void Hub::dropWork(Process* process, Work work) {
+    if (const auto* transaction = std::get_if<TransactionPtr>(&work)) {
+        mCalls.discard(*transaction);
+    } else if (!std::holds_alternative<Notice>(work)) {
+        // References and deaths concern the process: another thread of it must hear of them.
+        mScheduler.queue(process, std::move(work));
+    }
+}
+
+void Hub::closeThread(Thread* thread) {
+    endThread(thread);
+    flush();
+}
+
+void Hub::closeProcess(Process* process) {
+    process->dying = true;
+    if (const NodePtr node = mReferences.contextManager(); node && node->owner == process) {
+        mReferences.contextManager(nullptr);
+    }
+    while (!process->threads.empty())
+        endThread(process->threads.back().get());
+
+    std::unordered_map<uint64_t, NodePtr> nodes;
+    nodes.swap(process->nodes);
+    for (const auto& [ptr, node] : nodes) {
+        node->owner = nullptr;
+        node->onewayTodo.clear();
+        mDeaths.nodeDied(node);
+    }
+    std::deque<Work> left;
+    left.swap(process->todo);
+    for (const Work& work : left) {
+        if (const auto* call = std::get_if<TransactionPtr>(&work)) {
+            mCalls.fail(*call, BR_DEAD_REPLY);
+        }
+    }
+    while (!process->handles.empty())
+        mReferences.drop(process->handles.begin()->second.get());
+    // What the buffers pinned went with the nodes and handles above.
+    process->buffers.clear();
+    std::erase_if(mProcesses, [process](const auto& each) { return each.get() == process; });
+    flush();
+}
+
+void Hub::cancelRead(Thread* thread) {
+    if (!thread->waiting) return;
+    mScheduler.leaveIdle(thread);
+    begin(&mRecord);
+    send(thread, &mRecord, BR_NOOP);
+}
+
+void Hub::flush() {
+    while (Thread* thread = mScheduler.nextTouched()) {
+        if (thread->waiting && thread->hasDeliverable()) {
+            mScheduler.leaveIdle(thread);
+            if (fill(thread, &mRecord)) {
+                send(thread, &mRecord, wantsLooper(thread) ? BR_SPAWN_LOOPER : BR_NOOP);
+                continue;
+            }
+        }
+        mScheduler.settle(thread);
+    }
+}
+
+bool Hub::fill(Thread* thread, Record* record) {
+    begin(record);
+    bool ends = false;
+    while (!ends && !thread->todo.empty()) {
+        const Work work = std::move(thread->todo.front());
+        thread->todo.pop_front();
+        if (const auto* notice = std::get_if<Notice>(&work)) {
+            if (notice->deferred) thread->deferred--;
+            appendBytes(&record->head, notice->command);
+        } else if (const auto* node = std::get_if<NodePtr>(&work)) {
+            mReferences.tellOwner(*node, record);
+        } else if (const auto* death = std::get_if<DeathPtr>(&work)) {
+            ends = mDeaths.tell(*death, record);
+        } else {
+            mCalls.deliver(std::get<TransactionPtr>(work), thread, record);
+            ends = true;
+        }
+    }
+    return record->head.size() > kStreamStart;
+}
+
+bool Hub::wantsLooper(Thread* thread) {
+    Process& process = *thread->process;
+    if (!thread->looper || !process.idle.empty() || process.requestedThreads > 0 ||
+        process.startedThreads >= process.maxThreads) {
+        return false;
+    }
+    process.requestedThreads++;
+    return true;
+}
+
+void Hub::send(Thread* thread, Record* record, uint32_t firstCommand) {
+    frame::Header header{.kind = frame::Kind::Returns};
+    header.descriptors = static_cast<uint32_t>(record->descriptors.size());
+    std::memcpy(record->head.data(), &header, sizeof(header));
+    std::memcpy(record->head.data() + sizeof(header), &firstCommand, sizeof(firstCommand));
+    thread->waiting = false;
+    thread->link->send(*record);
+    record->descriptors.clear();
+}
+
+std::string Hub::stats() const {
+    size_t threads = 0, nodes = 0, handles = 0, buffers = 0, links = 0, descriptors = 0, work = 0;
+    uint64_t bytes = 0;
+    for (const auto& process : mProcesses) {
+        threads += process->threads.size();
+        nodes += process->nodes.size();
+        handles += process->handles.size();
+        buffers += process->buffers.size();
+        links += process->deathLinks;
+        descriptors += process->descriptors;
+        bytes += process->bufferBytes;
+        work += process->todo.size();
+        for (const auto& thread : process->threads)
+            work += thread->todo.size();
+    }
+    std::string out;
+    auto line = [&out](const char* name, uint64_t value) {
+        out += std::string(name) + "=" + std::to_string(value) + "\n";
+    };
+    line("processes", mProcesses.size());
+    line("threads", threads);
+    line("nodes", nodes);
+    line("handles", handles);
+    line("buffers", buffers);
+    line("buffer_bytes", bytes);
+    line("death_links", links);
+    line("descriptors", descriptors);
+    line("queued", work);
+    return out;
+}
+
+}  // namespace binderhost::hub

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Who sent a frame, as the kernel attests it.
+//
+// Problem: the credentials of a connection are frozen when it is made; a process may change its
+// uid later, or hand the socket to a child. So each frame carries credentials that the kernel
+// checks at the time of sending, and the pid must still be the one that opened the process.
+//
+// All knowledge of where a uid comes from is in this class: a uid that the hub's owner vouches
+// for would be looked up in attest(), by pid, and nowhere else.
+#pragma once
+
+#include <sys/socket.h>
+#include <sys/types.h>
+
+#include <optional>
+
+namespace binderhost::hub {
+
+class Identity {
+public:
+    explicit Identity(pid_t pid) : mPid(pid) {}
+
+    /** The caller's uid, or none: the frame is not from this process. */
+    [[nodiscard]] std::optional<uid_t> attest(const std::optional<ucred>& credentials) const {
+        if (!credentials || credentials->pid != mPid) return std::nullopt;
+        return credentials->uid;
+    }
+
+    [[nodiscard]] pid_t pid() const { return mPid; }
+
+private:
+    pid_t mPid;
+};
+
+}  // namespace binderhost::hub

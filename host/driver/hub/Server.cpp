@@ -1,0 +1,363 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "hub/Server.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+namespace binderhost::hub {
+
+using android::base::unique_fd;
+
+Server::Server(unique_fd listener, unique_fd stop, const Limits& limits)
+      : mHub(limits),
+        mLimits(limits),
+        mEpoll(epoll_create1(EPOLL_CLOEXEC)),
+        mReserve(open("/dev/null", O_RDONLY | O_CLOEXEC)),
+        mRoom(frame::kMaxBytes) {
+    add(Connection::Kind::Listener, std::move(listener), EPOLLIN);
+    add(Connection::Kind::Signal, std::move(stop), EPOLLIN);
+}
+
+int Server::run() {
+    while (!mStopping) {
+        mEvents.resize(mConnections.size() + 1);
+        const int count = epoll_wait(mEpoll.get(), mEvents.data(), static_cast<int>(mEvents.size()),
+                                     /*timeout=*/-1);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return -errno;
+        round(static_cast<size_t>(count));
+        mClosed.clear();
+    }
+    return 0;
+}
+
+void Server::round(size_t count) {
+    using Kind = Connection::Kind;
+    constexpr uint32_t kGone = EPOLLHUP | EPOLLERR | EPOLLRDHUP;
+    const std::span<const epoll_event> events(mEvents.data(), count);
+    auto each = [&events](auto&& act) {
+        for (const epoll_event& event : events) {
+            auto* connection = static_cast<Connection*>(event.data.ptr);
+            if (connection->open()) act(connection, event.events);
+        }
+    };
+    each([this](Connection* connection, uint32_t what) {
+        const bool gone = connection->kind() == Kind::Process && (what & kGone);
+        if (gone || connection->kind() == Kind::ProcessExit) endProcess(connection->process());
+    });
+    each([this](Connection* connection, uint32_t what) {
+        if (connection->kind() == Kind::Thread && (what & kGone)) endThread(connection);
+    });
+    each([this](Connection* connection, uint32_t what) {
+        if (connection->kind() == Kind::Signal) mStopping = true;
+        if (connection->kind() <= Kind::Signal || connection->kind() == Kind::ProcessExit) return;
+        if (what & EPOLLIN) {
+            readFrame(connection);
+        } else if (what & kGone) {
+            closeConnection(connection);
+        }
+    });
+    each([this](Connection* connection, uint32_t) {
+        if (connection->kind() == Kind::Listener) acceptAll(connection->descriptor());
+    });
+    cutOffStuffed();
+}
+
+Connection* Server::add(Connection::Kind kind, unique_fd descriptor, uint32_t events) {
+    auto made = std::make_unique<Connection>(kind, std::move(descriptor), &mStuffed);
+    Connection* connection = made.get();
+    epoll_event event{};
+    event.events = events;
+    event.data.ptr = connection;
+    if (epoll_ctl(mEpoll.get(), EPOLL_CTL_ADD, connection->descriptor(), &event)) {
+        std::fprintf(stderr, "binderhub: cannot watch a connection: %m\n");
+        return nullptr;
+    }
+    mConnections.emplace(connection, std::move(made));
+    return connection;
+}
+
+void Server::acceptAll(int listener) {
+    for (;;) {
+        unique_fd descriptor(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (!descriptor.ok()) {
+            if (errno == EINTR || errno == ECONNABORTED) continue;
+            if (errno == EMFILE || errno == ENFILE) refuseForLackOfDescriptors(listener);
+            return;
+        }
+        if (mConnections.size() >= mLimits.connections) continue;
+        const int on = 1;
+        if (setsockopt(descriptor.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof(on))) continue;
+        Connection* stranger =
+                add(Connection::Kind::Stranger, std::move(descriptor), EPOLLIN | EPOLLRDHUP);
+        if (!stranger) continue;
+        mStrangers.push_back(stranger);
+        if (mStrangers.size() > mLimits.strangers) {
+            cutOff(mStrangers.front(), "too many connections that do not say who they are");
+        }
+    }
+}
+
+void Server::refuseForLackOfDescriptors(int listener) {
+    // A connection that is not taken would wake the hub again at once and for ever.
+    std::fprintf(stderr, "binderhub: no descriptor left: a connection is refused\n");
+    mReserve.reset();
+    unique_fd refused(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
+    refused.reset();
+    mReserve.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+}
+
+void Server::readFrame(Connection* connection) {
+    int status = receiveRecord(connection->descriptor(), mRoom, MSG_DONTWAIT, &mReceived);
+    // The error stands before the data that the other side has left.
+    if (status == -ECONNRESET) {
+        status = receiveRecord(connection->descriptor(), mRoom, MSG_DONTWAIT, &mReceived);
+    }
+    if (status == -EAGAIN || status == -EINTR) return;
+    if (status != 0 || mReceived.size == 0) {
+        closeConnection(connection);
+        return;
+    }
+    handleFrame(connection, {mRoom.data(), mReceived.size});
+}
+
+void Server::handleFrame(Connection* connection, std::span<const uint8_t> bytes) {
+    frame::Header header;
+    ByteReader reader(bytes);
+    if (mReceived.cut || !reader.take(&header) || header.magic != frame::kMagic) {
+        cutOff(connection, "not a frame");
+        return;
+    }
+    if (connection->kind() == Connection::Kind::Stranger) {
+        greet(connection, header, bytes);
+        return;
+    }
+    const auto uid = connection->process()->identity.attest(mReceived.credentials);
+    if (!uid) {
+        cutOff(connection, "a frame from another process");
+    } else if (connection->kind() == Connection::Kind::Thread) {
+        commands(connection, header, *uid, bytes.subspan(sizeof(header)));
+    } else {
+        control(connection, header, *uid, bytes);
+    }
+}
+
+void Server::commands(Connection* connection, const frame::Header& header, uid_t uid,
+                      std::span<const uint8_t> bytes) {
+    if (header.kind == frame::Kind::CancelRead) {
+        mHub.cancelRead(connection->thread());
+        return;
+    }
+    FrameDescriptors descriptors{std::move(mReceived.descriptors), /*used=*/0,
+                                 mReceived.descriptorsLost};
+    const bool counted = descriptors.lost || header.descriptors == descriptors.all.size();
+    if (header.kind != frame::Kind::Commands || !counted ||
+        !mHub.handle(connection->thread(), header.flags, uid, bytes, &descriptors)) {
+        cutOff(connection, "a malformed frame, or more than a process may have");
+    }
+}
+
+void Server::control(Connection* connection, const frame::Header& header, uid_t uid,
+                     std::span<const uint8_t> bytes) {
+    frame::Control request;
+    if (!ByteReader(bytes).take(&request)) {
+        cutOff(connection, "a request cut short");
+        return;
+    }
+    int status = 0;
+    switch (header.kind) {
+        case frame::Kind::BecomeContextManager:
+            status = mHub.becomeContextManager(connection->process(), uid);
+            break;
+        case frame::Kind::SetMaxThreads:
+            mHub.setMaxThreads(connection->process(), request.value);
+            break;
+        case frame::Kind::OnewaySpamDetection:
+            mHub.detectSpam(connection->process(), request.value != 0);
+            break;
+        default:
+            cutOff(connection, "an unknown request");
+            return;
+    }
+    answer(connection, status, {});
+}
+
+void Server::greet(Connection* connection, const frame::Header& header,
+                   std::span<const uint8_t> bytes) {
+    if (header.kind == frame::Kind::Stats) {
+        answerStats(connection);
+        return;
+    }
+    frame::Hello hello;
+    if (!ByteReader(bytes).take(&hello) || hello.version != frame::kVersion) {
+        cutOff(connection, "not a greeting of this version");
+        return;
+    }
+    ucred peer{};
+    socklen_t size = sizeof(peer);
+    if (getsockopt(connection->descriptor(), SOL_SOCKET, SO_PEERCRED, &peer, &size) ||
+        !mReceived.credentials || mReceived.credentials->pid != peer.pid) {
+        cutOff(connection, "a greeting through another process's connection");
+        return;
+    }
+    if (header.kind == frame::Kind::HelloProcess) {
+        openProcess(connection);
+    } else if (header.kind == frame::Kind::HelloThread) {
+        openThread(connection, hello.token);
+    } else {
+        cutOff(connection, "not a greeting");
+    }
+}
+
+void Server::openProcess(Connection* connection) {
+    const pid_t pid = mReceived.credentials->pid;
+    // A child that inherited the connection would keep it open past its parent's end.
+    unique_fd exit(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    Process* process = mHub.openProcess(pid);
+    mStrangers.remove(connection);
+    connection->becomeProcess(process);
+    ProcessEntry& entry = mProcesses[process];
+    entry.connections.push_back(connection);
+    if (getrandom(entry.token.data(), entry.token.size(), 0) !=
+        static_cast<ssize_t>(entry.token.size())) {
+        std::fprintf(stderr, "binderhub: no random numbers: %m\n");
+        std::abort();
+    }
+    if (exit.ok()) {
+        if (Connection* watch = add(Connection::Kind::ProcessExit, std::move(exit), EPOLLIN)) {
+            watch->watch(process);
+            entry.connections.push_back(watch);
+        }
+    }
+    answer(connection, 0, entry.token);
+}
+
+void Server::openThread(Connection* connection, const frame::Token& token) {
+    const pid_t pid = mReceived.credentials->pid;
+    auto at = std::find_if(mProcesses.begin(), mProcesses.end(), [&](const auto& entry) {
+        return entry.first->identity.pid() == pid && entry.second.token == token;
+    });
+    if (at == mProcesses.end()) {
+        cutOff(connection, "a thread of no known process");
+        return;
+    }
+    Thread* thread = mHub.openThread(at->first, connection);
+    if (!thread) {
+        answer(connection, -EAGAIN, {});
+        return;
+    }
+    mStrangers.remove(connection);
+    connection->becomeThread(at->first, thread);
+    at->second.connections.push_back(connection);
+    answer(connection, 0, {});
+}
+
+void Server::answer(Connection* connection, int status, const frame::Token& token) {
+    frame::Answer reply;
+    reply.header.kind = frame::Kind::Answer;
+    reply.status = status;
+    reply.token = token;
+    Record record;
+    appendBytes(&record.head, reply);
+    connection->send(record);
+}
+
+void Server::answerStats(Connection* connection) {
+    Record record;
+    appendBytes(&record.head, frame::Header{.kind = frame::Kind::Answer});
+    const std::string text =
+            mHub.stats() + "connections=" + std::to_string(mConnections.size() - 2) + "\n";
+    record.payload.assign(text.begin(), text.end());
+    connection->send(record);
+}
+
+void Server::drain(Connection* connection) {
+    bool reset = false;
+    while (connection->open()) {
+        const int status = receiveRecord(connection->descriptor(), mRoom, MSG_DONTWAIT, &mReceived);
+        if (status == -EINTR) continue;
+        if (status == -ECONNRESET && !reset) {
+            reset = true;  // said once, before the data that are left
+            continue;
+        }
+        if (status != 0 || mReceived.size == 0) return;
+        handleFrame(connection, {mRoom.data(), mReceived.size});
+    }
+}
+
+void Server::endProcess(Process* process) {
+    // A frame that is drained may itself end the process.
+    const std::vector<Connection*> connections = mProcesses[process].connections;
+    for (Connection* connection : connections) {
+        if (connection->kind() == Connection::Kind::Thread) drain(connection);
+    }
+    closeProcess(process);
+}
+
+void Server::closeProcess(Process* process) {
+    auto at = mProcesses.find(process);
+    if (at == mProcesses.end()) return;
+    const std::vector<Connection*> closing = std::move(at->second.connections);
+    mProcesses.erase(at);
+    mHub.closeProcess(process);
+    for (Connection* connection : closing) {
+        connection->close();
+        closeConnection(connection);
+    }
+}
+
+void Server::endThread(Connection* connection) {
+    drain(connection);
+    if (!connection->open()) return;
+    mHub.closeThread(connection->thread());
+    auto& siblings = mProcesses[connection->process()].connections;
+    std::erase(siblings, connection);
+    connection->close();
+    closeConnection(connection);
+}
+
+void Server::cutOff(Connection* connection, const char* reason) {
+    Process* process = connection->process();
+    if (!process) {
+        std::fprintf(stderr, "binderhub: cut off a connection: %s\n", reason);
+        closeConnection(connection);
+        return;
+    }
+    std::fprintf(stderr, "binderhub: cut off process %d: %s\n", process->identity.pid(), reason);
+    closeProcess(process);
+}
+
+void Server::closeConnection(Connection* connection) {
+    if (connection->process() && connection->kind() == Connection::Kind::Process) {
+        endProcess(connection->process());
+        return;
+    }
+    if (connection->thread()) {
+        endThread(connection);
+        return;
+    }
+    if (connection->kind() == Connection::Kind::Stranger) mStrangers.remove(connection);
+    connection->close();
+    auto at = mConnections.find(connection);
+    if (at == mConnections.end()) return;
+    mClosed.push_back(std::move(at->second));
+    mConnections.erase(at);
+}
+
+void Server::cutOffStuffed() {
+    while (!mStuffed.empty()) {
+        Connection* connection = mStuffed.back();
+        mStuffed.pop_back();
+        if (connection->open()) cutOff(connection, "does not read what it asked for");
+    }
+}
+
+}  // namespace binderhost::hub

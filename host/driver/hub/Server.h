@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Server: the hub's sockets.
+//
+// One thread, one epoll. Each round takes all events that are ready and treats them in this order:
+//
+//      1. processes that have ended   their last frames are read, then everybody learns of the end
+//      2. threads that have ended     likewise
+//      3. one frame of each readable connection
+//      4. new connections
+//
+// So what a dead process still said comes before its death, and its death before any command that
+// was sent after it. Reading one frame each keeps a busy sender from starving the others.
+#pragma once
+
+#include <android-base/unique_fd.h>
+#include <sys/epoll.h>
+
+#include <list>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "embedded/Frame.h"
+#include "embedded/Socket.h"
+#include "hub/Connection.h"
+#include "hub/Hub.h"
+
+namespace binderhost::hub {
+
+class Server {
+public:
+    /** Takes a listening socket and a descriptor that becomes readable when it is to stop. */
+    Server(android::base::unique_fd listener, android::base::unique_fd stop,
+           const Limits& limits = {});
+
+    /** Serves until told to stop. 0, or a negative errno of epoll. */
+    [[nodiscard]] int run();
+
+private:
+    struct ProcessEntry {
+        frame::Token token{};
+        std::vector<Connection*> connections;
+    };
+
+    Connection* add(Connection::Kind kind, android::base::unique_fd descriptor, uint32_t events);
+    void round(size_t count);
+    void acceptAll(int listener);
+    void refuseForLackOfDescriptors(int listener);
+    void readFrame(Connection* connection);
+    void handleFrame(Connection* connection, std::span<const uint8_t> bytes);
+    void greet(Connection* connection, const frame::Header& header, std::span<const uint8_t> bytes);
+    void openProcess(Connection* connection);
+    void openThread(Connection* connection, const frame::Token& token);
+    void control(Connection* connection, const frame::Header& header, uid_t uid,
+                 std::span<const uint8_t> bytes);
+    void commands(Connection* connection, const frame::Header& header, uid_t uid,
+                  std::span<const uint8_t> bytes);
+    void answer(Connection* connection, int status, const frame::Token& token);
+    void answerStats(Connection* connection);
+    /** Reads and treats all that is left in a connection whose other side has gone. */
+    void drain(Connection* connection);
+    void endProcess(Process* process);
+    void closeProcess(Process* process);
+    void endThread(Connection* connection);
+    void cutOff(Connection* connection, const char* reason);
+    void closeConnection(Connection* connection);
+    void cutOffStuffed();
+
+    Hub mHub;
+    const Limits mLimits;
+    android::base::unique_fd mEpoll;
+    /** Given up to take and refuse a connection when there is no descriptor left for it. */
+    android::base::unique_fd mReserve;
+    std::unordered_map<Connection*, std::unique_ptr<Connection>> mConnections;
+    std::unordered_map<Process*, ProcessEntry> mProcesses;
+    std::list<Connection*> mStrangers;
+    std::vector<Connection*> mStuffed;
+    /** Closed in this round: events may still name them. */
+    std::vector<std::unique_ptr<Connection>> mClosed;
+    std::vector<epoll_event> mEvents;
+    std::vector<uint8_t> mRoom;
+    Received mReceived;
+    bool mStopping = false;
+};
+
+}  // namespace binderhost::hub

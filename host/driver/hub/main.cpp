@@ -1,0 +1,148 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// binderhub: the process behind the embedded driver.
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <getopt.h>
+#include <sys/resource.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "driver/Driver.h"
+#include "embedded/StatsClient.h"
+#include "hub/Listening.h"
+#include "hub/Server.h"
+
+using android::base::unique_fd;
+using namespace binderhost;
+
+namespace {
+
+constexpr const char* kUsage =
+        "usage: binderhub [--socket PATH] [--ready-fd N] [--stats] [--help]\n"
+        "  --socket PATH   where to listen; its folder must exist. Without it: $BINDER_DRIVER,\n"
+        "                  else binderhub/hub in $XDG_RUNTIME_DIR, else /tmp/binderhub-UID/hub\n"
+        "  --ready-fd N    write one byte to descriptor N when listening\n"
+        "  --stats         print what the hub that runs there holds, and end\n";
+
+struct Options {
+    std::string socket;
+    int readyFd = -1;
+    bool stats = false;
+    bool help = false;
+};
+
+bool parse(int argc, char** argv, Options* out) {
+    const option known[] = {{"socket", required_argument, nullptr, 's'},
+                            {"ready-fd", required_argument, nullptr, 'r'},
+                            {"stats", no_argument, nullptr, 't'},
+                            {"help", no_argument, nullptr, 'h'},
+                            {}};
+    for (int each = 0; (each = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
+        switch (each) {
+            case 's':
+                out->socket = optarg;
+                break;
+            case 'r': {
+                const char* end = optarg + std::strlen(optarg);
+                const auto [stop, problem] = std::from_chars(optarg, end, out->readyFd);
+                if (problem != std::errc() || stop != end || out->readyFd < 0) {
+                    std::fprintf(stderr, "binderhub: --ready-fd wants a number: %s\n", optarg);
+                    return false;
+                }
+                break;
+            }
+            case 't':
+                out->stats = true;
+                break;
+            case 'h':
+                out->help = true;
+                break;
+            default:
+                return false;
+        }
+    }
+    if (optind < argc) std::fprintf(stderr, "binderhub: what is %s?\n", argv[optind]);
+    return optind == argc;
+}
+
+int printStats(const std::string& path) {
+    std::string text;
+    std::string error;
+    if (!readHubStats(path, &text, &error)) {
+        std::fprintf(stderr, "binderhub: %s\n", error.c_str());
+        return 1;
+    }
+    std::fputs(text.c_str(), stdout);
+    return 0;
+}
+
+unique_fd stopSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGINT);
+    sigprocmask(SIG_BLOCK, &set, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    return unique_fd(signalfd(-1, &set, SFD_CLOEXEC));
+}
+
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit)) return;
+    limit.rlim_cur = limit.rlim_max;
+    if (setrlimit(RLIMIT_NOFILE, &limit)) {
+        std::fprintf(stderr, "binderhub: keeps its limit of descriptors: %m\n");
+    }
+}
+
+int serve(const std::string& path, bool isDefault, int readyFd) {
+    std::string error;
+    if (isDefault && !hub::makePrivateFolder(path.substr(0, path.rfind('/')), &error)) {
+        std::fprintf(stderr, "binderhub: %s\n", error.c_str());
+        return 1;
+    }
+    unique_fd stop = stopSignals();
+    raiseDescriptorLimit();
+    unique_fd listener = hub::listenAt(path, &error);
+    if (!listener.ok()) {
+        std::fprintf(stderr, "binderhub: %s\n", error.c_str());
+        return 1;
+    }
+    hub::Server server(std::move(listener), std::move(stop));
+    if (readyFd >= 0) {
+        if (write(readyFd, "", 1) != 1) {
+            std::fprintf(stderr, "binderhub: cannot write to descriptor %d: %m\n", readyFd);
+        }
+        close(readyFd);
+    }
+    const int status = server.run();
+    unlink(path.c_str());
+    if (status == 0) return 0;
+    std::fprintf(stderr, "binderhub: cannot wait for events: %s\n", std::strerror(-status));
+    return 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    if (!parse(argc, argv, &options)) {
+        std::fputs(kUsage, stderr);
+        return 2;
+    }
+    if (options.help) {
+        std::fputs(kUsage, stdout);
+        return 0;
+    }
+    const bool given = !options.socket.empty() || std::getenv("BINDER_DRIVER") != nullptr;
+    const std::string path = options.socket.empty() ? driverPath() : options.socket;
+    return options.stats ? printStats(path) : serve(path, !given, options.readyFd);
+}

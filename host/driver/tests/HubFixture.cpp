@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "HubFixture.h"
+
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+
+#include "embedded/StatsClient.h"
+
+namespace binderhost::tests {
+
+HubFixture::HubFixture() {
+    char pattern[] = "/tmp/binderhub-test-XXXXXX";
+    mFolder = mkdtemp(pattern) ? pattern : "";
+    std::filesystem::permissions(mFolder, std::filesystem::perms(0755));
+    startHub();
+}
+
+HubFixture::~HubFixture() {
+    if (mHub > 0) stopHub(SIGTERM);
+    std::filesystem::remove_all(mFolder);
+}
+
+void HubFixture::startHub() {
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const std::string program = std::string(PROGRAMS) + "/binderhub";
+    const std::string socket = path();
+    const std::string readyFd = std::to_string(ready[1]);
+    const pid_t parent = getpid();
+    mHub = fork();
+    ASSERT_GE(mHub, 0);
+    if (mHub == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) _exit(1);
+        close(ready[0]);
+        execl(program.c_str(), "binderhub", "--socket", socket.c_str(), "--ready-fd",
+              readyFd.c_str(), nullptr);
+        _exit(127);
+    }
+    close(ready[1]);
+    pollfd wait{ready[0], POLLIN, 0};
+    char byte = 1;
+    EXPECT_EQ(poll(&wait, 1, 20'000), 1);
+    EXPECT_EQ(read(ready[0], &byte, 1), 1) << "the hub ended before it listened";
+    close(ready[0]);
+}
+
+void HubFixture::stopHub(int signal) {
+    kill(mHub, signal);
+    int status = 0;
+    EXPECT_EQ(waitpid(mHub, &status, 0), mHub);
+    if (signal == SIGTERM) {
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+                << "the hub ended with wait status " << status;
+    }
+    mHub = -1;
+}
+
+std::map<std::string, uint64_t> HubFixture::stats() const {
+    std::string text;
+    std::string error;
+    EXPECT_TRUE(readHubStats(path(), &text, &error)) << error;
+    std::map<std::string, uint64_t> out;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        const size_t equals = line.find('=');
+        out[line.substr(0, equals)] = std::stoull(line.substr(equals + 1));
+    }
+    return out;
+}
+
+void HubFixture::expectEmptyHub() const {
+    const std::map<std::string, uint64_t> empty = {
+            {"processes", 0}, {"threads", 0},      {"nodes", 0},       {"handles", 0},
+            {"buffers", 0},   {"buffer_bytes", 0}, {"death_links", 0}, {"descriptors", 0},
+            {"queued", 0},    {"connections", 1}};
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    auto now = stats();
+    // Each question is a round trip to the hub: a wait for it, not for time to pass.
+    while (now != empty && std::chrono::steady_clock::now() < deadline)
+        now = stats();
+    EXPECT_EQ(now, empty);
+}
+
+}  // namespace binderhost::tests
