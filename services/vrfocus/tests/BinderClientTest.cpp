@@ -1,0 +1,274 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The service connection: looking up, connecting, dying, and being destroyed at any moment.
+//
+// Intervals are either so short that waiting costs nothing, or so long that only a lookup without
+// a wait, or an interrupted wait, lets a test end.
+#include "BinderClient.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "FakeFocusHelper.h"
+#include "FakeLog.h"
+#include "FakeServiceManager.h"
+#include "Signal.h"
+
+namespace NQS::OS {
+namespace {
+
+using android::IBinder;
+using android::sp;
+using velmar::internal::IVrFocusHelper;
+using Client = BinderClient<IVrFocusHelper>;
+using Lines = std::vector<std::string>;
+
+constexpr char kName[] = "vrfocushelper";
+constexpr std::chrono::milliseconds kShort{1};
+constexpr std::chrono::milliseconds kForever = std::chrono::hours(1);
+
+class BinderClientTest : public testing::Test {
+protected:
+    BinderClientTest() { FakeLog::instance().take(); }
+
+    void makeClient(std::chrono::milliseconds interval) {
+        client = std::make_unique<Client>(
+                kName, interval,
+                [this](const sp<IVrFocusHelper>& service) {
+                    onConnected(service);
+                    connected.raise();
+                },
+                [this] {
+                    onDisconnected();
+                    disconnected.raise();
+                },
+                cast, [this]() -> sp<android::IServiceManager> { return names; });
+    }
+
+    sp<FakeFocusHelper> addService() {
+        const sp<FakeFocusHelper> service = new FakeFocusHelper;
+        names->add(kName, service);
+        return service;
+    }
+
+    const sp<FakeServiceManager> names = new FakeServiceManager;
+    Signal connected;
+    Signal disconnected;
+    std::function<void(const sp<IVrFocusHelper>&)> onConnected = [](const auto&) {};
+    std::function<void()> onDisconnected = [] {};
+    Client::InterfaceCast cast = android::interface_cast<IVrFocusHelper>;
+    std::unique_ptr<Client> client;
+};
+
+TEST_F(BinderClientTest, ServiceThatIsThereIsConnectedWhenTheConstructorReturns) {
+    const sp<FakeFocusHelper> service = addService();
+    sp<IVrFocusHelper> given;
+    onConnected = [&](const sp<IVrFocusHelper>& connectedService) { given = connectedService; };
+    makeClient(kForever);
+    EXPECT_EQ(connected.count(), 1);
+    EXPECT_EQ(given.get(), service.get());
+    EXPECT_EQ(client->getService().get(), service.get());
+    EXPECT_EQ(service->links(), 1U);
+    EXPECT_EQ(names->lookups(kName), 1);
+}
+
+TEST_F(BinderClientTest, ConstructorReturnsAfterTheFirstLookupWithoutTheService) {
+    makeClient(kForever);
+    EXPECT_EQ(names->lookups(kName), 1);
+    EXPECT_EQ(client->getService(), nullptr);
+    EXPECT_EQ(connected.count(), 0);
+}
+
+TEST_F(BinderClientTest, ConstructorWaitsForTheFirstLookup) {
+    std::atomic<bool> isAnswered = false;
+    Signal asked;
+    Signal release;
+    names->setLookupHook([&](const std::string&) {
+        asked.raise();
+        isAnswered = release.await();
+    });
+    std::thread releaser([&] {
+        EXPECT_TRUE(asked.await());
+        release.raise();
+    });
+    makeClient(kForever);
+    EXPECT_TRUE(isAnswered);
+    releaser.join();
+    names->setLookupHook(nullptr);
+}
+
+TEST_F(BinderClientTest, DefaultCallbacksDoNothing) {
+    const sp<FakeServiceManager> installed = &FakeServiceManager::installed();
+    const sp<FakeFocusHelper> service = new FakeFocusHelper;
+    installed->add(kName, service);
+    const Client plain(kName, kForever);
+    EXPECT_EQ(plain.getService().get(), service.get());
+    installed->clear();
+    service->die();
+    EXPECT_EQ(plain.getService(), nullptr);
+}
+
+TEST_F(BinderClientTest, ServiceIsFoundOnTheFourthLookup) {
+    Signal mayGoOn;
+    sp<FakeFocusHelper> service;
+    names->setLookupHook([&](const std::string&) {
+        const bool isSecond = names->lookups(kName) == 2;
+        EXPECT_TRUE(!isSecond || mayGoOn.await());
+        if (names->lookups(kName) == 4) service = addService();
+    });
+    makeClient(kShort);
+    EXPECT_EQ(client->getService(), nullptr);
+    mayGoOn.raise();
+    ASSERT_TRUE(connected.await());
+    EXPECT_EQ(names->lookups(kName), 4);
+    EXPECT_EQ(client->getService().get(), service.get());
+    EXPECT_EQ(FakeLog::instance().take(), Lines{});
+}
+
+TEST_F(BinderClientTest, MissingServiceIsLookedForAgainAndAgain) {
+    Signal lookedUp;
+    names->setLookupHook([&](const std::string&) { lookedUp.raise(); });
+    makeClient(kShort);
+    EXPECT_TRUE(lookedUp.await(50));
+    client.reset();
+    EXPECT_EQ(FakeLog::instance().take(), Lines{});
+}
+
+TEST_F(BinderClientTest, MissingServiceManagerCountsAsAMissingService) {
+    addService();
+    std::atomic<int> questions = 0;
+    client = std::make_unique<Client>(
+            kName, kShort, [this](const auto&) { connected.raise(); }, [] {}, cast,
+            [&]() -> sp<android::IServiceManager> { return ++questions < 3 ? nullptr : names; });
+    ASSERT_TRUE(connected.await());
+    EXPECT_EQ(questions, 3);
+}
+
+TEST_F(BinderClientTest, BinderOfTheWrongTypeIsLoggedAndLookedUpAgain) {
+    addService();
+    std::atomic<int> casts = 0;
+    cast = [&](const sp<IBinder>& binder) {
+        return ++casts < 3 ? nullptr : android::interface_cast<IVrFocusHelper>(binder);
+    };
+    makeClient(kShort);
+    ASSERT_TRUE(connected.await());
+    const std::string line =
+            "E BinderClient: Failed to convert IBinder to expected service type vrfocushelper";
+    EXPECT_EQ(FakeLog::instance().take(), (Lines{line, line}));
+    EXPECT_EQ(names->lookups(kName), 3);
+    EXPECT_EQ(connected.count(), 1);
+}
+
+TEST_F(BinderClientTest, DeathIsToldOnceAndTheNextInstanceIsFoundWithoutAWait) {
+    const sp<FakeFocusHelper> first = addService();
+    makeClient(kForever);
+    sp<IVrFocusHelper> duringDeath = first;
+    int connectionsBefore = 0;
+    onDisconnected = [&] {
+        duringDeath = client->getService();
+        connectionsBefore = connected.count();
+    };
+    const sp<FakeFocusHelper> second = addService();
+    first->die();
+    ASSERT_TRUE(connected.await(2));
+    EXPECT_EQ(duringDeath, nullptr);
+    EXPECT_EQ(connectionsBefore, 1) << "the new instance came before the old one was given up";
+    EXPECT_EQ(disconnected.count(), 1);
+    EXPECT_EQ(client->getService().get(), second.get());
+    EXPECT_EQ(first->links(), 0U);
+    EXPECT_EQ(second->links(), 1U);
+}
+
+TEST_F(BinderClientTest, DeadServiceThatIsNotRestartedLeavesNoHandle) {
+    const sp<FakeFocusHelper> service = addService();
+    makeClient(kForever);
+    names->clear();
+    service->die();
+    EXPECT_EQ(disconnected.count(), 1);
+    EXPECT_EQ(client->getService(), nullptr);
+}
+
+TEST_F(BinderClientTest, HandleThatWasTakenOutlivesTheDeath) {
+    const sp<FakeFocusHelper> service = addService();
+    makeClient(kForever);
+    const sp<IVrFocusHelper> taken = client->getService();
+    names->clear();
+    service->die();
+    EXPECT_TRUE(taken->onFocusChanged(0).isOk());
+}
+
+TEST_F(BinderClientTest, DestructionForgetsTheServiceAndTellsNobody) {
+    const sp<FakeFocusHelper> service = addService();
+    makeClient(kForever);
+    client.reset();
+    EXPECT_EQ(service->links(), 0U);
+    EXPECT_EQ(disconnected.count(), 0);
+}
+
+TEST_F(BinderClientTest, DestructionInterruptsTheWaitForTheNextLookup) {
+    makeClient(kForever);
+    client.reset();
+    EXPECT_EQ(names->lookups(kName), 1);
+}
+
+TEST_F(BinderClientTest, DestructionWaitsForALookupThatIsUnderWay) {
+    Signal asked;
+    Signal release;
+    std::atomic<bool> isAnswered = false;
+    names->setLookupHook([&](const std::string&) {
+        if (names->lookups(kName) == 1) return;
+        asked.raise();
+        isAnswered = release.await();
+    });
+    makeClient(kShort);
+    ASSERT_TRUE(asked.await());
+    std::thread releaser([&] { release.raise(); });
+    client.reset();
+    EXPECT_TRUE(isAnswered);
+    releaser.join();
+}
+
+TEST_F(BinderClientTest, NoticeThatArrivesAfterDestructionDoesNothing) {
+    const sp<FakeFocusHelper> service = addService();
+    makeClient(kForever);
+    const auto recipients = service->takeRecipients();
+    ASSERT_EQ(recipients.size(), 1U);
+    client.reset();
+    recipients[0]->binderDied(android::wp<IBinder>(service));
+    EXPECT_EQ(disconnected.count(), 0);
+    EXPECT_EQ(connected.count(), 1);
+}
+
+TEST_F(BinderClientTest, DeathDuringDestructionIsToldBeforeItEndsOrNotAtAll) {
+    std::atomic<bool> isDestroyed = false;
+    std::atomic<int> late = 0;
+    onDisconnected = [&] { late += isDestroyed ? 1 : 0; };
+    for (int round = 0; round < 1000; ++round) {
+        isDestroyed = false;
+        const sp<FakeFocusHelper> service = addService();
+        makeClient(kForever);
+        const auto recipients = service->takeRecipients();
+        names->clear();
+        std::atomic<bool> go = false;
+        std::thread killer([&] {
+            while (!go)
+                std::this_thread::yield();
+            recipients[0]->binderDied(android::wp<IBinder>(service));
+        });
+        go = true;
+        client.reset();
+        isDestroyed = true;
+        killer.join();
+    }
+    EXPECT_EQ(late, 0);
+}
+
+}  // namespace
+}  // namespace NQS::OS

@@ -1,0 +1,293 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The registry: what a record says of a process, how long it is kept, and what was asked for it.
+#include "ClientManager.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "TrackerTest.h"
+
+namespace NQS::OS {
+namespace {
+
+constexpr char kHeadPermission[] = "com.velmar.permission.ACCESS_BACKGROUND_HEAD_TRACKING";
+constexpr char kInputPermission[] = "com.velmar.permission.ACCESS_BACKGROUND_INPUT_TRACKING";
+
+using Types = std::set<FocusType>;
+using Lines = std::vector<std::string>;
+
+const Types kNone;
+const Types kHead = {FocusType::HeadTracking};
+const Types kInput = {FocusType::InputTracking};
+const Types kBoth = {FocusType::HeadTracking, FocusType::InputTracking};
+
+class ClientManagerTest : public TrackerTest {
+protected:
+    static constexpr int kPid = 4321;
+
+    void SetUp() override { registry = std::make_unique<ClientManager>(makeTracker()); }
+
+    FocusClientWithMetadata build(int pid = kPid) {
+        const auto record = registry->buildClientInfo(pid);
+        EXPECT_TRUE(record.has_value());
+        return record.value_or(FocusClientWithMetadata(-1, -1, "", "", {}, {}));
+    }
+    Types focusOf(int pid = kPid) { return build(pid).currentFocus; }
+
+    std::unique_ptr<ClientManager> registry;
+};
+
+struct PackageRow {
+    const char* what;
+    std::string process;
+    std::vector<std::string> packages;
+    std::string expected;
+};
+
+TEST_F(ClientManagerTest, PackageIsChosenFromThoseOfTheUid) {
+    const std::vector<PackageRow> rows = {
+            {"none", "com.app", {}, ""},
+            {"one, named like the process", "com.app", {"com.app"}, "com.app"},
+            {"one, with another name", "com.app:x", {"com.other"}, "com.other"},
+            {"two, one named like the process", "com.b", {"com.a", "com.b"}, "com.b"},
+            {"two, suffix kept", "com.b:remote", {"com.a", "com.b"}, "com.b:remote"},
+            {"cut at the first colon", "com.b:x:y", {"com.a", "com.b"}, "com.b:x:y"},
+            {"longer base than a package", "com.bb", {"com.a", "com.b"}, ""},
+            {"no base", ":remote", {"com.a", "com.b"}, ""},
+            {"colon at the end", "com.b:", {"com.a", "com.b"}, "com.b:"},
+            {"none matches", "com.c", {"com.a", "com.b"}, ""},
+            {"last of three", "com.c", {"com.a", "com.b", "com.c"}, "com.c"},
+            {"empty process name", "", {"com.a", "com.b"}, ""},
+            {"system server, none", "system_server", {}, "android.uid.system:1000"},
+            {"system server, one", "system_server", {"android"}, "android.uid.system:1000"},
+            {"system server, two", "system_server", {"android", "b"}, "android.uid.system:1000"},
+            {"system server with suffix",
+             "system_server:x",
+             {"a", "system_server"},
+             "system_server:x"},
+    };
+    int uid = 10050;
+    for (const PackageRow& row : rows) {
+        SCOPED_TRACE(row.what);
+        permission->install(++uid, row.packages);
+        processes.set(uid, uid, row.process);
+        EXPECT_EQ(build(uid).package, row.expected);
+        EXPECT_EQ(build(uid).process, row.process);
+    }
+}
+
+struct AccessRow {
+    const char* what;
+    int uid;
+    std::string process;
+    std::vector<std::string> packages;
+    std::vector<std::string> grants;
+    Types expected;
+};
+
+std::vector<AccessRow> accessRows() {
+    std::vector<AccessRow> rows = {
+            {"nothing", 10050, "com.app", {"com.app"}, {}, kNone},
+            {"head permission", 10050, "com.app", {"com.app"}, {kHeadPermission}, kHead},
+            {"input permission", 10050, "com.app", {"com.app"}, {kInputPermission}, kInput},
+            {"both", 10050, "com.app", {"com.app"}, {kHeadPermission, kInputPermission}, kBoth},
+            {"root", 0, "init", {}, {}, kBoth},
+            {"native under its uid", 1041, "/system/bin/audioserver", {}, {}, kBoth},
+            {"native under another uid", 1000, "/system/bin/audioserver", {}, {}, kNone},
+            {"second native", 1000, "/system/bin/mrsystemservice", {}, {}, kBoth},
+            {"second native, other uid", 1041, "/system/bin/mrsystemservice", {}, {}, kNone},
+            {"third native", 1000, "/system_ext/bin/avatardataserviced", {}, {}, kBoth},
+            {"third native, other uid", 2000, "/system_ext/bin/avatardataserviced", {}, {}, kNone},
+            {"native name, cut", 1041, "/system/bin/audio", {}, {}, kNone},
+            {"listed package with suffix",
+             10050,
+             "com.velmar.vrshell:ui",
+             {"a", "com.velmar.vrshell"},
+             {},
+             kNone},
+            {"listed package, other process", 10050, "ui", {"com.velmar.vrshell"}, {}, kBoth},
+            {"listed name without package", 10050, "com.velmar.vrshell", {}, {}, kNone},
+            {"system server alone", 1000, "system_server", {"com.velmar.vrshell"}, {}, kNone},
+    };
+    for (const char* package : {"com.velmar.vrshell", "com.velmar.shellenv", "com.velmar.boundary",
+                                "com.velmar.systemdriver", "com.velmar.mrservice"}) {
+        rows.push_back({package, 10050, package, {package}, {}, kBoth});
+    }
+    return rows;
+}
+
+TEST_F(ClientManagerTest, BackgroundAccessComesFromPermissionsAndLists) {
+    int pid = 100;
+    for (const AccessRow& row : accessRows()) {
+        SCOPED_TRACE(row.what);
+        permission->world.access([&](FakePermissionController::World& world) {
+            world.grants.clear();
+            world.packages = {{row.uid, row.packages}};
+        });
+        for (const std::string& grant : row.grants)
+            permission->grant(grant, row.uid);
+        processes.set(++pid, row.uid, row.process);
+        EXPECT_EQ(build(pid).backgroundAccess, row.expected);
+        EXPECT_EQ(build(pid).currentFocus, kNone);
+    }
+}
+
+TEST_F(ClientManagerTest, NewRecordAsksForPackagesThenEachPermissionByType) {
+    processes.set(kPid, 10050, "com.app");
+    build();
+    EXPECT_EQ(permission->calls.take(),
+              (Lines{"packages 10050", std::string("permission ") + kHeadPermission + " 10050/4321",
+                     std::string("permission ") + kInputPermission + " 10050/4321"}));
+}
+
+TEST_F(ClientManagerTest, RootIsGivenAccessWithoutAnyPermissionQuestion) {
+    processes.set(kPid, 0, "init");
+    EXPECT_EQ(build().backgroundAccess, kBoth);
+    EXPECT_EQ(permission->calls.take(), (Lines{"packages 0"}));
+}
+
+TEST_F(ClientManagerTest, SecondAnswerIsTheRecordOnFileWithAFreshProcessName) {
+    processes.set(kPid, 10050, "zygote64");
+    permission->install(10050, {"com.app"});
+    build();
+    permission->calls.take();
+    permission->install(10050, {"com.changed"});
+    permission->grant(kHeadPermission, 10050);
+    processes.set(kPid, 10050, "com.app:late");
+
+    const FocusClientWithMetadata again = build();
+    EXPECT_EQ(again.process, "com.app:late");
+    EXPECT_EQ(again.package, "com.app");
+    EXPECT_EQ(again.backgroundAccess, kNone);
+    EXPECT_EQ(permission->calls.take(), Lines{});
+    EXPECT_EQ(processes.shortNames(), 0);
+}
+
+TEST_F(ClientManagerTest, FreshProcessNameStaysOutOfTheRecordOnFile) {
+    processes.set(kPid, 10050, "zygote64");
+    build();
+    processes.set(kPid, 10050, "com.app");
+    build();
+    const auto snapshot = registry->getSnapshot();
+    ASSERT_EQ(snapshot.size(), 1U);
+    EXPECT_EQ(snapshot.begin()->process, "zygote64");
+}
+
+TEST_F(ClientManagerTest, ReusedPidGetsARecordOfItsOwn) {
+    permission->grant(kHeadPermission, 10050);
+    processes.set(kPid, 10050, "com.old");
+    build();
+    registry->addCurrentFocus({.uid = 10050, .pid = kPid}, FocusType::HeadTracking);
+
+    processes.set(kPid, 10060, "com.new");
+    const FocusClientWithMetadata record = build();
+    EXPECT_EQ(record.uid, 10060);
+    EXPECT_EQ(record.process, "com.new");
+    EXPECT_EQ(record.backgroundAccess, kNone);
+    EXPECT_EQ(record.currentFocus, kNone);
+    EXPECT_EQ(registry->getSnapshot().size(), 1U);
+}
+
+TEST_F(ClientManagerTest, UnreadableUidIsWarnedOfAndNotOnRecord) {
+    EXPECT_FALSE(registry->buildClientInfo(kPid).has_value());
+    EXPECT_FALSE(registry->buildClientInfo(-1).has_value());
+    EXPECT_EQ(log.take(), (Lines{"W Failed to read UID for PID 4321, focus allowlist may fail",
+                                 "W Failed to read UID for PID -1, focus allowlist may fail"}));
+    EXPECT_EQ(permission->calls.take(), Lines{});
+
+    processes.set(kPid, 10050, "com.app");
+    EXPECT_EQ(build().uid, 10050);
+}
+
+TEST_F(ClientManagerTest, ProcessThatLosesItsUidKeepsItsRecordButHasNoAnswer) {
+    processes.set(kPid, 10050, "com.app");
+    build();
+    processes.kill(kPid);
+    EXPECT_FALSE(registry->buildClientInfo(kPid).has_value());
+    processes.set(kPid, 10050, "com.app");
+    permission->calls.take();
+    build();
+    EXPECT_EQ(permission->calls.take(), Lines{});
+}
+
+TEST_F(ClientManagerTest, FocusIsNotedForTheExactClientOnly) {
+    processes.set(kPid, 10050, "com.app");
+    const FocusClient client{.uid = 10050, .pid = kPid};
+    registry->addCurrentFocus(client, FocusType::HeadTracking);
+    EXPECT_EQ(focusOf(), kNone) << "not on record yet";
+
+    registry->addCurrentFocus({.uid = 10051, .pid = kPid}, FocusType::HeadTracking);
+    registry->addCurrentFocus({.uid = 10050, .pid = kPid + 1}, FocusType::HeadTracking);
+    EXPECT_EQ(focusOf(), kNone);
+
+    registry->addCurrentFocus(client, FocusType::InputTracking);
+    registry->addCurrentFocus(client, FocusType::InputTracking);
+    EXPECT_EQ(focusOf(), kInput);
+    registry->addCurrentFocus(client, FocusType::HeadTracking);
+    EXPECT_EQ(focusOf(), kBoth);
+
+    registry->removeCurrentFocus({.uid = 10051, .pid = kPid}, FocusType::InputTracking);
+    registry->removeCurrentFocus({.uid = 10050, .pid = kPid + 1}, FocusType::InputTracking);
+    EXPECT_EQ(focusOf(), kBoth);
+    registry->removeCurrentFocus(client, FocusType::InputTracking);
+    registry->removeCurrentFocus(client, FocusType::InputTracking);
+    EXPECT_EQ(focusOf(), kHead);
+    EXPECT_EQ(log.take(), Lines{});
+}
+
+TEST_F(ClientManagerTest, AnswerIsACopy) {
+    processes.set(kPid, 10050, "com.app");
+    FocusClientWithMetadata record = build();
+    record.currentFocus = kBoth;
+    EXPECT_EQ(focusOf(), kNone);
+}
+
+TEST_F(ClientManagerTest, SnapshotIsOrderedAndWithoutTheDead) {
+    processes.set(20, 10050, "com.a");
+    processes.set(50, 1000, "com.b");
+    processes.set(30, 1000, "com.c");
+    for (const int pid : {20, 50, 30})
+        build(pid);
+    processes.kill(50);
+    const auto snapshot = registry->getSnapshot();
+    std::vector<FocusClient> clients;
+    for (const auto& record : snapshot)
+        clients.push_back(record.client());
+    EXPECT_EQ(clients, (std::vector<FocusClient>{{1000, 30}, {10050, 20}}));
+}
+
+TEST_F(ClientManagerTest, DeadProcessIsForgottenByTheSnapshotOnly) {
+    processes.set(kPid, 10050, "com.app");
+    build();
+    registry->addCurrentFocus({.uid = 10050, .pid = kPid}, FocusType::HeadTracking);
+    // Gone and back between two snapshots: the record has not been looked at meanwhile.
+    processes.kill(kPid);
+    processes.set(kPid, 10050, "com.app");
+    EXPECT_EQ(focusOf(), kHead);
+    processes.kill(kPid);
+    EXPECT_TRUE(registry->getSnapshot().empty());
+    processes.set(kPid, 10050, "com.app");
+    EXPECT_EQ(focusOf(), kNone);
+}
+
+TEST_F(ClientManagerTest, RecordIsBuiltWithoutAPermissionController) {
+    loseService("permission", *permission);
+    processes.set(kPid, 10050, "com.app");
+    const FocusClientWithMetadata record = build();
+    EXPECT_EQ(record.package, "");
+    EXPECT_EQ(record.backgroundAccess, kNone);
+    EXPECT_EQ(log.take(),
+              (Lines{"E No access to the PackageManager, package names unavailable for now...",
+                     "E Failed to initialize PermissionController",
+                     "E Failed to initialize PermissionController"}));
+    build();
+    EXPECT_EQ(log.take(), Lines{}) << "on record by now";
+}
+
+}  // namespace
+}  // namespace NQS::OS

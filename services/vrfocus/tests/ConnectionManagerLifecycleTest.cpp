@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The tracker's life: construction, observers over reconnections, and notices from many threads.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Signal.h"
+#include "TrackerTest.h"
+
+namespace NQS::OS {
+namespace {
+
+using android::sp;
+using Clients = std::vector<FocusClient>;
+using Lines = std::vector<std::string>;
+
+class LifecycleTest : public TrackerTest {
+protected:
+    /** Strong references on the newest process observer: the activity manager's, the tracker's. */
+    int observerReferences() {
+        return activity->world.access(
+                [](FakeActivityManager::World& w) { return w.observers.back()->getStrongCount(); });
+    }
+    int windowObserverReferences() {
+        return window->observers.access([](std::vector<FakeWindowManager::Observer>& observers) {
+            return observers.back()->getStrongCount();
+        });
+    }
+
+    /** Has it come back as another instance, and waits until the tracker is registered there. */
+    sp<FakeActivityManager> restartActivityManager(FakeActivityManager& old) {
+        const sp<FakeActivityManager> next = new FakeActivityManager;
+        // Shared: the connection may still be leaving raise() when this returns.
+        const auto registered = std::make_shared<Signal>();
+        next->world.access([&](FakeActivityManager::World& world) {
+            world.onRegister = [registered] { registered->raise(); };
+        });
+        names.add("activity", next);
+        old.die();
+        EXPECT_TRUE(registered->await());
+        return next;
+    }
+};
+
+TEST_F(LifecycleTest, ServicesAreLookedUpOneAfterTheOther) {
+    CallLog lookups;
+    names.setLookupHook([&](const std::string& name) { lookups.add(name); });
+    makeTracker();
+    EXPECT_EQ(lookups.take(), (Lines{"activity", "display", "package_native", "permission",
+                                     "VelmarWindowManager", "vrfocushelper"}));
+}
+
+TEST_F(LifecycleTest, ConstructionDoesNotWaitForMissingServices) {
+    names.clear();
+    CallLog lookups;
+    names.setLookupHook([&](const std::string& name) { lookups.add(name); });
+    makeTracker();
+    EXPECT_EQ(lookups.take().size(), 6U);
+    EXPECT_EQ(log.take(), Lines{});
+    tracker.reset();
+    names.setLookupHook(nullptr);
+}
+
+TEST_F(LifecycleTest, ObserversAreRegisteredWhenTheConstructorReturnsButTheDisplayCallbackIsNot) {
+    makeTracker();
+    EXPECT_EQ(activity->registrations(), 1U);
+    EXPECT_EQ(window->registrations(), 1U);
+    EXPECT_EQ(display->callback(), nullptr);
+}
+
+TEST_F(LifecycleTest, ObserversOfTheConstructionLiveByTheirServicesAlone) {
+    makeTracker();
+    EXPECT_EQ(observerReferences(), 1);
+    EXPECT_EQ(windowObserverReferences(), 1);
+    EXPECT_TRUE(activity->observer()->onForegroundActivitiesChanged(7, 10050, true).isOk());
+    EXPECT_EQ(tracker->getAllClientsWithTopActivities(), (Clients{{10050, 7}}));
+}
+
+TEST_F(LifecycleTest, ObserverOfAReconnectionIsHeldByTheTrackerToo) {
+    makeTracker();
+    const sp<FakeActivityManager> old = activity;
+    const sp<FakeActivityManager> next = restartActivityManager(*old);
+    EXPECT_EQ(next->registrations(), 1U);
+    EXPECT_EQ(old->registrations(), 1U);
+    EXPECT_NE(next->observer(), old->observer());
+    // Destruction waits for the connection, which then holds nothing any more.
+    const auto references = [&] {
+        return next->world.access(
+                [](FakeActivityManager::World& w) { return w.observers.back()->getStrongCount(); });
+    };
+    EXPECT_GE(references(), 2);
+    tracker.reset();
+    EXPECT_EQ(references(), 1);
+}
+
+TEST_F(LifecycleTest, ServiceThatComesUpLateIsRegisteredWith) {
+    names.remove("activity");
+    Signal registered;
+    activity->world.access([&](FakeActivityManager::World& world) {
+        world.onRegister = [&registered] { registered.raise(); };
+    });
+    makeTracker();
+    EXPECT_EQ(activity->registrations(), 0U);
+    names.add("activity", activity);
+    ASSERT_TRUE(registered.await());
+    tracker.reset();
+    EXPECT_EQ(activity->registrations(), 1U);
+}
+
+TEST_F(LifecycleTest, ReconnectionRegistersOncePerInstance) {
+    makeTracker();
+    sp<FakeActivityManager> current = activity;
+    for (int i = 0; i < 20; ++i) {
+        current = restartActivityManager(*current);
+        EXPECT_EQ(current->registrations(), 1U);
+    }
+}
+
+TEST_F(LifecycleTest, LateNoticeOfAnOldObserverIsTakenIn) {
+    makeTracker();
+    const auto lateObserver = activity->observer();
+    const sp<FakeActivityManager> next = restartActivityManager(*activity);
+    EXPECT_TRUE(lateObserver->onForegroundActivitiesChanged(7, 10050, true).isOk());
+    EXPECT_TRUE(lateObserver->onForegroundServicesChanged(7, 10050, 0).isOk());
+    EXPECT_EQ(next->calls.take(), (Lines{"displays 7 [0]", "primary 10050/7", "panel 10050/7"}));
+}
+
+TEST_F(LifecycleTest, DestructionForgetsEveryServiceAndUnregistersNothing) {
+    makeTracker();
+    tracker->grantTrackingServiceAccess(3);
+    tracker.reset();
+    EXPECT_EQ(activity->links(), 0U);
+    EXPECT_EQ(display->links(), 0U);
+    EXPECT_EQ(permission->links(), 0U);
+    EXPECT_EQ(window->links(), 0U);
+    EXPECT_EQ(helper->links(), 0U);
+    EXPECT_EQ(activity->calls.take(), Lines{});
+    EXPECT_EQ(display->masks(), (std::vector<int64_t>{2}));
+}
+
+TEST_F(LifecycleTest, WindowFocusIsNeverAMixtureOfTwoReports) {
+    constexpr int kRounds = 50000;
+    makeTracker();
+    const std::set<FocusClient> reported = {{0, 0}, {-1, -2}, {0x55555555, 0x2AAAAAAA}};
+    const auto observer = window->observer();
+    std::atomic<int> writersLeft = 2;
+    std::vector<std::thread> writers;
+    for (const FocusClient& client : {FocusClient{-1, -2}, FocusClient{0x55555555, 0x2AAAAAAA}}) {
+        writers.emplace_back([&, client] {
+            for (int i = 0; i < kRounds; ++i) {
+                (void)observer->onFocusedWindowChanged(nullptr, client.uid, client.pid);
+            }
+            --writersLeft;
+        });
+    }
+    int torn = 0;
+    while (writersLeft > 0) {
+        torn += static_cast<int>(1 - reported.count(tracker->getClientWithWindowFocus()));
+    }
+    for (std::thread& writer : writers)
+        writer.join();
+    EXPECT_EQ(torn, 0);
+}
+
+TEST_F(LifecycleTest, NoticesQueriesAndReconnectionsMayRunAtOnce) {
+    constexpr int kRounds = 500;
+    makeTracker();
+    for (int pid = 1; pid <= 8; ++pid)
+        start({10050, pid});
+    const auto observer = activity->observer();
+    std::atomic<bool> isOver = false;
+    std::vector<std::thread> threads;
+    for (int t = 1; t <= 3; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kRounds; ++i) {
+                const int pid = 1 + (i + t) % 8;
+                (void)observer->onForegroundActivitiesChanged(pid, 10050, i % 2 == 0);
+                (void)observer->onForegroundServicesChanged(pid, 10050, 0);
+                tracker->onXrSessionStateChanged(pid, 10050, i % 3);
+            }
+        });
+    }
+    std::thread reader([&] {
+        while (!isOver) {
+            (void)tracker->getClientsWithForegroundActivity();
+            (void)tracker->getClientsCurrentlyRendering();
+            (void)tracker->getClientsWithForegroundPanelApp();
+            (void)tracker->getAllClientsWithTopActivities();
+            (void)tracker->getTopActivityOnPrimaryDisplay();
+            tracker->forwardTopActivityChanged(std::nullopt);
+        }
+    });
+    sp<FakeActivityManager> current = activity;
+    for (int i = 0; i < 50; ++i)
+        current = restartActivityManager(*current);
+    for (std::thread& thread : threads)
+        thread.join();
+    isOver = true;
+    reader.join();
+    EXPECT_EQ(current->registrations(), 1U);
+    (void)tracker->getClientsWithForegroundActivity();
+    log.take();
+}
+
+}  // namespace
+}  // namespace NQS::OS

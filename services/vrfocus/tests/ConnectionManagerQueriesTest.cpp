@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The tracker's queries: pruning, the repair of the activity state, and the focus helper.
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "TrackerTest.h"
+
+namespace NQS::OS {
+namespace {
+
+using android::String16;
+using Clients = std::vector<FocusClient>;
+using Lines = std::vector<std::string>;
+
+class QueriesTest : public TrackerTest {
+protected:
+    void SetUp() override { makeTracker(); }
+
+    /** Comes to the foreground on the main display, with a panel service and an XR session. */
+    void bringUp(const FocusClient& client) {
+        start(client);
+        activity->world.access([&](FakeActivityManager::World& world) {
+            world.displays[client.pid] = {0};
+            world.panels.insert(client);
+        });
+        (void)activity->observer()->onForegroundActivitiesChanged(client.pid, client.uid, true);
+        (void)activity->observer()->onForegroundServicesChanged(client.pid, client.uid, 0);
+        tracker->onXrSessionStateChanged(client.pid, client.uid, 0);
+    }
+    void setOnPrimary(const std::set<FocusClient>& clients) {
+        activity->world.access([&](FakeActivityManager::World& w) { w.onPrimary = clients; });
+        activity->calls.take();
+    }
+};
+
+TEST_F(QueriesTest, NewTrackerKnowsNobody) {
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
+    EXPECT_EQ(tracker->getClientsCurrentlyRendering(), Clients{});
+    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{});
+    EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients{});
+    EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{});
+    EXPECT_EQ(tracker->getClientWithWindowFocus(), (FocusClient{0, 0}));
+    EXPECT_EQ(processes.livenessChecks(), 0);
+}
+
+TEST_F(QueriesTest, EverySubsetOfDeadProcessesIsPrunedForGood) {
+    // Neither in pid nor in uid order.
+    const Clients arrivals = {{10050, 6}, {1000, 3}, {10050, 1}, {0, 4}, {1000, 2}, {10060, 5}};
+    for (unsigned dead = 0; dead < 64; ++dead) {
+        SCOPED_TRACE(dead);
+        Clients alive;
+        for (const FocusClient& client : arrivals) {
+            bringUp(client);
+        }
+        for (size_t i = 0; i < arrivals.size(); ++i) {
+            if ((dead >> i & 1U) != 0) {
+                processes.kill(arrivals[i].pid);
+            } else {
+                alive.push_back(arrivals[i]);
+            }
+        }
+        const std::set<FocusClient> sorted(alive.begin(), alive.end());
+        const Clients ascending(sorted.begin(), sorted.end());
+        for (int again = 0; again < 2; ++again) {
+            EXPECT_EQ(tracker->getClientsWithForegroundActivity(), alive);
+            EXPECT_EQ(tracker->getClientsCurrentlyRendering(), ascending);
+            EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), ascending);
+            // Once forgotten, a process that is seen to live again stays forgotten.
+            for (const FocusClient& client : arrivals)
+                start(client);
+        }
+        const std::set<FocusClient> all(arrivals.begin(), arrivals.end());
+        EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients(all.begin(), all.end()));
+        EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients(all.begin(), all.end()));
+        for (const FocusClient& client : arrivals) {
+            activity->world.access([](FakeActivityManager::World& w) { w.panels.clear(); });
+            tracker->onForegroundActivitiesChanged(client.pid, client.uid, false);
+            (void)activity->observer()->onForegroundServicesChanged(client.pid, client.uid, 0);
+            tracker->onXrSessionStateChanged(client.pid, client.uid, 2);
+        }
+    }
+}
+
+TEST_F(QueriesTest, ClientThatIsListedTwiceIsReturnedAndPrunedTwice) {
+    bringUp({10050, 1});
+    bringUp({10050, 2});
+    bringUp({10050, 1});
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(),
+              (Clients{{10050, 1}, {10050, 2}, {10050, 1}}));
+    processes.kill(1);
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), (Clients{{10050, 2}}));
+}
+
+TEST_F(QueriesTest, PruningOneCollectionLeavesTheOthers) {
+    bringUp({10050, 1});
+    processes.kill(1);
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
+    start({10050, 1});
+    EXPECT_EQ(tracker->getClientsCurrentlyRendering(), (Clients{{10050, 1}}));
+    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), (Clients{{10050, 1}}));
+}
+
+TEST_F(QueriesTest, OnlyPruningQueriesAskWhoLives) {
+    bringUp({10050, 1});
+    const int checks = processes.livenessChecks();
+    (void)tracker->getClientsWithTopActivities();
+    (void)tracker->getAllClientsWithTopActivities();
+    (void)tracker->getClientWithWindowFocus();
+    EXPECT_EQ(processes.livenessChecks(), checks);
+    (void)tracker->getClientsWithForegroundActivity();
+    EXPECT_EQ(processes.livenessChecks(), checks + 1);
+}
+
+TEST_F(QueriesTest, TopActivityIsTheActivityManagersAnswer) {
+    EXPECT_EQ(tracker->getTopActivityOnPrimaryDisplay(), String16());
+    activity->world.access(
+            [](FakeActivityManager::World& w) { w.topActivity = String16("com.app"); });
+    EXPECT_EQ(tracker->getTopActivityOnPrimaryDisplay(), String16("com.app"));
+    activity->world.access([](FakeActivityManager::World& w) {
+        w.status = android::binder::Status::fromStatusT(android::DEAD_OBJECT);
+    });
+    EXPECT_EQ(tracker->getTopActivityOnPrimaryDisplay(), String16());
+    log.take();
+    loseService("activity", *activity);
+    EXPECT_EQ(tracker->getTopActivityOnPrimaryDisplay(), String16());
+    EXPECT_EQ(log.take(), Lines{});
+}
+
+struct RepairRow {
+    const char* what;
+    /** Who is listed with a foreground activity before, oldest first. */
+    Clients listed;
+    std::set<FocusClient> onPrimary;
+    Clients expected;
+    /** Whom the activity manager was asked about. */
+    Lines asked;
+};
+
+class RepairTest : public QueriesTest {
+protected:
+    static constexpr FocusClient kLow{1000, 50};
+    static constexpr FocusClient kMid{10050, 20};
+    static constexpr FocusClient kHigh{10050, 30};
+
+    /** All three have a foreground activity somewhere; these are listed with one on display 0. */
+    void list(const Clients& listed) {
+        for (const FocusClient& client : {kHigh, kLow, kMid})
+            notice(client, {});
+        for (const FocusClient& client : listed)
+            notice(client, {0});
+    }
+
+private:
+    void notice(const FocusClient& client, const std::vector<int>& displays) {
+        start(client);
+        activity->world.access([&](FakeActivityManager::World& world) {
+            world.onPrimary.clear();
+            world.displays[client.pid] = displays;
+        });
+        tracker->onForegroundActivitiesChanged(client.pid, client.uid, true);
+    }
+};
+
+TEST_F(RepairTest, StoppingClientHasTheLowestOneOnThePrimaryDisplayListed) {
+    const Lines askedLow = {"primary 1000/50"};
+    const Lines askedMid = {"primary 1000/50", "primary 10050/20"};
+    const Lines askedAll = {"primary 1000/50", "primary 10050/20", "primary 10050/30"};
+    const std::vector<RepairRow> rows = {
+            {"nobody", {}, {}, {}, askedAll},
+            {"lowest of two", {}, {kLow, kMid}, {kLow}, askedLow},
+            {"lowest uid, not lowest pid", {}, {kLow, kHigh}, {kLow}, askedLow},
+            {"lowest pid of a uid", {}, {kMid, kHigh}, {kMid}, askedMid},
+            {"last one asked", {}, {kHigh}, {kHigh}, askedAll},
+            {"added as the newest", {kHigh, kMid}, {kLow}, {kHigh, kMid, kLow}, askedLow},
+            {"listed already", {kMid, kLow, kHigh}, {kMid}, {kMid, kLow, kHigh}, askedMid},
+            {"listed twice", {kMid, kMid}, {kMid}, {kMid, kMid}, askedMid},
+            {"not known to have an activity", {kMid}, {{1, 1}}, {kMid}, askedAll},
+    };
+    for (const RepairRow& row : rows) {
+        SCOPED_TRACE(row.what);
+        list(row.listed);
+        setOnPrimary(row.onPrimary);
+        log.take();
+        int callbacks = 0;
+        tracker->activityStateCallback = [&] { ++callbacks; };
+        tracker->onXrSessionStateChanged(/*pid=*/7, /*uid=*/7, /*state=*/2);
+        tracker->activityStateCallback = nullptr;
+        EXPECT_EQ(activity->calls.take(), row.asked);
+        EXPECT_EQ(tracker->getClientsWithForegroundActivity(), row.expected);
+        EXPECT_EQ(callbacks, 0);
+        EXPECT_EQ(log.take(), (Lines{"D Received XR_SESSION_STATE_STOPPING for pid: 7, uid: 7"}));
+    }
+}
+
+TEST_F(QueriesTest, OnlyAStoppingClientTriggersTheRepair) {
+    start({1000, 50});
+    tracker->onForegroundActivitiesChanged(50, 1000, true);
+    setOnPrimary({{1000, 50}});
+    for (const int state : {0, 1, 3})
+        tracker->onXrSessionStateChanged(50, 1000, state);
+    EXPECT_EQ(activity->calls.take(), Lines{});
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
+}
+
+TEST_F(QueriesTest, RepairTakesFailedAnswersForNo) {
+    start({1000, 50});
+    tracker->onForegroundActivitiesChanged(50, 1000, true);
+    setOnPrimary({{1000, 50}});
+    activity->world.access([](FakeActivityManager::World& w) {
+        w.status = android::binder::Status::fromExceptionCode(-1);
+    });
+    tracker->maybeUpdateActivityState();
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
+}
+
+TEST_F(QueriesTest, RepairDoesNothingWithoutAnActivityManager) {
+    start({1000, 50});
+    tracker->onForegroundActivitiesChanged(50, 1000, true);
+    setOnPrimary({{1000, 50}});
+    loseService("activity", *activity);
+    tracker->maybeUpdateActivityState();
+    EXPECT_EQ(activity->calls.take(), Lines{});
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
+}
+
+TEST_F(QueriesTest, ForwardersSendWhatTheyAreGivenEachTime) {
+    tracker->forwardTopActivityChanged(String16("com.app"));
+    tracker->forwardTopActivityChanged(String16("com.app"));
+    tracker->forwardTopActivityChanged(String16());
+    tracker->forwardTopActivityChanged(std::nullopt);
+    tracker->forwardImmersiveAppChanged(String16("com.game"));
+    tracker->forwardImmersiveAppChanged(String16());
+    tracker->forwardImmersiveAppChanged(std::nullopt);
+    tracker->forwardImmersiveAppChanged(std::nullopt);
+    EXPECT_EQ(helper->calls.take(),
+              (Lines{"top com.app", "top com.app", "top ", "top (none)", "immersive com.game",
+                     "immersive ", "immersive (none)", "immersive (none)"}));
+    EXPECT_EQ(log.take(), Lines{});
+}
+
+TEST_F(QueriesTest, NoticesForAMissingHelperAreLost) {
+    loseService("vrfocushelper", *helper);
+    tracker->forwardTopActivityChanged(String16("com.app"));
+    tracker->forwardImmersiveAppChanged(std::nullopt);
+    EXPECT_EQ(helper->calls.take(), Lines{});
+    EXPECT_EQ(log.take(), Lines{});
+}
+
+}  // namespace
+}  // namespace NQS::OS
