@@ -40,7 +40,7 @@ void BuiltInSession::play() {
         mTimeline.step(++number, static_cast<int>(all.size()), step.title);
         try {
             step.act();
-            const Answers got = mHeadset.expect(kShell, withRootAccess(step.expected));
+            const Answers got = mHeadset.expect(kShell, step.expected);
             mTimeline.answers(rows(), got);
         } catch (const SessionError& error) {
             throw SessionError("step " + std::to_string(number) + " (" + step.title +
@@ -193,14 +193,6 @@ std::vector<Timeline::App> BuiltInSession::rows() const {
         rows.push_back({name, mHeadset.lastPidOf(name), mHeadset.uidOf(name)});
     }
     return rows;
-}
-
-Answers BuiltInSession::withRootAccess(Answers expected) const {
-    // Root tracks in the background unasked: so does every app that must run as root.
-    for (auto& [name, verdict] : expected.focus) {
-        if (mHeadset.uidOf(name) == 0) verdict = kBoth;
-    }
-    return expected;
 }
 
 }  // namespace sim

@@ -7,7 +7,7 @@
 // within the headset's patience ends the session with a SessionError.
 //
 // The expected answers hold under apps' own uids and under one shared uid; where they differ, they
-// are computed from the uids that the apps really have.
+// follow from the uids that the apps really have.
 #pragma once
 
 #include <functional>
@@ -41,7 +41,6 @@ private:
     void appendFaults(std::vector<Step>* steps);
     void askWithoutPermission();
     [[nodiscard]] std::vector<Timeline::App> rows() const;
-    [[nodiscard]] Answers withRootAccess(Answers expected) const;
 
     Headset& mHeadset;
     Timeline& mTimeline;

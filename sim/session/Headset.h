@@ -95,8 +95,12 @@ public:
     Json::Value ask(const std::string& name, Json::Value request);
     /** All that the daemon tells the app that asks, about every app of the cast. */
     [[nodiscard]] Answers answersFor(const std::string& reader);
-    /** Asks until the answers are the expected ones. SessionError with the differences if never. */
-    Answers expect(const std::string& reader, const Answers& expected);
+    /**
+     * Asks until the answers are the expected ones. SessionError with the differences if never.
+     * An app that must run as root is expected to have all focus: root tracks in the background
+     * unasked.
+     */
+    Answers expect(const std::string& reader, Answers expected);
     /** Waits until a condition holds; SessionError naming it if it never does. */
     void awaitTrue(const std::string& what, const std::function<bool()>& condition);
     /** The event mask that the daemon registered with the display manager; 0 when none. */

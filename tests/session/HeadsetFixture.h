@@ -1,0 +1,93 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A booted headset with a shell and a game, for tests of what goes wrong.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "session/Headset.h"
+#include "session/SessionError.h"
+
+namespace sim {
+
+constexpr const char* kShell = "com.velmar.shellenv";
+constexpr const char* kGame = "com.orbit.racer";
+constexpr const char* kCoach = "com.pulse.coach";
+constexpr const char* kHeadInBackground = "com.velmar.permission.ACCESS_BACKGROUND_HEAD_TRACKING";
+
+class HeadsetFixture : public testing::Test {
+protected:
+    HeadsetFixture() {
+        Headset::Options options;
+        options.stack.programs = PROGRAMS;
+        // A failure guard, not a measure: machines that run the tests may be slow.
+        options.stack.patience = std::chrono::seconds(30);
+        options.ownUids = ChildProcess::canChangeUids();
+        options.onEvent = [this](const std::string& line) { mEvents += "  " + line + "\n"; };
+        mHeadset = std::make_unique<Headset>(options);
+        mHeadset->install(kShell, 10050,
+                          {"com.velmar.permission.READ_FOCUS_STATE",
+                           "com.velmar.permission.GRANT_TRACKING_SERVICE_ACCESS_TO_DISPLAY"});
+        mHeadset->install(kGame, 10061);
+        mHeadset->install(kCoach, 10062, {kHeadInBackground});
+    }
+
+    void SetUp() override {
+        run([this] {
+            mHeadset->boot();
+            mHeadset->startApp(kShell);
+            mHeadset->showActivity(kShell);
+        });
+    }
+
+    void TearDown() override {
+        if (!HasFailure()) return;
+        std::fprintf(stderr, "what happened:\n%s%s", mEvents.c_str(),
+                     mHeadset->stack().logTails().c_str());
+    }
+
+    /** Runs steps whose failure is the test's. */
+    void run(const std::function<void()>& steps) {
+        try {
+            steps();
+        } catch (const SessionError& error) {
+            FAIL() << error.what();
+        }
+    }
+
+    /** The error that steps end with; empty when they do not. */
+    static std::string errorOf(const std::function<void()>& steps) {
+        try {
+            steps();
+        } catch (const SessionError& error) {
+            return error.what();
+        }
+        return "";
+    }
+
+    void startGame() {
+        mHeadset->startApp(kGame);
+        mHeadset->showActivity(kGame);
+        mHeadset->reportXrSession(kGame, Headset::kVisible);
+        mHeadset->expect(kShell, {{{kShell, kBoth}, {kGame, kBoth}}, kGame, kGame, ""});
+    }
+
+    static Json::Value operation(const std::string& op) {
+        Json::Value request(Json::objectValue);
+        request["op"] = op;
+        return request;
+    }
+
+    /** Every app has a uid of its own, and none is root. */
+    bool uidsTellAppsApart() const { return mHeadset->uidOf(kShell) != mHeadset->uidOf(kGame); }
+    bool appsAreRoot() const { return mHeadset->uidOf(kGame) == 0; }
+
+    std::string mEvents;
+    std::unique_ptr<Headset> mHeadset;
+};
+
+}  // namespace sim
