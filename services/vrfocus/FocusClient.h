@@ -12,7 +12,8 @@
 
 namespace NQS::OS {
 
-struct FocusClient {
+/** Aligned like the word that it fits in: Clang calls a library for atomics of less. */
+struct alignas(uint64_t) FocusClient {
     int32_t uid = 0;
     int32_t pid = 0;
 
