@@ -9,7 +9,7 @@ BUILD_PACKAGES=(
     android-libutils-dev android-liblog-dev android-libcutils-dev android-libbase-dev aidl
     # The platform's own binder headers: device code is compiled against them as well.
     android-platform-frameworks-native-headers
-    libjsoncpp-dev
+    libjsoncpp-dev libprotobuf-dev protobuf-compiler
     libgtest-dev libgmock-dev libbenchmark-dev
     git procps python3 util-linux
 )
