@@ -1,0 +1,180 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Focus events: the message's bytes, what parsing keeps, and the builder.
+#include <gtest/gtest.h>
+#include <velmar_vrfocus_service_events/VelmarVrfocusServiceEventsBuilder.h>
+
+#include <functional>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "WireBytes.h"
+
+namespace com::velmar::os::statsdstructuredlogger {
+
+using Event = events::VelmarVrfocusServiceEvents;
+using Builder = VelmarVrfocusServiceEventsBuilder;
+
+namespace {
+
+std::string serialised(const Event& event) {
+    return event.SerializeAsString();
+}
+
+/** A chain that does not begin at an rvalue must not compile. */
+template <typename B>
+constexpr bool kHasSetters = requires(B builder) {
+    static_cast<B>(builder).setFocusEvent(std::string());
+    static_cast<B>(builder).setCurrentTopActivity(std::string());
+    static_cast<B>(builder).setPackageName(std::string());
+    static_cast<B>(builder).setIsTopActivity(true);
+};
+template <typename B>
+constexpr bool kHasAnySetter = requires(B builder) {
+    static_cast<B>(builder).setFocusEvent(std::string());
+}
+|| requires(B builder) {
+    static_cast<B>(builder).setCurrentTopActivity(std::string());
+}
+|| requires(B builder) {
+    static_cast<B>(builder).setPackageName(std::string());
+}
+|| requires(B builder) {
+    static_cast<B>(builder).setIsTopActivity(true);
+};
+
+}  // namespace
+
+TEST(FocusEvent, HasItsTypeNameAndIsAlwaysInitialised) {
+    const Event event;
+    EXPECT_EQ(event.GetTypeName(),
+              "com.velmar.os.statsdstructuredlogger.events.VelmarVrfocusServiceEvents");
+    EXPECT_TRUE(event.IsInitialized());
+    static_assert(std::is_base_of_v<google::protobuf::MessageLite, Event>);
+}
+
+TEST(FocusEvent, EachFieldIsWrittenExactlyWhenItWasSet) {
+    struct Row {
+        const char* name;
+        std::function<void(Event&)> set;
+        const char* bytes;
+        const char* decoded;
+    };
+    const Row rows[] = {
+            {"nothing", [](Event&) {}, "", ""},
+            {"event", [](Event& e) { e.set_focus_event("ev"); }, "0a 02 6576", "1: \"ev\"\n"},
+            {"empty event", [](Event& e) { e.set_focus_event(""); }, "0a 00", "1: \"\"\n"},
+            {"package", [](Event& e) { e.set_package_name("a.b"); }, "12 03 612e62",
+             "2: \"a.b\"\n"},
+            {"pid", [](Event& e) { e.set_pid(4321); }, "18 e121", "3: 4321\n"},
+            {"pid 0", [](Event& e) { e.set_pid(0); }, "18 00", "3: 0\n"},
+            {"negative pid", [](Event& e) { e.set_pid(-1); }, "18 ffffffffffffffffff01",
+             "3: 18446744073709551615\n"},
+            {"least pid", [](Event& e) { e.set_pid(int32_t{-2147483647 - 1}); },
+             "18 80808080f8ffffffff01", "3: 18446744071562067968\n"},
+            {"uid", [](Event& e) { e.set_uid(10042); }, "20 ba4e", "4: 10042\n"},
+            {"negative uid", [](Event& e) { e.set_uid(-2); }, "20 feffffffffffffffff01",
+             "4: 18446744073709551614\n"},
+            {"on top", [](Event& e) { e.set_is_top_activity(true); }, "28 01", "5: 1\n"},
+            {"not on top", [](Event& e) { e.set_is_top_activity(false); }, "28 00", "5: 0\n"},
+            {"empty top activity", [](Event& e) { e.set_current_top_activity(""); }, "32 00",
+             "6: \"\"\n"},
+            {"not UTF-8", [](Event& e) { e.set_current_top_activity("\xff"); }, "32 01 ff",
+             "6: \"\\377\"\n"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Event event;
+        row.set(event);
+        EXPECT_EQ(hexOf(serialised(event)), hexOf(bytesOf(row.bytes)));
+        EXPECT_EQ(event.ByteSizeLong(), bytesOf(row.bytes).size());
+        EXPECT_EQ(decodeRaw(serialised(event)), row.decoded);
+    }
+}
+
+TEST(FocusEvent, FieldsAreWrittenInOrderOfTheirNumbersWhateverTheOrderOfSetting) {
+    const std::vector<std::function<void(Event&)>> setters = {
+            [](Event& e) { e.set_focus_event("e"); },
+            [](Event& e) { e.set_package_name("p"); },
+            [](Event& e) { e.set_pid(1); },
+            [](Event& e) { e.set_uid(2); },
+            [](Event& e) { e.set_is_top_activity(true); },
+            [](Event& e) { e.set_current_top_activity("t"); }};
+    const std::string expected = bytesOf("0a0165 120170 1801 2002 2801 320174");
+    EXPECT_EQ(decodeRaw(expected), "1: \"e\"\n2: \"p\"\n3: 1\n4: 2\n5: 1\n6: \"t\"\n");
+    const std::vector<std::vector<size_t>> orders = {
+            {0, 1, 2, 3, 4, 5}, {5, 4, 3, 2, 1, 0}, {0, 5, 3, 2, 1, 4}, {3, 0, 4, 1, 5, 2}};
+    for (const auto& order : orders) {
+        Event event;
+        for (const size_t i : order)
+            setters[i](event);
+        EXPECT_EQ(hexOf(serialised(event)), hexOf(expected));
+    }
+}
+
+TEST(FocusEvent, UnknownFieldsAreKeptAndFollowTheKnownOnes) {
+    struct Row {
+        const char* name;
+        const char* parsed;
+        const char* written;
+    };
+    const Row rows[] = {
+            {"a new number first", "3a 01 78  18 05", "18 05  3a 01 78"},
+            {"a known number of another type", "08 07  32 00", "32 00  08 07"},
+            {"every other wire type", "15 01020304  19 0102030405060708  0a 01 65",
+             "0a 01 65  15 01020304  19 0102030405060708"},
+            {"the last of several counts", "18 01  18 02", "18 02"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        Event event;
+        ASSERT_TRUE(event.ParseFromString(bytesOf(row.parsed)));
+        EXPECT_EQ(hexOf(serialised(event)), hexOf(bytesOf(row.written)));
+    }
+}
+
+TEST(FocusEvent, BrokenBytesAreNoEvent) {
+    for (const char* bytes : {"0a", "0a 05 61", "18 ffffffffffffffffffff01", "07", "00"}) {
+        Event event;
+        EXPECT_FALSE(event.ParseFromString(bytesOf(bytes))) << bytes;
+    }
+}
+
+TEST(FocusEvent, MergingTakesWhatTheOtherHasAndClearingForgetsAll) {
+    Event one;
+    ASSERT_TRUE(one.ParseFromString(bytesOf("0a0165 1801 3a0178")));
+    Event other;
+    ASSERT_TRUE(other.ParseFromString(bytesOf("1802 3200 3a0179")));
+    one.MergeFrom(other);
+    EXPECT_EQ(hexOf(serialised(one)), hexOf(bytesOf("0a0165 1802 3200 3a0178 3a0179")));
+    one.Clear();
+    EXPECT_EQ(serialised(one), "");
+}
+
+TEST(FocusEventBuilder, SettersNeedAnRvalueAndChain) {
+    static_assert(kHasSetters<Builder&&>);
+    static_assert(!kHasAnySetter<Builder&>);
+    static_assert(!kHasAnySetter<const Builder&>);
+    static_assert(!std::is_copy_constructible_v<Builder>);
+    static_assert(
+            std::is_same_v<decltype(std::declval<Builder>().setIsTopActivity(true)), Builder&&>);
+
+    const auto event = Builder()
+                               .setCurrentTopActivity("t")
+                               .setIsTopActivity(false)
+                               .setPackageName("p")
+                               .setFocusEvent("e")
+                               .release();
+    EXPECT_EQ(hexOf(serialised(*event)), hexOf(bytesOf("0a0165 120170 2800 320174")));
+}
+
+TEST(FocusEventBuilder, MessageIsOpenForTheFieldsWithoutASetter) {
+    Builder builder = Builder().setPackageName("p");
+    builder.message().set_uid(2);
+    builder.message().set_pid(1);
+    const auto event = std::move(builder).release();
+    EXPECT_EQ(hexOf(serialised(*event)), hexOf(bytesOf("120170 1801 2002")));
+}
+
+}  // namespace com::velmar::os::statsdstructuredlogger
