@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "embedded/EmbeddedDriver.h"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <vector>
 
 #include "embedded/Channel.h"
@@ -30,17 +33,38 @@ struct OwnChannels {
     }
 };
 
-thread_local OwnChannels tChannels;
+/**
+ * The calling thread's own. Behind a thread key and not a thread_local object: the runtime still
+ * hands over commands while the thread's data is being destroyed, which is after the destruction
+ * of thread_local objects. One that is made again then is destroyed in the next round.
+ */
+OwnChannels& ownChannels() {
+    static const pthread_key_t key = [] {
+        pthread_key_t made{};
+        const auto destroy = [](void* channels) { delete static_cast<OwnChannels*>(channels); };
+        if (pthread_key_create(&made, destroy) != 0) {
+            std::fprintf(stderr, "binder: no key for thread data\n");
+            std::abort();
+        }
+        return made;
+    }();
+    auto* channels = static_cast<OwnChannels*>(pthread_getspecific(key));
+    if (channels == nullptr) {
+        channels = new OwnChannels();
+        pthread_setspecific(key, channels);
+    }
+    return *channels;
+}
 
 /** The thread's channel, made if needed. 0 or a negative errno. */
 int channelOf(const std::shared_ptr<Session>& session, Channel** out) {
-    *out = tChannels.find(session->id());
+    OwnChannels& own = ownChannels();
+    *out = own.find(session->id());
     if (*out) return 0;
     unique_fd socket;
     if (const int status = session->joinThread(&socket)) return status;
-    tChannels.entries.push_back(
-            {session->id(), std::make_unique<Channel>(session, std::move(socket))});
-    *out = tChannels.entries.back().channel.get();
+    own.entries.push_back({session->id(), std::make_unique<Channel>(session, std::move(socket))});
+    *out = own.entries.back().channel.get();
     return 0;
 }
 
@@ -55,7 +79,7 @@ std::unique_ptr<Driver> EmbeddedDriver::open(const std::string& path, std::strin
 EmbeddedDriver::EmbeddedDriver(std::shared_ptr<Session> session) : mSession(std::move(session)) {}
 
 EmbeddedDriver::~EmbeddedDriver() {
-    tChannels.drop(mSession->id());
+    ownChannels().drop(mSession->id());
     mSession->leave();
 }
 
@@ -82,7 +106,7 @@ int EmbeddedDriver::enableOnewaySpamDetection(bool enable) {
 }
 
 void EmbeddedDriver::exitThread() {
-    tChannels.drop(mSession->id());
+    ownChannels().drop(mSession->id());
 }
 
 std::string EmbeddedDriver::describe() const {
