@@ -131,7 +131,8 @@ void Headset::killService(const std::string& name) {
 
 void Headset::restartService(const std::string& name) {
     mStack.startService(name, mWorld);
-    mOptions.onEvent("service \"" + name + "\" is back");
+    mOptions.onEvent("service \"" + name + "\" is back (pid " +
+                     std::to_string(mStack.service(name).pid()) + ")");
     const bool observed = name == "activity" || name == "VelmarWindowManager";
     if (!observed || !mStack.daemonRuns()) return;
     mStack.awaitDaemonObserver(name);

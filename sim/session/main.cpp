@@ -38,7 +38,10 @@ int playSession(sim::StopSignals& stops, sim::Timeline& timeline) {
     sim::Headset::Options options;
     options.stack.programs = programsFolder();
     options.stack.stops = &stops;
-    options.stack.onReady = [&](const std::string& name, int pid) { timeline.ready(name, pid); };
+    bool booted = false;  // later starts are events of their steps
+    options.stack.onReady = [&](const std::string& name, int pid) {
+        if (!booted) timeline.ready(name, pid);
+    };
     options.ownUids = sim::ChildProcess::canChangeUids();
     options.onEvent = [&](const std::string& line) { timeline.event(line); };
     timeline.line(std::string("Simulated headset, apps under ") +
@@ -48,6 +51,7 @@ int playSession(sim::StopSignals& stops, sim::Timeline& timeline) {
         headset = std::make_unique<sim::Headset>(options);
         sim::BuiltInSession session(*headset, timeline);
         headset->boot();
+        booted = true;
         session.play();
     } catch (const sim::SessionError& error) {
         timeline.failure(error.what());
