@@ -7,6 +7,7 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/descriptor.pb.h>
 #include <google/protobuf/dynamic_message.h>
+#include <google/protobuf/stubs/logging.h>
 
 #include <fstream>
 
@@ -60,6 +61,8 @@ public:
     }
 
     [[nodiscard]] std::optional<DecodedEvent> decode(const std::string& bytes) const {
+        // The runtime complains on stderr of text that is no UTF-8, which is the event's business.
+        const pb::LogSilencer silence;
         const std::unique_ptr<pb::Message> message(mPrototype->New());
         if (!message->ParsePartialFromString(bytes)) return std::nullopt;
         return DecodedEvent{.type = mType->name(), .fields = fieldsOf(*message)};
