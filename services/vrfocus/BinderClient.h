@@ -219,7 +219,8 @@ bool BinderClient<T>::attemptConnection() {
     {
         const std::lock_guard<std::mutex> lock(mServiceMutex);
         mService = service;
-        // A binder that is dead already still delivers its notice; a local one cannot die.
+        // Fails only for a binder whose death this process has been told of, which is not handed
+        // out again, and for a local one, which cannot die.
         (void)binder->linkToDeath(mDeathRecipient, /*cookie=*/nullptr, /*flags=*/0);
     }
     mOnConnected(service);

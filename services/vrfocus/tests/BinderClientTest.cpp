@@ -186,6 +186,18 @@ TEST_F(BinderClientTest, DeathIsToldOnceAndTheNextInstanceIsFoundWithoutAWait) {
     EXPECT_EQ(second->links(), 1U);
 }
 
+TEST_F(BinderClientTest, CallbacksMayAskForTheService) {
+    const sp<FakeFocusHelper> first = addService();
+    makeClient(kForever);
+    sp<IVrFocusHelper> seen;
+    onConnected = [&](const auto&) { seen = client->getService(); };
+    onDisconnected = [&] { EXPECT_EQ(client->getService(), nullptr); };
+    const sp<FakeFocusHelper> second = addService();
+    first->die();
+    ASSERT_TRUE(connected.await(2));
+    EXPECT_EQ(seen.get(), second.get());
+}
+
 TEST_F(BinderClientTest, DeadServiceThatIsNotRestartedLeavesNoHandle) {
     const sp<FakeFocusHelper> service = addService();
     makeClient(kForever);

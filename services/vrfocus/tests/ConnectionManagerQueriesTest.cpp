@@ -196,6 +196,18 @@ TEST_F(RepairTest, StoppingClientHasTheLowestOneOnThePrimaryDisplayListed) {
     }
 }
 
+TEST_F(RepairTest, ForegroundListIsFreeWhileTheActivityManagerIsAsked) {
+    list({kMid});
+    setOnPrimary({kHigh});
+    Clients seen;
+    activity->world.access([&](FakeActivityManager::World& world) {
+        world.onPrimaryAsked = [&] { seen = tracker->getClientsWithForegroundActivity(); };
+    });
+    tracker->maybeUpdateActivityState();
+    EXPECT_EQ(seen, Clients{kMid});
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), (Clients{kMid, kHigh}));
+}
+
 TEST_F(QueriesTest, OnlyAStoppingClientTriggersTheRepair) {
     start({1000, 50});
     tracker->onForegroundActivitiesChanged(50, 1000, true);

@@ -145,6 +145,23 @@ TEST_F(TrackingTest, RegisteredMaskMatchesTheSetAfterAnyRace) {
     log.take();
 }
 
+TEST_F(TrackingTest, SetOfDisplaysStaysAsItIsWhileTheActivityManagerIsAskedAboutIt) {
+    std::thread granter;
+    size_t masksMeanwhile = 0;
+    activity->world.access([&](FakeActivityManager::World& world) {
+        world.onDisplaysAsked = [&] {
+            granter = std::thread([&] { tracker->grantTrackingServiceAccess(5); });
+            for (int i = 0; i < 1000; ++i)
+                std::this_thread::yield();
+            masksMeanwhile = display->masks().size();
+        };
+    });
+    tracker->onForegroundActivitiesChanged(/*pid=*/1, /*uid=*/1, /*fg=*/true);
+    granter.join();
+    EXPECT_EQ(masksMeanwhile, 0U);
+    EXPECT_EQ(display->masks(), (Masks{2}));
+}
+
 using TrackingDeathTest = TrackingTest;
 
 TEST_F(TrackingDeathTest, MissingDisplayManagerEndsTheProcessWhenTheWatchMustStart) {

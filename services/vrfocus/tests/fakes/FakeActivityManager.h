@@ -32,6 +32,9 @@ public:
         android::binder::Status status;
         /** Run by each registration, with no lock held. */
         std::function<void()> onRegister;
+        /** Run by the queries about displays and about the primary one, likewise. */
+        std::function<void()> onDisplaysAsked;
+        std::function<void()> onPrimaryAsked;
         std::vector<android::sp<android::app::IProcessObserver>> observers;
     };
 
@@ -50,11 +53,8 @@ public:
 
     android::binder::Status registerProcessObserver(
             const android::sp<android::app::IProcessObserver>& observer) override {
-        const auto hook = world.access([&](World& w) {
-            w.observers.push_back(observer);
-            return w.onRegister;
-        });
-        if (hook) hook();
+        world.access([&](World& w) { w.observers.push_back(observer); });
+        run(&World::onRegister);
         return android::binder::Status::ok();
     }
     android::binder::Status unregisterProcessObserver(
@@ -73,6 +73,7 @@ public:
     android::binder::Status hasActivityOnPrimaryDisplay(int32_t pid, int32_t uid,
                                                         bool* out) override {
         calls.add("primary " + text(pid, uid));
+        run(&World::onPrimaryAsked);
         return world.access([&](World& w) {
             *out = w.onPrimary.count({uid, pid}) != 0;
             return w.status;
@@ -87,6 +88,7 @@ public:
             asked += (asked.empty() ? "" : " ") + std::to_string(id);
         }
         calls.add("displays " + std::to_string(pid) + " [" + asked + "]");
+        run(&World::onDisplaysAsked);
         return world.access([&](World& w) {
             *out = w.displays[pid];
             return w.status;
@@ -101,6 +103,10 @@ public:
     }
 
 private:
+    void run(std::function<void()> World::*hook) {
+        const auto function = world.access([&](World& w) { return w.*hook; });
+        if (function) function();
+    }
     static std::string text(int pid, int uid) {
         return std::to_string(uid) + "/" + std::to_string(pid);
     }
