@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Sample stack: a hub, a service manager and sample services of one's own, in a temporary folder.
+#pragma once
+
+#include <android-base/file.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/ToolProcess.h"
+
+namespace tools {
+
+/** Start what is needed, in this order. All of it is gone with the object. */
+class SampleStack {
+public:
+    void startHub();
+    void startServiceManager();
+    /** A process with services of these names; see SampleService.cpp for what they do. */
+    ToolProcess& startServices(const std::vector<std::string>& names);
+
+    /** Runs a tool on this stack. */
+    [[nodiscard]] Transcript run(const std::vector<std::string>& words) const;
+
+    /** What a process on this stack needs. */
+    [[nodiscard]] Surroundings surroundings() const;
+    [[nodiscard]] std::string folder() const { return mFolder.path; }
+    [[nodiscard]] ToolProcess& hub() { return *mProcesses.front(); }
+
+private:
+    ToolProcess& start(const std::vector<std::string>& words);
+
+    TemporaryDir mFolder;
+    std::vector<std::unique_ptr<ToolProcess>> mProcesses;
+};
+
+}  // namespace tools
