@@ -29,7 +29,8 @@ int main(int argc, char** argv) {
     const sp<android::IBinder> service = new android::BBinder;
     const auto status = manager->addService(argv[1], service, /*allowIsolated=*/false,
                                             android::IServiceManager::DUMP_FLAG_PRIORITY_DEFAULT);
-    if (!status.isOk()) return 10 - status.exceptionCode();
+    // At once: a leak check at the end cannot trace a process that has changed its uid.
+    if (!status.isOk()) _exit(10 - status.exceptionCode());
     ProcessState::self()->startThreadPool();
     if (write(std::stoi(argv[4]), "r", 1) != 1) return 4;
     IPCThreadState::self()->joinThreadPool();

@@ -163,13 +163,15 @@ TEST_F(SessionTest, WatcherIsToldOfEachRegistration) {
     ASSERT_TRUE(manager()->registerForNotifications("watched", late).isOk());
     EXPECT_TRUE(late->isTold(1));
 
+    EXPECT_TRUE(manager()->unregisterForNotifications("watched", late).isOk());
     EXPECT_TRUE(manager()->unregisterForNotifications("watched", watcher).isOk());
     EXPECT_EQ(manager()->unregisterForNotifications("watched", watcher).exceptionCode(),
               Status::EX_ILLEGAL_STATE);
 }
 
 TEST_F(SessionTest, ThousandNamesAreKeptInOrder) {
-    std::vector<sp<IBinder>> services;
+    // Never destroyed: the service manager refers to them until this process has ended.
+    static auto& services = *new std::vector<sp<IBinder>>;
     for (int i = 0; i < 1000; ++i) {
         const std::string name = "thousand." + std::to_string(i);
         services.push_back(new android::BBinder);
