@@ -96,6 +96,10 @@ status_t IPCThreadState::await(Await what, Parcel* reply) {
                 status = FAILED_TRANSACTION;
                 done = true;
                 break;
+            case BR_ERROR:
+                status = mQueues->argument<int32_t>();
+                done = true;
+                break;
             case BR_REPLY:
                 status = receiveReply(reply);
                 done = true;
@@ -189,7 +193,8 @@ status_t IPCThreadState::executeCommand(uint32_t command) {
         case BR_OK:
             return OK;
         case BR_ERROR:
-            return queues.argument<int32_t>();
+            ALOGE("binder: the driver reports error %d", queues.argument<int32_t>());
+            return OK;
         case BR_TRANSACTION:
         case BR_TRANSACTION_SEC_CTX:
             executeTransaction(command);

@@ -7,6 +7,8 @@
 #include <log/log.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "ProcessInternals.h"
@@ -41,6 +43,10 @@ void IPCThreadState::flushCommands() {
 status_t IPCThreadState::talkWithDriver(bool receive) {
     Queues& queues = *mQueues;
     if (receive && queues.unread()) return OK;
+    if (queues.afterThreadExit) {
+        queues.out.clear();
+        return -ECONNREFUSED;
+    }
     binderhost::Driver& driver = *process()->internals().driver;
     queues.knownToDriver = true;
     queues.promised = queues.promised || (receive && queues.replyQueued);
@@ -60,8 +66,15 @@ status_t IPCThreadState::talkWithDriver(bool receive) {
         written += std::min<size_t>(exchange.write_consumed, exchange.write_size);
     } while (result == -EINTR && exchange.read_consumed == 0);
 
+    // The driver has made the thread's own data by now: this ends before that does.
+    endBeforeDriver();
     LOG_ALWAYS_FATAL_IF(result == -EINVAL, "binder: the driver refused a command");
-    if (result == -ECONNREFUSED) written = queues.out.size();
+    if (result != 0 && result != -EINTR) {
+        // What is queued points into parcels that the caller is about to release.
+        ALOGE_IF(result != -ECONNREFUSED, "binder: no exchange with the driver: %s",
+                 strerror(-result));
+        written = queues.out.size();
+    }
     queues.out.erase(queues.out.begin(), queues.out.begin() + ptrdiff_t(written));
     if (receive) {
         queues.inPosition = 0;

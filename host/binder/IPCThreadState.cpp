@@ -18,6 +18,8 @@ namespace android {
 namespace {
 
 thread_local IPCThreadState* tState = nullptr;
+/** The thread's data is being destroyed, and the driver's share of it has gone. */
+thread_local bool tEnded = false;
 
 /** Says once why the process ends, and ends it. */
 [[noreturn]] void exitWithoutDriver(const std::string& driver) {
@@ -34,33 +36,52 @@ thread_local IPCThreadState* tState = nullptr;
 }  // namespace
 
 IPCThreadState::IPCThreadState()
-      : mQueues(std::make_unique<Queues>()), mCallingPid(getpid()), mCallingUid(getuid()) {}
+      : mQueues(std::make_unique<Queues>()), mCallingPid(getpid()), mCallingUid(getuid()) {
+    mQueues->afterThreadExit = tEnded;
+}
 
 IPCThreadState::~IPCThreadState() {
-    if (!mQueues->knownToDriver && mQueues->out.empty()) return;
+    if (!mQueues->knownToDriver) return;
     flushCommands();
     process()->internals().driver->exitThread();
 }
 
 void IPCThreadState::destroy(void* state) {
-    // Destructors of other thread data may come after this one and make a new instance.
-    auto* thread = static_cast<IPCThreadState*>(state);
-    tState = thread;
-    delete thread;
+    // What the destructor does may ask for the instance again.
+    tState = static_cast<IPCThreadState*>(state);
+    delete tState;
     tState = nullptr;
+}
+
+void IPCThreadState::endBeforeDriver() {
+    // Thread data goes in the reverse order of its making.
+    struct Ender {
+        bool armed = false;
+        ~Ender() {
+            tEnded = true;
+            if (tState != nullptr) destroy(tState);
+        }
+    };
+    static thread_local Ender ender;
+    ender.armed = true;
 }
 
 IPCThreadState* IPCThreadState::self() {
     if (tState != nullptr) return tState;
-    // A key and not a thread_local object: its destructor also runs for an instance that another
-    // thread-exit destructor has made anew.
-    static const pthread_key_t key = [] {
-        pthread_key_t made{};
-        LOG_ALWAYS_FATAL_IF(pthread_key_create(&made, destroy) != 0, "no key for thread data");
-        return made;
-    }();
+    // For an instance that never met the driver, or that is made anew by thread data that goes
+    // late.
+    struct Owner {
+        pthread_key_t key{};
+        Owner() {
+            const auto end = [](void*) {
+                if (tState != nullptr) destroy(tState);
+            };
+            LOG_ALWAYS_FATAL_IF(pthread_key_create(&key, end) != 0, "no key for thread data");
+        }
+    };
+    static const Owner owner;
     tState = new IPCThreadState();
-    pthread_setspecific(key, tState);
+    pthread_setspecific(owner.key, tState);
     return tState;
 }
 
@@ -119,13 +140,9 @@ void IPCThreadState::joinThreadPool(bool isMain) {
     mQueues->put(isMain ? BC_ENTER_LOOPER : BC_REGISTER_LOOPER);
     internals.pool.joined();
     status_t status = OK;
-    while (status != -ECONNREFUSED) {
+    // A thread that the driver asked for goes when it says so; the main ones stay.
+    while (status == OK || (status == TIMED_OUT && isMain))
         status = serveOne();
-        // A thread that the driver asked for goes when it says so; the main ones stay.
-        if (status == TIMED_OUT && !isMain) break;
-        ALOGE_IF(status != OK && status != TIMED_OUT && status != -ECONNREFUSED,
-                 "a thread of the pool: status %d", status);
-    }
     internals.pool.left();
     if (status == -ECONNREFUSED) exitWithoutDriver(internals.driver->describe());
     mQueues->put(BC_EXIT_LOOPER);

@@ -47,6 +47,8 @@ struct IPCThreadState::Queues {
     /** Waits for an answer that this thread is in, one inside the other. */
     int waits = 0;
     bool knownToDriver = false;
+    /** Made by a destructor of thread data that ran late: the driver knows the thread no more. */
+    bool afterThreadExit = false;
 
     [[nodiscard]] bool unread() const { return inPosition < inEnd; }
 

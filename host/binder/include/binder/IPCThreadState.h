@@ -100,6 +100,7 @@ private:
                           const Parcel& data);
     void flushUnlessLooper();
     status_t talkWithDriver(bool receive);
+    static void endBeforeDriver();
     static void freeBuffer(const uint8_t* data, bool prompt);
 
     // Commands in (CommandsIn.cpp).
