@@ -53,11 +53,20 @@ bool isFileSizeSignalQuiet() {
     return sigismember(&pending, SIGXFSZ) == 0 && sigismember(&blocked, SIGXFSZ) == 0;
 }
 
+/** Gives this process a user namespace in which it is root; as root, nothing is needed. */
+bool becomeRoot() {
+    const uid_t uid = geteuid();
+    if (uid == 0) return true;
+    return unshare(CLONE_NEWUSER) == 0 &&
+           android::base::WriteStringToFile("0 " + std::to_string(uid) + " 1",
+                                            "/proc/self/uid_map");
+}
+
 /** Mounts a file system with room for one page over `folder`, seen by this process alone. */
 bool mountTinyDisk(const std::string& folder) {
-    if (unshare(geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return false;
-    return mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=4096") == 0;
+    return becomeRoot() && unshare(CLONE_NEWNS) == 0 &&
+           mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("tmpfs", folder.c_str(), "tmpfs", 0, "size=4096") == 0;
 }
 
 }  // namespace
