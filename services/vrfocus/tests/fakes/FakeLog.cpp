@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Fake log: keeps the lines of the daemon's tag.
 #include "FakeLog.h"
 
 #include <log/log.h>

@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Fake process table, and the process library's questions answered from it.
 #include "FakeProcess.h"
 
 #include <osutils/Process.h>

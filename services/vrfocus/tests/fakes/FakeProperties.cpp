@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Fake properties, and the property library's one function that the daemon calls.
 #include "FakeProperties.h"
 
 #include <cstdint>

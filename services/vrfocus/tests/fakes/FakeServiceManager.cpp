@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
+//
+// Fake service manager: lookups and registrations in a map.
 #include "FakeServiceManager.h"
 
 #include <utils/String8.h>
