@@ -2,6 +2,7 @@
 // The session's folder: who may enter it, and that nothing of it is left.
 #include "process/SessionFolder.h"
 
+#include <android-base/file.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -30,6 +31,22 @@ TEST(SessionFolderTest, itGoesWithAllThatIsInIt) {
     std::ofstream(folder->file("a/b/c")) << "text";
     folder.reset();
     EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST(SessionFolderTest, rootTakesNoFolderThatItsAppsCannotPassThrough) {
+    TemporaryDir folder;
+    const char* before = getenv("TMPDIR");
+    const std::string restored = before == nullptr ? "/tmp" : before;
+    std::string error;
+    for (const mode_t mode : {0700, 0711}) {
+        ASSERT_EQ(chmod(folder.path, mode), 0);
+        setenv("TMPDIR", folder.path, 1);
+        const auto session = SessionFolder::make(&error);
+        setenv("TMPDIR", restored.c_str(), 1);
+        ASSERT_NE(session, nullptr) << error;
+        const bool inside = session->path().starts_with(folder.path);
+        EXPECT_EQ(inside, geteuid() != 0 || mode == 0711) << session->path();
+    }
 }
 
 TEST(SessionFolderTest, twoSessionsNeverShareOne) {

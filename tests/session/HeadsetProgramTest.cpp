@@ -24,6 +24,8 @@ const char* const kPrograms[] = {"binderhub", "servicemanager", "sim_service", "
 class HeadsetProgramTest : public testing::Test {
 protected:
     HeadsetProgramTest() {
+        // As /tmp is: the session's apps pass through it under uids of their own.
+        fs::permissions(mTemp.path, fs::perms(0711));
         mLaunch.program = std::string(PROGRAMS) + "/headset";
         mLaunch.arguments = {"headset"};
         mLaunch.environment = {{"TMPDIR", mTemp.path}};
