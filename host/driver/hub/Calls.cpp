@@ -99,7 +99,6 @@ void Calls::reply(Thread* thread, uid_t uid, Message* message, bool completesLoc
     }
     const TransactionPtr call = thread->stack.back();
     thread->stack.pop_back();
-    giveEarlyAnswers(thread);
     Thread* caller = call->from;
     Buffer* buffer = nullptr;
     if (caller) {
@@ -108,54 +107,56 @@ void Calls::reply(Thread* thread, uid_t uid, Message* message, bool completesLoc
                                 message);
     }
     if (!completesLocally) refuse(thread, BR_TRANSACTION_COMPLETE);
-    if (!caller) return;
-    if (!buffer || caller->stack.back() != call) {
-        if (buffer) mBuffers->release(buffer);
-        fail(call, BR_FAILED_REPLY);
-        return;
-    }
-    auto answer = std::make_shared<Transaction>();
-    answer->reply = true;
-    answer->code = message->data.code;
-    answer->flags = message->data.flags;
-    answer->senderUid = uid;
-    answer->buffer = buffer;
-    caller->stack.pop_back();
-    mScheduler->queue(caller, std::move(answer));
+    giveEarlyAnswer(thread);
+    if (caller && !buffer) fail(call, BR_FAILED_REPLY);
+    if (!buffer) return;
+    auto made = std::make_shared<Transaction>();
+    made->reply = true;
+    made->code = message->data.code;
+    made->flags = message->data.flags;
+    made->senderUid = uid;
+    made->buffer = buffer;
+    answer(call, std::move(made));
 }
 
 void Calls::reject(Thread* thread) {
     if (thread->stack.empty() || thread->stack.back()->to != thread) return;
     const TransactionPtr call = thread->stack.back();
     thread->stack.pop_back();
-    giveEarlyAnswers(thread);
+    giveEarlyAnswer(thread);
     fail(call, BR_FAILED_REPLY);
 }
 
 void Calls::fail(const TransactionPtr& call, uint32_t command) {
+    if (call->from) answer(call, Notice{command});
+}
+
+void Calls::answer(const TransactionPtr& call, Work work) {
     Thread* caller = call->from;
-    if (!caller) return;
     if (caller->stack.empty() || caller->stack.back() != call) {
-        call->earlyError = command;
+        call->early = std::move(work);
         return;
     }
     caller->stack.pop_back();
-    mScheduler->queue(caller, Notice{command});
+    mScheduler->queue(caller, std::move(work));
 }
 
-void Calls::giveEarlyAnswers(Thread* thread) {
+void Calls::giveEarlyAnswer(Thread* thread) {
     if (thread->stack.empty()) return;
     const TransactionPtr top = thread->stack.back();
-    if (top->from != thread || !top->earlyError) return;
+    if (top->from != thread || !top->early) return;
     thread->stack.pop_back();
-    mScheduler->queue(thread, Notice{top->earlyError});
+    mScheduler->queue(thread, std::move(*top->early));
 }
 
 void Calls::abandon(Thread* thread) {
     std::vector<TransactionPtr> stack;
     stack.swap(thread->stack);
     for (const TransactionPtr& call : stack) {
-        if (call->from == thread) call->from = nullptr;
+        if (call->from != thread) continue;
+        call->from = nullptr;
+        const auto* reply = call->early ? std::get_if<TransactionPtr>(&*call->early) : nullptr;
+        if (reply) discard(*reply);
     }
     for (const TransactionPtr& call : stack) {
         if (call->to != thread) continue;

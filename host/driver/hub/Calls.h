@@ -40,7 +40,9 @@ private:
     [[nodiscard]] NodePtr targetOf(Thread* thread, uint32_t handle);
     void sendOneway(Thread* thread, const NodePtr& node, TransactionPtr call);
     void sendTwoWay(Thread* thread, Process* receiver, TransactionPtr call);
-    void giveEarlyAnswers(Thread* thread);
+    /** To the caller, which is alive; at once, or when it is back from a nested call. */
+    void answer(const TransactionPtr& call, Work work);
+    void giveEarlyAnswer(Thread* thread);
 
     Scheduler* mScheduler;
     References* mReferences;

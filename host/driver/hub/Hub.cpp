@@ -173,10 +173,12 @@ void Hub::send(Thread* thread, Record* record, uint32_t firstCommand) {
 }
 
 std::string Hub::stats() const {
-    size_t threads = 0, nodes = 0, handles = 0, buffers = 0, links = 0, descriptors = 0, work = 0;
+    size_t threads = 0, idle = 0, nodes = 0, handles = 0, buffers = 0, links = 0, descriptors = 0,
+           work = 0;
     uint64_t bytes = 0;
     for (const auto& process : mProcesses) {
         threads += process->threads.size();
+        idle += process->idle.size();
         nodes += process->nodes.size();
         handles += process->handles.size();
         buffers += process->buffers.size();
@@ -193,6 +195,7 @@ std::string Hub::stats() const {
     };
     line("processes", mProcesses.size());
     line("threads", threads);
+    line("idle", idle);
     line("nodes", nodes);
     line("handles", handles);
     line("buffers", buffers);

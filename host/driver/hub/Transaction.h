@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <optional>
 
 #include "hub/Work.h"
 
@@ -30,8 +31,8 @@ struct Transaction {
     Thread* to = nullptr;
     /** The call in which the caller made this one: upwards along the chain. */
     TransactionPtr fromParent;
-    /** The answer came before the caller was back from a nested call: given when it is. */
-    uint32_t earlyError = 0;
+    /** The answer came while the caller was in a nested call: given when it is back. */
+    std::optional<Work> early;
 };
 
 }  // namespace binderhost::hub

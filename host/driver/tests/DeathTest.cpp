@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Death notices, and what a death does to calls.
+#include <memory>
 #include <optional>
+#include <vector>
 
 #include "HubFixture.h"
 #include "RawClient.h"
@@ -56,6 +58,116 @@ TEST_F(DeathTest, aCallToAServiceThatDiesHoldingItIsAnsweredDead) {
     mService.reset();
     (void)mRegistry.expect(BR_TRANSACTION_COMPLETE);
     (void)mRegistry.expect(BR_DEAD_REPLY);
+}
+
+TEST_F(DeathTest, aLinkToADeadNodeIsAnsweredAtOnce) {
+    const uint32_t handle = receiveNode();
+    mService.reset();
+    awaitStat("processes", 1);
+    mRegistry.write(Commands().death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie));
+    EXPECT_EQ(mRegistry.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
+}
+
+TEST_F(DeathTest, aClearedLinkIsConfirmedAndItsNodesDeathIsNotTold) {
+    const uint32_t handle = receiveNode();
+    mRegistry.write(Commands()
+                            .death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie)
+                            .death(BC_CLEAR_DEATH_NOTIFICATION, handle, kCookie));
+    EXPECT_EQ(mRegistry.expect(BR_CLEAR_DEATH_NOTIFICATION_DONE).as<uint64_t>(), kCookie);
+    mService.reset();
+    awaitStat("processes", 1);
+    EXPECT_EQ(stats()["queued"], 0u);
+    EXPECT_EQ(stats()["death_links"], 0u);
+}
+
+TEST_F(DeathTest, clearingALinkWhoseNoticeIsUnreadGivesDeadAndThenClearDone) {
+    const uint32_t handle = receiveNode();
+    mRegistry.write(Commands().death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie));
+    mService.reset();
+    awaitStat("queued", 1);
+    mRegistry.write(Commands().death(BC_CLEAR_DEATH_NOTIFICATION, handle, kCookie));
+    EXPECT_EQ(mRegistry.next().command, uint32_t{BR_DEAD_BINDER});
+    mRegistry.write(Commands().deadDone(kCookie));
+    EXPECT_EQ(mRegistry.next().command, uint32_t{BR_CLEAR_DEATH_NOTIFICATION_DONE});
+    EXPECT_EQ(stats()["death_links"], 0u);
+}
+
+TEST_F(DeathTest, clearingALinkBetweenTheNoticeAndItsDoneWaitsForTheDone) {
+    const uint32_t handle = receiveNode();
+    mRegistry.write(Commands().death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie));
+    mService.reset();
+    EXPECT_EQ(mRegistry.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
+    mRegistry.write(Commands().death(BC_CLEAR_DEATH_NOTIFICATION, handle, kCookie));
+    EXPECT_EQ(stats()["queued"], 0u);
+    mRegistry.write(Commands().deadDone(kCookie));
+    EXPECT_EQ(mRegistry.next().command, uint32_t{BR_CLEAR_DEATH_NOTIFICATION_DONE});
+}
+
+TEST_F(DeathTest, aSecondLinkWrongHandlesAndWrongCookiesAreIgnored) {
+    const uint32_t handle = receiveNode();
+    mRegistry.write(Commands()
+                            .death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie)
+                            .death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie + 1)
+                            .death(BC_REQUEST_DEATH_NOTIFICATION, 4711, kCookie)
+                            .death(BC_CLEAR_DEATH_NOTIFICATION, handle, kCookie + 1)
+                            .death(BC_CLEAR_DEATH_NOTIFICATION, 4711, kCookie)
+                            .deadDone(kCookie));
+    EXPECT_EQ(stats()["death_links"], 1u);
+    mService.reset();
+    EXPECT_EQ(mRegistry.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
+    EXPECT_EQ(stats()["queued"], 0u);
+}
+
+TEST_F(DeathTest, aLinkGoesWithItsLastReference) {
+    const uint32_t handle = receiveNode();
+    mRegistry.write(Commands().death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie));
+    mService.reset();
+    awaitStat("queued", 1);
+    mRegistry.write(Commands().count(BC_RELEASE, handle).count(BC_DECREFS, handle));
+    EXPECT_EQ(stats()["death_links"], 0u);
+    RawClient client(path());
+    client.write(Commands().call(0, 5));
+    EXPECT_EQ(mRegistry.next().command, uint32_t{BR_TRANSACTION}) << "the void notice is skipped";
+}
+
+TEST_F(DeathTest, everyWatcherOfEveryNodeIsToldOnce) {
+    constexpr size_t kWatchers = 20;
+    const uint32_t handle = receiveNode();
+    std::vector<std::unique_ptr<RawClient>> watchers;
+    for (size_t i = 0; i < kWatchers; i++) {
+        auto& watcher = *watchers.emplace_back(std::make_unique<RawClient>(path()));
+        watcher.write(Commands().call(0, 2));
+        const Return call = mRegistry.expect(BR_TRANSACTION);
+        mRegistry.write(Commands().freeBuffer(call).reply(Payload().handle(handle)));
+        (void)mRegistry.expect(BR_TRANSACTION_COMPLETE);
+        const Return reply = watcher.expectReply();
+        const uint32_t held = reply.object(0).handle;
+        watcher.write(Commands()
+                              .count(BC_ACQUIRE, held)
+                              .freeBuffer(reply)
+                              .death(BC_REQUEST_DEATH_NOTIFICATION, held, kCookie + i)
+                              .looper());
+    }
+    EXPECT_EQ(stats()["death_links"], kWatchers);
+    mService.reset();
+    for (size_t i = 0; i < kWatchers; i++) {
+        EXPECT_EQ(watchers[i]->next().as<uint64_t>(), kCookie + i);
+    }
+    EXPECT_EQ(stats()["queued"], 0u);
+}
+
+TEST_F(DeathTest, theLastReplyIsNotOvertakenByTheDeath) {
+    for (uint64_t round = 0; round < 50; round++) {
+        const uint32_t handle = receiveNode();
+        mRegistry.write(
+                Commands().death(BC_REQUEST_DEATH_NOTIFICATION, handle, round).call(handle, 1));
+        mService->write(Commands().looper());
+        const Return call = mService->expect(BR_TRANSACTION);
+        mService->write(Commands().freeBuffer(call).reply("last words"));
+        mService.reset();
+        EXPECT_EQ(mRegistry.expectReply().text(), "last words");
+        EXPECT_EQ(mRegistry.expect(BR_DEAD_BINDER).as<uint64_t>(), round);
+    }
 }
 
 }  // namespace

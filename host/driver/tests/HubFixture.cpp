@@ -77,16 +77,30 @@ std::map<std::string, uint64_t> HubFixture::stats() const {
     return out;
 }
 
+namespace {
+
+/** Each look is a round trip to the hub: a wait for it, not for time to pass. */
+template <typename Look>
+void lookUntil(Look right) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!right() && std::chrono::steady_clock::now() < deadline)
+        continue;
+}
+
+}  // namespace
+
+void HubFixture::awaitStat(const std::string& name, uint64_t value) const {
+    lookUntil([&] { return stats()[name] == value; });
+    EXPECT_EQ(stats()[name], value) << name;
+}
+
 void HubFixture::expectEmptyHub() const {
     const std::map<std::string, uint64_t> empty = {
-            {"processes", 0}, {"threads", 0},      {"nodes", 0},       {"handles", 0},
-            {"buffers", 0},   {"buffer_bytes", 0}, {"death_links", 0}, {"descriptors", 0},
-            {"queued", 0},    {"connections", 1}};
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    auto now = stats();
-    // Each question is a round trip to the hub: a wait for it, not for time to pass.
-    while (now != empty && std::chrono::steady_clock::now() < deadline)
-        now = stats();
+            {"processes", 0},   {"threads", 0}, {"idle", 0},         {"nodes", 0},
+            {"handles", 0},     {"buffers", 0}, {"buffer_bytes", 0}, {"death_links", 0},
+            {"descriptors", 0}, {"queued", 0},  {"connections", 1}};
+    std::map<std::string, uint64_t> now;
+    lookUntil([&] { return (now = stats()) == empty; });
     EXPECT_EQ(now, empty);
 }
 

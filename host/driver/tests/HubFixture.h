@@ -25,6 +25,8 @@ protected:
 
     /** What the hub holds. Its answer is younger than all frames that were sent before. */
     [[nodiscard]] std::map<std::string, uint64_t> stats() const;
+    /** Asks until a number of the hub has this value, or a deadline passes. */
+    void awaitStat(const std::string& name, uint64_t value) const;
     /** Asks until the hub holds nothing any more, or a deadline passes. */
     void expectEmptyHub() const;
 

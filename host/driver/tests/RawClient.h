@@ -147,6 +147,9 @@ public:
         if (!mDriver) throw std::runtime_error(error);
     }
 
+    /** Another thread's view of the same process. */
+    explicit RawClient(const RawClient* sibling) : mDriver(sibling->mDriver) {}
+
     [[nodiscard]] Driver& driver() { return *mDriver; }
 
     /** One BINDER_WRITE_READ as it is. */
@@ -245,7 +248,7 @@ private:
         if (status) throw std::runtime_error("driver: " + std::string(std::strerror(-status)));
     }
 
-    std::unique_ptr<Driver> mDriver;
+    std::shared_ptr<Driver> mDriver;
     std::deque<Return> mReturns;
 };
 

@@ -1,0 +1,290 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Messages: sizes, objects, descriptors; what is wrong fails that call and leaves no trace.
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include "HubFixture.h"
+#include "RawClient.h"
+#include "embedded/Frame.h"
+
+namespace binderhost::tests {
+namespace {
+
+using android::base::unique_fd;
+constexpr uint64_t kPtr = 0x1000;
+
+class BufferTest : public HubFixture {
+protected:
+    void expectWorking() {
+        mClient.write(Commands().call(0, 1, "still here"));
+        const Return call = mServer.expect(BR_TRANSACTION);
+        EXPECT_EQ(call.text(), "still here");
+        mServer.write(Commands().freeBuffer(call).reply("yes"));
+        (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+        const Return reply = mClient.expectReply();
+        EXPECT_EQ(reply.text(), "yes");
+        mClient.write(Commands().freeBuffer(reply));
+    }
+
+    RawClient mServer{path()};
+    RawClient mClient{path()};
+    void SetUp() override { mServer.publish(); }
+};
+
+std::string pattern(size_t size) {
+    std::string out(size, '\0');
+    for (size_t i = 0; i < size; i++)
+        out[i] = static_cast<char>(i * 31 + i / 251);
+    return out;
+}
+
+TEST_F(BufferTest, payloadsOfAllSizesArriveWholeBothWays) {
+    const size_t inlineLimit = frame::kInlineBytes;
+    for (const size_t size :
+         {size_t{0}, size_t{1}, size_t{7}, size_t{4096}, inlineLimit - 1, inlineLimit,
+          inlineLimit + 1, size_t{300'000}, size_t{frame::kBufferBytes}}) {
+        const std::string bytes = pattern(size);
+        mClient.write(Commands().call(0, 1, bytes));
+        const Return call = mServer.expect(BR_TRANSACTION);
+        EXPECT_EQ(call.text(), bytes) << size;
+        mServer.write(Commands().freeBuffer(call).reply(bytes));
+        (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+        const Return reply = mClient.expectReply();
+        EXPECT_EQ(reply.text(), bytes) << size;
+        mClient.write(Commands().freeBuffer(reply));
+    }
+    EXPECT_EQ(stats()["buffer_bytes"], 0u);
+}
+
+TEST_F(BufferTest, aCallLargerThanTheBufferFailsAndBothSidesLiveOn) {
+    for (const size_t size : {size_t{frame::kBufferBytes} + 1, size_t{8'000'000}}) {
+        mClient.write(Commands().call(0, 1, std::string(size, 'x')));
+        (void)mClient.expect(BR_FAILED_REPLY);
+    }
+    expectWorking();
+}
+
+TEST_F(BufferTest, aReplyLargerThanTheBufferFailsTheCallAndTheReplierIsDone) {
+    mClient.write(Commands().call(0, 1));
+    const Return call = mServer.expect(BR_TRANSACTION);
+    mServer.write(Commands().freeBuffer(call).reply(std::string(frame::kBufferBytes + 1, 'x')));
+    (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+    (void)mClient.expect(BR_TRANSACTION_COMPLETE);
+    (void)mClient.expect(BR_FAILED_REPLY);
+    expectWorking();
+}
+
+TEST_F(BufferTest, aBufferThatIsNotFreedKeepsItsRoomUntilItIs) {
+    const std::string large(600 * 1024, 'x');
+    mClient.write(Commands().call(0, 1, large));
+    const Return call = mServer.expect(BR_TRANSACTION);
+    mServer.write(Commands().reply());
+    (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+    (void)mClient.expectReply();
+    mClient.write(Commands().call(0, 1, large));
+    (void)mClient.expect(BR_FAILED_REPLY);
+    mServer.write(Commands().freeBuffer(call));
+    awaitStat("buffers", 1);  // the empty reply
+    mClient.write(Commands().call(0, 1, large));
+    EXPECT_EQ(mServer.expect(BR_TRANSACTION).data().data_size, large.size());
+}
+
+/** Damaged messages; each is a node at offset 8 before the damage. */
+struct Damage {
+    const char* name;
+    void (*apply)(Payload*, binder_transaction_data*);
+};
+
+void setType(Payload* payload, uint32_t type) {
+    payload->bytes.replace(8, sizeof(type), reinterpret_cast<const char*>(&type), sizeof(type));
+}
+
+const Damage kDamages[] = {
+        {"an unknown type", [](Payload* p, auto*) { setType(p, 0x12345678); }},
+        {"a pointer object", [](Payload* p, auto*) { setType(p, BINDER_TYPE_PTR); }},
+        {"a descriptor array", [](Payload* p, auto*) { setType(p, BINDER_TYPE_FDA); }},
+        {"a handle that is not held", [](Payload* p, auto*) { setType(p, BINDER_TYPE_HANDLE); }},
+        {"a weak one", [](Payload* p, auto*) { setType(p, BINDER_TYPE_WEAK_HANDLE); }},
+        {"a descriptor that is none", [](Payload* p, auto*) { setType(p, BINDER_TYPE_FD); }},
+        {"an odd offset", [](Payload* p, auto*) { p->offsets[0] = 5; }},
+        {"an offset at the end", [](Payload* p, auto*) { p->offsets[0] = p->bytes.size(); }},
+        {"an offset near the end", [](Payload* p, auto*) { p->offsets[0] = 12; }},
+        {"an offset beyond", [](Payload* p, auto*) { p->offsets[0] = 1 << 20; }},
+        {"an offset that wraps", [](Payload* p, auto*) { p->offsets[0] = ~uint64_t{0} - 7; }},
+        {"the same object twice", [](Payload* p, auto*) { p->offsets.push_back(8); }},
+        {"overlapping objects",
+         [](Payload* p, auto*) {
+             p->offsets = {8, 12};
+         }},
+        {"objects out of order",
+         [](Payload* p, auto*) {
+             p->node(kPtr + 8);
+             std::swap(p->offsets[0], p->offsets[1]);
+         }},
+        {"a good node, then a bad handle", [](Payload* p, auto*) { p->handle(99); }},
+};
+
+TEST_F(BufferTest, aMessageWithAWrongWordFailsAndNothingOfItStays) {
+    mClient.write(Commands().call(0, 1, "warm up"));
+    (void)mServer.expect(BR_TRANSACTION);
+    const auto before = stats();
+    for (const bool large : {false, true}) {
+        for (const Damage& damage : kDamages) {
+            Payload payload(std::string(8, 'p'));
+            payload.node(kPtr);
+            binder_transaction_data data{};
+            data.flags = TF_ONE_WAY;
+            damage.apply(&payload, &data);
+            if (large) payload.bytes.resize(100'000, 'z');
+            RawClient sender(path());
+            sender.write(Commands().raw(data, payload));
+            const Return answer = sender.nextEvent();
+            EXPECT_EQ(answer.command, uint32_t{BR_FAILED_REPLY}) << damage.name << large;
+        }
+    }
+    awaitStat("processes", 2);
+    for (const char* name : {"nodes", "handles", "buffers", "buffer_bytes", "descriptors"}) {
+        EXPECT_EQ(stats()[name], before.at(name)) << name;
+    }
+}
+
+TEST_F(BufferTest, aNodeWhoseCookieDiffersFromItsFirstSightFails) {
+    mClient.write(Commands().oneway(0, 1, Payload().node(kPtr, 1)));
+    (void)mClient.expect(BR_TRANSACTION_COMPLETE);
+    mClient.write(Commands().oneway(0, 1, Payload().node(kPtr, 2)));
+    (void)mClient.expect(BR_FAILED_REPLY);
+}
+
+TEST_F(BufferTest, objectsInALargeMessageAreTranslatedToo) {
+    Payload payload(pattern(200'000));
+    payload.node(kPtr).node(kPtr + 8);
+    payload.bytes += pattern(50'000);
+    mClient.write(Commands().call(0, 1, payload));
+    const Return call = mServer.expect(BR_TRANSACTION);
+    EXPECT_EQ(call.text().substr(0, 200'000), pattern(200'000));
+    EXPECT_EQ(call.text().substr(payload.bytes.size() - 50'000), pattern(50'000));
+    EXPECT_EQ(call.object(0).hdr.type, uint32_t{BINDER_TYPE_HANDLE});
+    EXPECT_EQ(call.object(0).handle, 1u);
+    EXPECT_EQ(call.object(1).handle, 2u);
+    mServer.write(Commands().reply(Payload(pattern(100'000)).handle(1)));
+    EXPECT_EQ(mClient.expectReply().object(0).binder, kPtr);
+}
+
+TEST_F(BufferTest, descriptorsArriveCloseOnExecInCallsAndReplies) {
+    for (const size_t filler : {size_t{0}, size_t{100'000}}) {
+        int ends[2];
+        ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        const unique_fd out(ends[0]), in(ends[1]);
+        Payload payload(std::string(filler, 'f'));
+        mClient.write(Commands().call(0, 1, payload.descriptor(in.get()), TF_ACCEPT_FDS));
+        const Return call = mServer.expect(BR_TRANSACTION);
+        const unique_fd got(static_cast<int>(call.object(0).handle));
+        EXPECT_NE(got.get(), in.get());
+        EXPECT_EQ(fcntl(got.get(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+        EXPECT_EQ(write(got.get(), "!", 1), 1);
+        char byte = 0;
+        EXPECT_EQ(read(out.get(), &byte, 1), 1);
+        mServer.write(Commands().freeBuffer(call).reply(Payload().descriptor(got.get())));
+        (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+        const Return reply = mClient.expectReply();
+        const unique_fd back(static_cast<int>(reply.object(0).handle));
+        EXPECT_EQ(write(back.get(), "?", 1), 1);
+    }
+    EXPECT_EQ(stats()["descriptors"], 0u);
+}
+
+TEST_F(BufferTest, aReplyWithDescriptorsToACallerThatTakesNoneFails) {
+    mClient.write(Commands().call(0, 1));
+    const Return call = mServer.expect(BR_TRANSACTION);
+    mServer.write(Commands().freeBuffer(call).reply(Payload().descriptor(0)));
+    (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+    (void)mClient.expect(BR_TRANSACTION_COMPLETE);
+    (void)mClient.expect(BR_FAILED_REPLY);
+    expectWorking();
+}
+
+TEST_F(BufferTest, aNodeThatTakesNoDescriptorsGetsNone) {
+    flat_binder_object shy{};
+    shy.hdr.type = BINDER_TYPE_BINDER;
+    shy.binder = kPtr;
+    mClient.write(Commands().call(0, 1));
+    const Return call = mServer.expect(BR_TRANSACTION);
+    mServer.write(Commands().freeBuffer(call).reply(Payload().add(shy)));
+    const uint32_t handle = mClient.expectReply().object(0).handle;
+    mClient.write(Commands().oneway(handle, 1, Payload().descriptor(0)));
+    (void)mClient.expect(BR_FAILED_REPLY);
+}
+
+TEST_F(BufferTest, asManyDescriptorsAsTheKernelCarriesAndNotOneMore) {
+    struct Row {
+        size_t count;
+        size_t filler;
+        bool arrives;
+    };
+    for (const Row& row : {Row{253, 0, true}, Row{254, 0, false}, Row{252, 100'000, true},
+                           Row{253, 100'000, false}, Row{1000, 0, false}}) {
+        Payload payload(std::string(row.filler, 'f'));
+        for (size_t i = 0; i < row.count; i++)
+            payload.descriptor(STDERR_FILENO);
+        mClient.write(Commands().oneway(0, 1, payload));
+        const Return answer = mClient.next();
+        EXPECT_EQ(answer.command, row.arrives ? BR_TRANSACTION_COMPLETE : BR_FAILED_REPLY)
+                << row.count;
+        if (!row.arrives) continue;
+        const Return call = mServer.expect(BR_TRANSACTION);
+        for (size_t i = 0; i < row.count; i++)
+            close(static_cast<int>(call.object(i).handle));
+        mServer.write(Commands().freeBuffer(call));
+    }
+    EXPECT_EQ(stats()["descriptors"], 0u);
+    expectWorking();
+}
+
+TEST_F(BufferTest, oneBadDescriptorFailsItsOwnCallOnly) {
+    Commands commands;
+    commands.oneway(0, 1, Payload().descriptor(STDERR_FILENO))
+            .oneway(0, 2, Payload().descriptor(987654))
+            .oneway(0, 3, "none");
+    mClient.write(commands);
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_TRANSACTION_COMPLETE});
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_FAILED_REPLY});
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_TRANSACTION_COMPLETE});
+    for (const uint32_t code : {1u, 3u}) {
+        const Return call = mServer.expect(BR_TRANSACTION);
+        EXPECT_EQ(call.data().code, code);
+        if (code == 1) close(static_cast<int>(call.object(0).handle));
+        mServer.write(Commands().freeBuffer(call));
+    }
+}
+
+TEST_F(BufferTest, aReceiverWithNoDescriptorLeftFailsTheCallAndLosesNone) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const unique_fd out(ends[0]);
+    unique_fd in(ends[1]);
+    mClient.write(Commands().call(0, 1, Payload().descriptor(in.get()).descriptor(in.get())));
+    in.reset();
+    RawClient other(path());
+    other.write(Commands().oneway(0, 2, "after it"));
+    (void)other.expect(BR_TRANSACTION_COMPLETE);
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    // Room for one of the two only.
+    const unique_fd lowest(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    rlimit tight = before;
+    tight.rlim_cur = static_cast<rlim_t>(lowest.get()) + 2;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
+    EXPECT_EQ(mServer.next().data().code, 2u) << "the call with descriptors is not shown";
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    (void)mClient.expect(BR_TRANSACTION_COMPLETE);
+    (void)mClient.expect(BR_FAILED_REPLY);
+    char byte = 0;
+    EXPECT_EQ(read(out.get(), &byte, 1), 0) << "some copy of the writing end is left";
+    EXPECT_EQ(stats()["buffers"], 1u);
+}
+
+}  // namespace
+}  // namespace binderhost::tests

@@ -1,0 +1,364 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The hub without sockets: interleavings and bounds that processes cannot force.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <set>
+#include <utility>
+
+#include "RawClient.h"
+#include "hub/Hub.h"
+
+namespace binderhost::hub {
+namespace {
+
+using tests::Payload;
+
+/** Packs commands as a driver would; everything inline. */
+class Packed {
+public:
+    Packed& call(uint32_t command, uint32_t handle, uint32_t code, const Payload& payload = {},
+                 uint32_t flags = 0) {
+        frame::Transaction head;
+        head.data.target.handle = handle;
+        head.data.code = code;
+        head.data.flags = flags;
+        head.data.data_size = payload.bytes.size();
+        head.data.offsets_size = payload.offsets.size() * sizeof(binder_size_t);
+        appendBytes(&bytes, command);
+        appendBytes(&bytes, head);
+        bytes.insert(bytes.end(), payload.bytes.begin(), payload.bytes.end());
+        for (const binder_size_t offset : payload.offsets)
+            appendBytes(&bytes, offset);
+        return *this;
+    }
+    Packed& oneway(uint32_t handle, uint32_t code, const Payload& payload = {}) {
+        return call(BC_TRANSACTION, handle, code, payload, TF_ONE_WAY);
+    }
+    Packed& reply(const Payload& payload = {}) { return call(BC_REPLY, 0, 0, payload); }
+    template <typename... Values>
+    Packed& put(uint32_t command, const Values&... values) {
+        appendBytes(&bytes, command);
+        (appendBytes(&bytes, values), ...);
+        return *this;
+    }
+
+    std::vector<uint8_t> bytes;
+};
+
+/** A process with one thread; remembers what it was sent. */
+class Peer : public Link {
+public:
+    struct Got {
+        uint32_t command;
+        std::vector<uint8_t> argument;
+        uint64_t buffer = 0;
+    };
+
+    Peer(Hub* hub, pid_t pid) : hub(hub), process(hub->openProcess(pid)) {
+        thread = hub->openThread(process, this);
+    }
+
+    void send(const Record& record) override {
+        records++;
+        ByteReader reader({record.head.data(), record.head.size()});
+        frame::Header header;
+        ASSERT_TRUE(reader.take(&header));
+        for (uint32_t command = 0; reader.take(&command);) {
+            const bool call = command == BR_TRANSACTION || command == BR_REPLY;
+            std::span<const uint8_t> argument;
+            ASSERT_TRUE(reader.takeBytes(call ? sizeof(frame::Transaction) : _IOC_SIZE(command),
+                                         &argument));
+            Got each{command, {argument.begin(), argument.end()}};
+            if (call) {
+                frame::Transaction head;
+                std::memcpy(&head, argument.data(), sizeof(head));
+                each.buffer = head.buffer;
+            }
+            if (command != BR_NOOP) got.push_back(std::move(each));
+        }
+        payload = record.payload;
+    }
+
+    [[nodiscard]] bool feed(std::span<const uint8_t> bytes, uint32_t flags) {
+        FrameDescriptors none;
+        return hub->handle(thread, flags, /*uid=*/1000, bytes, &none);
+    }
+    void write(const Packed& packed) { EXPECT_TRUE(feed(packed.bytes, 0)); }
+    void read(const Packed& packed = {}) { EXPECT_TRUE(feed(packed.bytes, frame::kRead)); }
+    [[nodiscard]] std::vector<uint32_t> commands() {
+        std::vector<uint32_t> out;
+        for (const Got& each : got)
+            out.push_back(each.command);
+        got.clear();
+        return out;
+    }
+
+    Hub* hub;
+    Process* process;
+    Thread* thread;
+    std::vector<Got> got;
+    std::vector<uint8_t> payload;
+    int records = 0;
+};
+
+using Seen = std::vector<uint32_t>;
+constexpr uint64_t kPtr = 0x1000;
+
+class HubCoreTest : public ::testing::Test {
+protected:
+    explicit HubCoreTest(const Limits& limits = {}) : mHub(limits) {
+        EXPECT_EQ(mHub.becomeContextManager(mServer.process, 1000), 0);
+    }
+    /** The server holds a handle on a node of the peer's; nothing is left to read. */
+    uint32_t give(Peer* peer, uint64_t ptr = kPtr) {
+        peer->write(Packed().call(BC_TRANSACTION, 0, 1, Payload().node(ptr)));
+        mServer.read(Packed().put(BC_ENTER_LOOPER));
+        const uint32_t handle = mServer.process->nextHandle - 1;
+        mServer.read(Packed().put(BC_ACQUIRE, handle)
+                             .put(BC_FREE_BUFFER, mServer.got.back().buffer)
+                             .reply());
+        mServer.got.clear();
+        peer->read();
+        peer->write(Packed().put(BC_INCREFS_DONE, ptr, uint64_t{0})
+                            .put(BC_ACQUIRE_DONE, ptr, uint64_t{0})
+                            .put(BC_FREE_BUFFER, peer->got.back().buffer));
+        peer->got.clear();
+        return handle;
+    }
+    /** The server takes, frees and answers all calls that wait for it. */
+    void serveAll() {
+        if (!mServer.thread->looper) mServer.write(Packed().put(BC_ENTER_LOOPER));
+        for (;;) {
+            if (!mServer.thread->waiting) mServer.read();
+            if (mServer.thread->waiting && mServer.got.empty()) return;
+            for (const auto& each : std::exchange(mServer.got, {})) {
+                if (each.buffer) mServer.write(Packed().put(BC_FREE_BUFFER, each.buffer));
+            }
+            while (!mServer.thread->stack.empty())
+                mServer.write(Packed().reply());
+        }
+    }
+    [[nodiscard]] uint64_t stat(const std::string& name) const {
+        const std::string text = "\n" + mHub.stats();
+        return std::stoull(text.substr(text.find("\n" + name + "=") + name.size() + 2));
+    }
+
+    Hub mHub;
+    Peer mServer{&mHub, 1};
+    Peer mClient{&mHub, 2};
+};
+
+TEST_F(HubCoreTest, anEmptyTwoWayCallIsFourRecordsInAll) {
+    mServer.read(Packed().put(BC_ENTER_LOOPER));
+    mClient.read(Packed().call(BC_TRANSACTION, 0, 1));
+    EXPECT_EQ(mServer.records, 1);
+    EXPECT_EQ(mClient.records, 0) << "the completion rides on the reply";
+    const uint64_t buffer = mServer.got.back().buffer;
+    const Packed answer = Packed().put(BC_FREE_BUFFER, buffer).reply();
+    EXPECT_TRUE(mServer.feed(answer.bytes, frame::kRead | frame::kCompletesLocally));
+    EXPECT_EQ(mServer.records, 1);
+    EXPECT_EQ(mClient.records, 1);
+    EXPECT_EQ(mClient.commands(), (Seen{BR_TRANSACTION_COMPLETE, BR_REPLY}));
+    EXPECT_EQ(stat("idle"), 1u);
+}
+
+TEST_F(HubCoreTest, theNoticeOfADeathComesBeforeACallMadeAfterIt) {
+    Peer mortal(&mHub, 3);
+    const uint32_t handle = give(&mortal);
+    mServer.write(Packed().put(BC_REQUEST_DEATH_NOTIFICATION, handle, uint64_t{7}));
+    mHub.closeProcess(mortal.process);
+    mClient.write(Packed().call(BC_TRANSACTION, 0, 1));
+    mServer.read();
+    EXPECT_EQ(mServer.commands(), Seen{BR_DEAD_BINDER});
+    mServer.read();
+    EXPECT_EQ(mServer.commands(), Seen{BR_TRANSACTION});
+}
+
+TEST_F(HubCoreTest, aReplyThatComesWhileTheCallerIsInANestedCallWaitsForItsReturn) {
+    // client ─▶ server ─▶ third ─▶ client again; third dies, and the server replies at once.
+    Peer third(&mHub, 3);
+    third.write(Packed().put(BC_ENTER_LOOPER));
+    const uint32_t toThird = give(&third);
+    const uint32_t toClient = give(&mClient, kPtr + 8);
+    mClient.read(Packed().call(BC_TRANSACTION, 0, 1));
+    mServer.read();
+    mServer.read(Packed().call(BC_TRANSACTION, toThird, 2, Payload().handle(toClient)));
+    mServer.got.clear();
+    third.read();
+    flat_binder_object passed;
+    std::memcpy(&passed, third.payload.data(), sizeof(passed));
+    third.write(Packed().call(BC_TRANSACTION, passed.handle, 3));
+    EXPECT_EQ(mClient.commands(), (Seen{BR_TRANSACTION_COMPLETE, BR_TRANSACTION}));
+    mHub.closeProcess(third.process);
+    EXPECT_EQ(mServer.commands().back(), uint32_t{BR_DEAD_REPLY});
+    mServer.write(Packed().reply("first"));
+    mClient.read();
+    EXPECT_EQ(mClient.commands(), Seen{}) << "it is not back yet";
+    mClient.write(Packed().reply("nobody wants it"));
+    EXPECT_EQ(mClient.commands(), (Seen{BR_TRANSACTION_COMPLETE, BR_REPLY}));
+}
+
+TEST_F(HubCoreTest, aCallerThatDiesBeforeItsEarlyReplyIsReadTakesTheReplyWithIt) {
+    mServer.read(Packed().put(BC_ENTER_LOOPER));
+    mClient.write(Packed().call(BC_TRANSACTION, 0, 1));
+    mServer.write(Packed().reply("unread"));
+    EXPECT_EQ(stat("buffers"), 2u);
+    mHub.closeThread(mClient.thread);
+    EXPECT_EQ(stat("buffers"), 1u) << "the call's, which the server holds";
+}
+
+TEST_F(HubCoreTest, twoReadsWithoutAnAnswerAreAgainstTheProtocol) {
+    mClient.read();
+    EXPECT_FALSE(mClient.feed({}, frame::kRead));
+}
+
+TEST_F(HubCoreTest, anUnknownFlagIsAgainstTheProtocol) {
+    EXPECT_FALSE(mClient.feed({}, 0x80));
+}
+
+TEST_F(HubCoreTest, aFrameCutAnywhereInsideACommandIsAgainstTheProtocol) {
+    const Packed whole = Packed().put(BC_ACQUIRE, uint32_t{0})
+                                 .call(BC_TRANSACTION, 0, 1, Payload("12345678").node(kPtr))
+                                 .put(BC_FREE_BUFFER, uint64_t{5});
+    const std::set<size_t> ends = {0, 8, whole.bytes.size() - 12, whole.bytes.size()};
+    for (size_t size = 0; size <= whole.bytes.size(); size += 4) {
+        Peer peer(&mHub, 9);
+        EXPECT_EQ(peer.feed({whole.bytes.data(), size}, 0), ends.contains(size)) << size;
+        mHub.closeProcess(peer.process);
+    }
+    EXPECT_EQ(stat("handles"), 4u) << "of the four whole calls that wait for the server";
+    serveAll();
+    EXPECT_EQ(stat("handles"), 0u);
+    EXPECT_EQ(stat("buffers"), 0u);
+}
+
+TEST_F(HubCoreTest, wildSizesDoNotWrap) {
+    for (const uint64_t size : {~uint64_t{0}, ~uint64_t{0} - 7, uint64_t{1} << 63,
+                                uint64_t{1} << 32, uint64_t{1} << 20}) {
+        for (const bool offsets : {false, true}) {
+            Peer peer(&mHub, 9);
+            frame::Transaction head;
+            (offsets ? head.data.offsets_size : head.data.data_size) = size;
+            EXPECT_FALSE(peer.feed(Packed().put(BC_TRANSACTION, head).bytes, 0)) << size;
+            head.placement = frame::Placement::Memory;
+            EXPECT_FALSE(peer.feed(Packed().put(BC_TRANSACTION, head).bytes, 0)) << size;
+            mHub.closeProcess(peer.process);
+        }
+    }
+    EXPECT_EQ(stat("buffers"), 0u);
+}
+
+TEST_F(HubCoreTest, randomFramesHarmNobodyElse) {
+    std::mt19937 random(4711);
+    const uint32_t known[] = {BC_TRANSACTION,
+                              BC_REPLY,
+                              BC_FREE_BUFFER,
+                              BC_INCREFS,
+                              BC_ACQUIRE,
+                              BC_RELEASE,
+                              BC_DECREFS,
+                              BC_INCREFS_DONE,
+                              BC_ACQUIRE_DONE,
+                              BC_ENTER_LOOPER,
+                              BC_EXIT_LOOPER,
+                              BC_REGISTER_LOOPER,
+                              BC_REQUEST_DEATH_NOTIFICATION,
+                              BC_CLEAR_DEATH_NOTIFICATION,
+                              BC_DEAD_BINDER_DONE,
+                              frame::kCommandReject,
+                              BC_TRANSACTION_SG};
+    mServer.read(Packed().put(BC_ENTER_LOOPER));
+    for (int round = 0; round < 3000; round++) {
+        Peer peer(&mHub, 9);
+        bool sound = true;
+        for (int i = 0; i < 8 && sound; i++) {
+            Packed packed;
+            const uint32_t command = known[random() % std::size(known)];
+            if (command == BC_TRANSACTION || command == BC_REPLY) {
+                Payload payload("01234567");
+                if (random() % 2) payload.node(random() % 4 * 8);
+                if (random() % 4 == 0) payload.handle(random() % 3);
+                if (random() % 4 == 0) payload.offsets.push_back(random() % 64);
+                packed.call(command, random() % 3, 1, payload, random() % 2);
+            } else {
+                packed.put(command);
+                const size_t extra = random() % 4 ? _IOC_SIZE(command) : random() % 24;
+                for (size_t at = 0; at < extra; at++) {
+                    packed.bytes.push_back(static_cast<uint8_t>(at % 4 ? 0 : random() % 4));
+                }
+            }
+            sound = peer.feed(packed.bytes, peer.thread->waiting ? 0 : random() % 2);
+        }
+        mHub.closeProcess(peer.process);
+        serveAll();
+        ASSERT_EQ(stat("buffers"), 0u) << round;
+        ASSERT_EQ(stat("handles"), 0u) << round;
+        ASSERT_EQ(stat("nodes"), 1u) << round;
+        ASSERT_EQ(stat("processes"), 2u) << round;
+    }
+}
+
+class HubLimitsTest : public HubCoreTest {
+protected:
+    static Limits small() {
+        Limits limits;
+        limits.nodes = 3;
+        limits.handles = 2;
+        limits.deathLinks = 2;
+        limits.threadsPerProcess = 2;
+        limits.threadBacklog = 8;
+        return limits;
+    }
+    HubLimitsTest() : HubCoreTest(small()) {}
+};
+
+TEST_F(HubLimitsTest, aFullHandleTableFailsTheSendersCallAndRecovers) {
+    (void)give(&mClient, kPtr);
+    const uint32_t second = give(&mClient, kPtr + 8);
+    mClient.read(Packed().oneway(0, 1, Payload().node(kPtr + 16)));
+    EXPECT_EQ(mClient.commands(), Seen{BR_FAILED_REPLY});
+    mServer.write(Packed().put(BC_RELEASE, second));
+    mClient.read(Packed().put(BC_ENTER_LOOPER));
+    EXPECT_EQ(mClient.commands(), (Seen{BR_RELEASE, BR_DECREFS}));
+    EXPECT_EQ(give(&mClient, kPtr + 16), second);
+}
+
+TEST_F(HubLimitsTest, aProcessWithTooManyNodesFailsItsOwnCallsOnly) {
+    Peer other(&mHub, 3);
+    mClient.read(Packed().call(BC_TRANSACTION, 0, 1, Payload().node(8).node(16).node(24).node(32)));
+    EXPECT_EQ(mClient.commands().back(), uint32_t{BR_FAILED_REPLY});
+    other.read(Packed().oneway(0, 1, Payload().node(8)));
+    EXPECT_EQ(other.commands().back(), uint32_t{BR_TRANSACTION_COMPLETE});
+}
+
+TEST_F(HubLimitsTest, tooManyDeathLinksAreAgainstTheProtocol) {
+    const uint32_t handle = give(&mClient);
+    for (uint64_t cookie = 0; cookie < 2; cookie++) {
+        mServer.write(Packed().put(BC_EXIT_LOOPER)
+                              .put(BC_REQUEST_DEATH_NOTIFICATION, handle, cookie)
+                              .put(BC_CLEAR_DEATH_NOTIFICATION, handle, cookie));
+    }
+    EXPECT_FALSE(mServer.feed(
+            Packed().put(BC_REQUEST_DEATH_NOTIFICATION, handle, uint64_t{2}).bytes, 0));
+    mHub.closeProcess(mServer.process);
+    EXPECT_EQ(stat("death_links"), 0u);
+}
+
+TEST_F(HubLimitsTest, aThreadThatReadsNothingIsCutOffAtItsBacklog) {
+    bool sound = true;
+    int calls = 0;
+    for (; sound && calls < 100; calls++)
+        sound = mClient.feed(Packed().oneway(9, 1).bytes, 0);
+    EXPECT_EQ(calls, 9);
+}
+
+TEST_F(HubLimitsTest, aProcessHasABoundedNumberOfThreads) {
+    EXPECT_NE(mHub.openThread(mClient.process, &mClient), nullptr);
+    EXPECT_EQ(mHub.openThread(mClient.process, &mClient), nullptr);
+}
+
+}  // namespace
+}  // namespace binderhost::hub

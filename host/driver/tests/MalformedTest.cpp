@@ -1,0 +1,271 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Bare sockets that do not keep to the protocol: they are cut off and nobody else notices.
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <random>
+
+#include "Child.h"
+#include "HubFixture.h"
+#include "RawClient.h"
+#include "embedded/ByteReader.h"
+#include "embedded/HubConnection.h"
+#include "embedded/Socket.h"
+
+namespace binderhost::tests {
+namespace {
+
+/** A connection under the test's full control. */
+class Bare {
+public:
+    explicit Bare(const std::string& path) {
+        std::string error;
+        const unique_fd place = findHub(path, &error);
+        require(place.ok() && connectTo(place.get(), 5, &mSocket) == 0, "connect");
+    }
+    /** A process with one thread: the second connection. */
+    Bare(const std::string& path, const Bare& process) : Bare(path) {
+        frame::Hello hello;
+        hello.header.kind = frame::Kind::HelloThread;
+        hello.token = process.mToken;
+        frame::Answer answer;
+        require(ask(mSocket.get(), hello, &answer) == 0 && answer.status == 0, "thread");
+    }
+    void becomeProcess() {
+        frame::Hello hello;
+        hello.header.kind = frame::Kind::HelloProcess;
+        frame::Answer answer;
+        require(ask(mSocket.get(), hello, &answer) == 0, "process");
+        mToken = answer.token;
+    }
+    [[nodiscard]] int send(std::span<const uint8_t> bytes, std::span<const int> descriptors = {},
+                           const ucred* credentials = nullptr) const {
+        const iovec part{const_cast<uint8_t*>(bytes.data()), bytes.size()};
+        const ucred own = ownCredentials();
+        return sendRecord(mSocket.get(), {&part, 1}, descriptors, credentials ? credentials : &own,
+                          /*flags=*/0);
+    }
+    [[nodiscard]] const frame::Token& token() const { return mToken; }
+    /** The other side has hung up within a deadline. */
+    [[nodiscard]] bool cutOff() const {
+        pollfd wait{mSocket.get(), POLLIN, 0};
+        uint8_t byte = 0;
+        Received received;
+        if (poll(&wait, 1, 20'000) != 1) return false;
+        const int status = receiveRecord(mSocket.get(), {&byte, 1}, MSG_DONTWAIT, &received);
+        return status == -ECONNRESET || (status == 0 && received.size == 0);
+    }
+    /** The command after BR_NOOP in the next record. */
+    [[nodiscard]] uint32_t firstReturn() const {
+        uint8_t room[256];
+        Received received;
+        pollfd wait{mSocket.get(), POLLIN, 0};
+        require(poll(&wait, 1, 20'000) == 1, "no answer");
+        require(receiveRecord(mSocket.get(), room, MSG_DONTWAIT, &received) == 0, "receive");
+        ByteReader reader({room, received.size});
+        frame::Header header;
+        uint32_t first = 0, second = 0;
+        require(reader.take(&header) && reader.take(&first) && reader.take(&second), "cut");
+        return second;
+    }
+
+private:
+    frame::Token mToken{};
+    unique_fd mSocket;
+};
+
+std::vector<uint8_t> bytesOf(const auto& value) {
+    std::vector<uint8_t> out;
+    appendBytes(&out, value);
+    return out;
+}
+
+class MalformedTest : public HubFixture {
+protected:
+    void expectServed() {
+        mClient.write(Commands().call(0, 1, "well?"));
+        const Return call = mServer.expect(BR_TRANSACTION);
+        mServer.write(Commands().freeBuffer(call).reply("well."));
+        (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+        const Return reply = mClient.expectReply();
+        EXPECT_EQ(reply.text(), "well.");
+        mClient.write(Commands().freeBuffer(reply));
+    }
+    void TearDown() override {
+        expectServed();
+        awaitStat("processes", 2);
+    }
+    /** A frame of commands that a thread could send. */
+    static std::vector<uint8_t> soundFrame() {
+        frame::Transaction head;
+        head.data.data_size = 8;
+        std::vector<uint8_t> out = bytesOf(frame::Header{});
+        appendBytes(&out, uint32_t{BC_TRANSACTION});
+        appendBytes(&out, head);
+        appendBytes(&out, uint64_t{1});
+        return out;
+    }
+
+    RawClient mServer{path()};
+    RawClient mClient{path()};
+    void SetUp() override { mServer.publish(); }
+};
+
+TEST_F(MalformedTest, aGreetingCutAnywhereIsRefused) {
+    frame::Hello hello;
+    hello.header.kind = frame::Kind::HelloProcess;
+    const auto bytes = bytesOf(hello);
+    for (size_t size = 4; size < bytes.size(); size += 4) {
+        const Bare bare(path());
+        ASSERT_EQ(bare.send({bytes.data(), size}), 0);
+        EXPECT_TRUE(bare.cutOff()) << size;
+    }
+}
+
+TEST_F(MalformedTest, aGreetingOfAnotherVersionOrKindIsRefused) {
+    for (int wrong = 0; wrong < 4; wrong++) {
+        frame::Hello hello;
+        hello.header.kind = frame::Kind::HelloProcess;
+        if (wrong == 0) hello.version++;
+        if (wrong == 1) hello.header.magic ^= 1;
+        if (wrong == 2) hello.header.kind = frame::Kind::Commands;
+        if (wrong == 3) hello.header.kind = frame::Kind::HelloThread;  // with no token
+        const Bare bare(path());
+        ASSERT_EQ(bare.send(bytesOf(hello)), 0);
+        EXPECT_TRUE(bare.cutOff()) << wrong;
+    }
+}
+
+TEST_F(MalformedTest, aCommandFrameCutAnywhereEndsItsProcessOnly) {
+    const auto bytes = soundFrame();
+    for (size_t size = 4; size < bytes.size(); size += 4) {
+        if (size == sizeof(frame::Header)) continue;  // an empty frame is sound
+        Bare process(path());
+        process.becomeProcess();
+        const Bare thread(path(), process);
+        ASSERT_EQ(thread.send({bytes.data(), size}), 0);
+        EXPECT_TRUE(thread.cutOff()) << size;
+        EXPECT_TRUE(process.cutOff()) << size;
+    }
+}
+
+TEST_F(MalformedTest, randomBytesEndTheirProcessOnly) {
+    std::mt19937 random(7);
+    for (int round = 0; round < 200; round++) {
+        Bare process(path());
+        process.becomeProcess();
+        const Bare thread(path(), process);
+        std::vector<uint8_t> bytes(16 + random() % 200);
+        for (uint8_t& each : bytes)
+            each = static_cast<uint8_t>(random());
+        if (round % 2) {
+            const auto head = bytesOf(frame::Header{});
+            std::copy(head.begin(), head.end(), bytes.begin());
+        }
+        ASSERT_EQ(thread.send(bytes), 0);
+    }
+}
+
+TEST_F(MalformedTest, anOversizedRecordIsCutOff) {
+    Bare process(path());
+    process.becomeProcess();
+    auto bytes = bytesOf(frame::Header{});
+    bytes.resize(frame::kMaxBytes + 8);
+    ASSERT_EQ(process.send(bytes), 0);
+    EXPECT_TRUE(process.cutOff());
+}
+
+TEST_F(MalformedTest, descriptorsThatNobodyAnnouncedEndTheProcess) {
+    Bare process(path());
+    process.becomeProcess();
+    const Bare thread(path(), process);
+    const int surplus[] = {STDERR_FILENO};
+    ASSERT_EQ(thread.send(soundFrame(), surplus), 0);
+    EXPECT_TRUE(thread.cutOff());
+}
+
+TEST_F(MalformedTest, dataInMemoryThatIsNotSealedOrNotAsLargeAsSaidFailTheCall) {
+    for (int wrong = 0; wrong < 4; wrong++) {
+        Bare process(path());
+        process.becomeProcess();
+        const Bare thread(path(), process);
+        unique_fd memory(memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+        ASSERT_EQ(ftruncate(memory.get(), 50'000), 0);
+        int seals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
+        if (wrong == 1) seals = F_SEAL_SHRINK | F_SEAL_GROW;
+        ASSERT_EQ(fcntl(memory.get(), F_ADD_SEALS, seals), 0);
+        if (wrong == 3) memory.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
+        frame::Transaction head;
+        head.data.data_size = wrong == 2 ? 50'001 : 50'000;
+        head.data.flags = TF_ONE_WAY;
+        head.placement = frame::Placement::Memory;
+        head.descriptors = 1;
+        auto bytes = bytesOf(frame::Header{.flags = frame::kRead, .descriptors = 1});
+        appendBytes(&bytes, uint32_t{BC_TRANSACTION});
+        appendBytes(&bytes, head);
+        const int descriptors[] = {memory.get()};
+        ASSERT_EQ(thread.send(bytes, descriptors), 0);
+        EXPECT_EQ(thread.firstReturn(), wrong ? BR_FAILED_REPLY : BR_TRANSACTION_COMPLETE) << wrong;
+        if (wrong) continue;
+        const Return call = mServer.expect(BR_TRANSACTION);
+        EXPECT_EQ(call.data().data_size, 50'000u);
+        mServer.write(Commands().freeBuffer(call));
+    }
+}
+
+TEST_F(MalformedTest, aChildOnItsParentsConnectionEndsIt) {
+    Bare process(path());
+    process.becomeProcess();
+    const Bare thread(path(), process);
+    Child child([&](Child::Door&) { require(thread.send(soundFrame()) == 0, "send"); });
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_TRUE(thread.cutOff());
+}
+
+TEST_F(MalformedTest, aThreadCannotJoinAnotherProcessEvenWithItsToken) {
+    Bare process(path());
+    process.becomeProcess();
+    Child thief([&](Child::Door&) {
+        const Bare own(path());
+        frame::Hello hello;
+        hello.header.kind = frame::Kind::HelloThread;
+        hello.token = process.token();
+        require(own.send(bytesOf(hello)) == 0 && own.cutOff(), "joined");
+    });
+    EXPECT_EQ(thief.wait(), 0);
+}
+
+TEST_F(MalformedTest, strangersThatSayNothingGiveWayToNewOnes) {
+    std::vector<std::unique_ptr<Bare>> silent;
+    for (int i = 0; i < 300; i++)
+        silent.push_back(std::make_unique<Bare>(path()));
+    EXPECT_TRUE(silent.front()->cutOff());
+    RawClient another(path());
+    awaitStat("processes", 3);
+}
+
+TEST_F(MalformedTest, aHubWithNoDescriptorLeftRefusesAndServesOn) {
+    expectServed();
+    const rlimit tight{40, 40};
+    ASSERT_EQ(prlimit(hubPid(), RLIMIT_NOFILE, &tight, nullptr), 0);
+    {
+        std::vector<std::unique_ptr<Bare>> many;
+        for (int i = 0; i < 60; i++)
+            many.push_back(std::make_unique<Bare>(path()));
+        EXPECT_TRUE(many.back()->cutOff());
+        // A message whose descriptors the hub cannot take fails, and only it.
+        mClient.write(Commands().oneway(0, 1, Payload().descriptor(STDERR_FILENO)));
+        (void)mClient.expect(BR_FAILED_REPLY);
+        expectServed();
+    }
+    awaitStat("connections", 7);  // two processes, their ends, their threads, the question
+}
+
+}  // namespace
+}  // namespace binderhost::tests

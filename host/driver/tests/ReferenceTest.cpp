@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Nodes, handles and who is told about references.
+#include "HubFixture.h"
+#include "RawClient.h"
+
+namespace binderhost::tests {
+namespace {
+
+constexpr uint64_t kPtr = 0x1000;
+constexpr uint64_t kCookie = 0x2000;
+
+class ReferenceTest : public HubFixture {
+protected:
+    /** The server keeps the first object of the next call, strongly. */
+    uint32_t serverKeeps() {
+        const Return call = mServer.expect(BR_TRANSACTION);
+        const uint32_t handle = call.object(0).handle;
+        mServer.write(Commands().count(BC_ACQUIRE, handle).freeBuffer(call).reply());
+        (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+        return handle;
+    }
+    uint32_t give(uint64_t ptr) {
+        mClient.write(Commands().call(0, 1, Payload().node(ptr)));
+        const uint32_t handle = serverKeeps();
+        EXPECT_EQ(mClient.expectReply().text(), "");
+        return handle;
+    }
+
+    RawClient mServer{path()};
+    RawClient mClient{path()};
+    void SetUp() override { mServer.publish(); }
+};
+
+TEST_F(ReferenceTest, theSenderIsToldToHoldItsNodeBeforeTheAnswer) {
+    mClient.write(Commands().call(0, 1, Payload().node(kPtr, kCookie)));
+    // Nobody has read the call: what the sender must do does not wait for the reply.
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_INCREFS});
+    const Return acquire = mClient.next();
+    EXPECT_EQ(acquire.command, uint32_t{BR_ACQUIRE});
+    EXPECT_EQ(acquire.as<binder_ptr_cookie>().ptr, kPtr);
+    EXPECT_EQ(acquire.as<binder_ptr_cookie>().cookie, kCookie);
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_TRANSACTION_COMPLETE});
+}
+
+TEST_F(ReferenceTest, aReplierIsToldToHoldTheNodeInItsReplyBeforeItsCompletion) {
+    mClient.write(Commands().call(0, 1));
+    const Return call = mServer.expect(BR_TRANSACTION);
+    ASSERT_EQ(mServer.exchange(Commands().reply(Payload().node(kPtr, kCookie)), /*read=*/true), 0);
+    EXPECT_EQ(mServer.next().command, uint32_t{BR_INCREFS});
+    EXPECT_EQ(mServer.next().command, uint32_t{BR_ACQUIRE});
+    EXPECT_EQ(mServer.next().command, uint32_t{BR_TRANSACTION_COMPLETE});
+    const flat_binder_object object = mClient.expectReply().object(0);
+    EXPECT_EQ(object.hdr.type, uint32_t{BINDER_TYPE_HANDLE});
+    EXPECT_EQ(object.handle, 1u);
+    EXPECT_EQ(object.cookie, 0u) << "the owner's addresses are nobody's business";
+}
+
+TEST_F(ReferenceTest, theOwnerIsToldToLetGoAfterTheLastReference) {
+    const uint32_t handle = give(kPtr);
+    mClient.write(Commands().looper());
+    mServer.write(Commands().count(BC_RELEASE, handle));
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_RELEASE});
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_DECREFS});
+    EXPECT_EQ(stats()["nodes"], 1u);  // the context manager's own
+    EXPECT_EQ(stats()["handles"], 0u);
+}
+
+TEST_F(ReferenceTest, aWeakReferenceOutlivesTheStrongOnesAndCannotBeCalled) {
+    const uint32_t handle = give(kPtr);
+    mServer.write(Commands().count(BC_INCREFS, handle).count(BC_RELEASE, handle));
+    mClient.write(Commands().looper());
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_RELEASE});
+    mServer.write(Commands().call(handle, 1));
+    EXPECT_EQ(mServer.next().command, uint32_t{BR_FAILED_REPLY});
+    mServer.write(Commands().count(BC_ACQUIRE, handle).call(handle, 1));
+    EXPECT_EQ(mServer.next().command, uint32_t{BR_FAILED_REPLY}) << "nothing keeps it alive";
+    mServer.write(Commands().count(BC_DECREFS, handle));
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_DECREFS});
+}
+
+TEST_F(ReferenceTest, releasesBeyondTheCountAndOfUnknownHandlesAreIgnored) {
+    const uint32_t handle = give(kPtr);
+    for (const uint32_t command : {BC_RELEASE, BC_DECREFS, BC_ACQUIRE, BC_INCREFS}) {
+        mServer.write(Commands().count(command, 12345));
+    }
+    mServer.write(Commands().count(BC_DECREFS, handle).count(BC_DECREFS, handle));
+    EXPECT_EQ(stats()["handles"], 1u);
+    mServer.write(Commands().oneway(handle, 1));
+    (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+}
+
+TEST_F(ReferenceTest, oneProcessHasOneHandleForANode) {
+    const uint32_t first = give(kPtr);
+    EXPECT_EQ(give(kPtr), first);
+    EXPECT_NE(give(kPtr + 8), first);
+}
+
+TEST_F(ReferenceTest, theLowestFreeHandleIsGivenFirst) {
+    EXPECT_EQ(give(kPtr), 1u);
+    EXPECT_EQ(give(kPtr + 8), 2u);
+    EXPECT_EQ(give(kPtr + 16), 3u);
+    mServer.write(Commands().count(BC_RELEASE, 3).count(BC_RELEASE, 1));
+    EXPECT_EQ(give(kPtr + 24), 1u);
+    EXPECT_EQ(give(kPtr + 32), 3u);
+    EXPECT_EQ(give(kPtr + 40), 4u);
+}
+
+TEST_F(ReferenceTest, aNodeThatComesHomeIsTheOwnersObjectAgain) {
+    mClient.write(Commands().call(0, 1, Payload().node(kPtr, kCookie)));
+    const Return call = mServer.expect(BR_TRANSACTION);
+    const uint32_t handle = call.object(0).handle;
+    mServer.write(Commands().freeBuffer(call).reply(Payload().handle(handle)));
+    // The handle went with the buffer, so there is none left to send.
+    (void)mClient.expect(BR_TRANSACTION_COMPLETE);
+    (void)mClient.expect(BR_FAILED_REPLY);
+    (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+
+    mClient.write(Commands().call(0, 1, Payload().node(kPtr, kCookie)));
+    const Return again = mServer.expect(BR_TRANSACTION);
+    mServer.write(Commands().reply(Payload().handle(again.object(0).handle)));
+    const flat_binder_object home = mClient.expectReply().object(0);
+    EXPECT_EQ(home.hdr.type, uint32_t{BINDER_TYPE_BINDER});
+    EXPECT_EQ(home.binder, kPtr);
+    EXPECT_EQ(home.cookie, kCookie);
+}
+
+TEST_F(ReferenceTest, aHandlePassedOnIsAHandleOfTheSameNodeThere) {
+    RawClient third(path());
+    const uint32_t handle = give(kPtr);
+    third.write(Commands().call(0, 1));
+    const Return call = mServer.expect(BR_TRANSACTION);
+    mServer.write(Commands().freeBuffer(call).reply(Payload().handle(handle)));
+    const Return reply = third.expectReply();
+    third.write(Commands().call(reply.object(0).handle, 77));
+    mClient.write(Commands().looper());
+    const Return direct = mClient.expect(BR_TRANSACTION);
+    EXPECT_EQ(direct.data().code, 77u);
+    EXPECT_EQ(direct.data().target.ptr, kPtr);
+}
+
+TEST_F(ReferenceTest, aDeadNodesHandleCanBePassedOnAndIsDeadThereToo) {
+    RawClient third(path());
+    uint32_t handle = 0;
+    {
+        RawClient mortal(path());
+        mortal.write(Commands().call(0, 1, Payload().node(kPtr)));
+        handle = serverKeeps();
+    }
+    third.write(Commands().call(0, 1));
+    const Return call = mServer.expect(BR_TRANSACTION);
+    mServer.write(Commands().freeBuffer(call).reply(Payload().handle(handle)));
+    const Return reply = third.expectReply();
+    third.write(Commands().call(reply.object(0).handle, 1));
+    (void)third.expect(BR_DEAD_REPLY);
+}
+
+TEST_F(ReferenceTest, theContextManagerHoldsNoHandleOnItselfAndOthersHaveZero) {
+    mClient.write(Commands().count(BC_INCREFS, 0).count(BC_ACQUIRE, 0));
+    EXPECT_EQ(stats()["handles"], 1u);
+    mClient.write(Commands().call(0, 1, Payload().handle(0)));
+    const flat_binder_object own = mServer.expect(BR_TRANSACTION).object(0);
+    EXPECT_EQ(own.hdr.type, uint32_t{BINDER_TYPE_BINDER});
+    EXPECT_EQ(own.binder, 0u);
+}
+
+}  // namespace
+}  // namespace binderhost::tests
