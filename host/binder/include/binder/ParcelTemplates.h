@@ -124,56 +124,60 @@ status_t Parcel::readByteVector(T* out) const {
 
 template <typename T>
 status_t Parcel::writeInt32Vector(const T& values) {
-    return writeVectorWith(values, [this](int32_t value) { return writeInt32(value); });
+    return writeVectorWith(values, [this](int32_t value) { return this->writeInt32(value); });
 }
 template <typename T>
 status_t Parcel::readInt32Vector(T* out) const {
     return readVectorWith(out, sizeof(int32_t),
-                          [this](int32_t* value) { return readInt32(value); });
+                          [this](int32_t* value) { return this->readInt32(value); });
 }
 template <typename T>
 status_t Parcel::writeInt64Vector(const T& values) {
-    return writeVectorWith(values, [this](int64_t value) { return writeInt64(value); });
+    return writeVectorWith(values, [this](int64_t value) { return this->writeInt64(value); });
 }
 template <typename T>
 status_t Parcel::readInt64Vector(T* out) const {
     return readVectorWith(out, sizeof(int64_t),
-                          [this](int64_t* value) { return readInt64(value); });
+                          [this](int64_t* value) { return this->readInt64(value); });
 }
 template <typename T>
 status_t Parcel::writeBoolVector(const T& values) {
-    return writeVectorWith(values, [this](bool value) { return writeBool(value); });
+    return writeVectorWith(values, [this](bool value) { return this->writeBool(value); });
 }
 template <typename T>
 status_t Parcel::readBoolVector(T* out) const {
-    return readVectorWith(out, sizeof(int32_t), [this](bool* value) { return readBool(value); });
+    return readVectorWith(out, sizeof(int32_t),
+                          [this](bool* value) { return this->readBool(value); });
 }
 template <typename T>
 status_t Parcel::writeString16Vector(const T& values) {
-    return writeVectorWith(values, [this](const auto& value) { return writeString16(value); });
+    return writeVectorWith(values,
+                           [this](const auto& value) { return this->writeString16(value); });
 }
 template <typename T>
 status_t Parcel::readString16Vector(T* out) const {
     return readVectorWith(out, parcel_detail::kMinString,
-                          [this](auto* value) { return readString16(value); });
+                          [this](auto* value) { return this->readString16(value); });
 }
 template <typename T>
 status_t Parcel::writeUtf8VectorAsUtf16Vector(const T& values) {
-    return writeVectorWith(values, [this](const auto& value) { return writeUtf8AsUtf16(value); });
+    return writeVectorWith(values,
+                           [this](const auto& value) { return this->writeUtf8AsUtf16(value); });
 }
 template <typename T>
 status_t Parcel::readUtf8VectorFromUtf16Vector(T* out) const {
     return readVectorWith(out, parcel_detail::kMinString,
-                          [this](auto* value) { return readUtf8FromUtf16(value); });
+                          [this](auto* value) { return this->readUtf8FromUtf16(value); });
 }
 template <typename T>
 status_t Parcel::writeStrongBinderVector(const T& values) {
-    return writeVectorWith(values, [this](const auto& value) { return writeStrongBinder(value); });
+    return writeVectorWith(values,
+                           [this](const auto& value) { return this->writeStrongBinder(value); });
 }
 template <typename T>
 status_t Parcel::readStrongBinderVector(T* out) const {
     return readVectorWith(out, parcel_detail::kMinBinder,
-                          [this](auto* value) { return readNullableStrongBinder(value); });
+                          [this](auto* value) { return this->readNullableStrongBinder(value); });
 }
 
 template <typename T>
@@ -181,16 +185,16 @@ status_t Parcel::writeParcelableVector(const T& values) {
     return writeVectorWith(values, [this](const auto& value) {
         using Value = std::remove_cvref_t<decltype(value)>;
         if constexpr (parcel_detail::Nullable<Value>::kValue) {
-            return writeNullableParcelable(value);
+            return this->writeNullableParcelable(value);
         } else {
-            return writeParcelable(value);
+            return this->writeParcelable(value);
         }
     });
 }
 template <typename T>
 status_t Parcel::readParcelableVector(T* out) const {
     return readVectorWith(out, parcel_detail::kMinParcelable,
-                          [this](auto* value) { return readParcelable(value); });
+                          [this](auto* value) { return this->readParcelable(value); });
 }
 
 template <typename T>
