@@ -55,11 +55,13 @@ bool isFileSizeSignalQuiet() {
 
 /** Gives this process a user namespace in which it is root; as root, nothing is needed. */
 bool becomeRoot() {
+    using android::base::WriteStringToFile;
     const uid_t uid = geteuid();
+    const gid_t gid = getegid();
     if (uid == 0) return true;
-    return unshare(CLONE_NEWUSER) == 0 &&
-           android::base::WriteStringToFile("0 " + std::to_string(uid) + " 1",
-                                            "/proc/self/uid_map");
+    return unshare(CLONE_NEWUSER) == 0 && WriteStringToFile("deny", "/proc/self/setgroups") &&
+           WriteStringToFile("0 " + std::to_string(uid) + " 1", "/proc/self/uid_map") &&
+           WriteStringToFile("0 " + std::to_string(gid) + " 1", "/proc/self/gid_map");
 }
 
 /** Mounts a file system with room for one page over `folder`, seen by this process alone. */
