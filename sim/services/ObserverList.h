@@ -62,9 +62,10 @@ private:
     public:
         bool put(const Observer& observer) {
             std::lock_guard lock(mMutex);
-            const auto known = std::ranges::find_if(mEntries, [&](const Observer& entry) {
-                return sameBinder(entry, android::IInterface::asBinder(observer.remote));
-            });
+            const auto known =
+                    std::find_if(mEntries.begin(), mEntries.end(), [&](const Observer& entry) {
+                        return sameBinder(entry, android::IInterface::asBinder(observer.remote));
+                    });
             if (known != mEntries.end()) {
                 known->mask = observer.mask;
                 return false;
@@ -89,7 +90,8 @@ private:
         bool await(pid_t pid, std::chrono::milliseconds timeout) NO_THREAD_SAFETY_ANALYSIS {
             std::unique_lock lock(mMutex);
             return mChanged.wait_for(lock, timeout, [&]() NO_THREAD_SAFETY_ANALYSIS {
-                return std::ranges::count(mEntries, pid, &Observer::pid) > 0;
+                return std::any_of(mEntries.begin(), mEntries.end(),
+                                   [&](const Observer& entry) { return entry.pid == pid; });
             });
         }
 

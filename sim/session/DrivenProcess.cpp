@@ -2,6 +2,9 @@
 // A child process with a control channel.
 #include "session/DrivenProcess.h"
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+
 #include "session/SessionError.h"
 #include "world/Notice.h"
 
@@ -23,6 +26,11 @@ Json::Value DrivenProcess::request(Json::Value request, std::chrono::millisecond
 
 void DrivenProcess::post(Json::Value request) {
     send(request);
+}
+
+bool DrivenProcess::tookAll() const {
+    int unread = 0;
+    return ioctl(mChannel.fd(), SIOCOUTQ, &unread) == 0 && unread == 0;
 }
 
 void DrivenProcess::awaitEvent(const std::string& name, std::chrono::milliseconds timeout) {

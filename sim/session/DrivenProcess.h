@@ -36,6 +36,9 @@ public:
     /** Sends a request whose answer nobody waits for. */
     void post(Json::Value request);
 
+    /** Whether the process has read every request, and so is at work on the last one or beyond. */
+    [[nodiscard]] bool tookAll() const;
+
     /** Waits for {"event": name}; fails as request() does. */
     void awaitEvent(const std::string& name, std::chrono::milliseconds timeout);
 

@@ -40,7 +40,7 @@ void Headset::startApp(const std::string& name) {
     auto app = mStack.startApp(name, taken);
     mWorld.addProcess(app->pid(), name, uid);
     mPids[name] = app->pid();
-    if (std::ranges::find(mCast, name) == mCast.end()) mCast.push_back(name);
+    if (std::find(mCast.begin(), mCast.end(), name) == mCast.end()) mCast.push_back(name);
     mApps[name] = std::move(app);
     pushWorld();
     ask(name, operation("connect"));

@@ -22,7 +22,8 @@ constexpr std::array kKinds{
 };
 
 const KindRow& rowOf(Notice::Kind kind) {
-    return *std::ranges::find(kKinds, kind, &KindRow::kind);
+    return *std::find_if(kKinds.begin(), kKinds.end(),
+                         [&](const KindRow& row) { return row.kind == kind; });
 }
 
 }  // namespace
@@ -58,8 +59,8 @@ std::optional<Notice> Notice::fromJson(const Json::Value& value) {
     const auto display = intMember(value, "display");
     const auto content = intMember(value, "value");
     if (!name || !pid || !uid || !display || !content) return {};
-    const auto row =
-            std::ranges::find_if(kKinds, [&](const KindRow& kind) { return kind.name == *name; });
+    const auto row = std::find_if(kKinds.begin(), kKinds.end(),
+                                  [&](const KindRow& kind) { return kind.name == *name; });
     if (row == kKinds.end()) return {};
     return Notice{row->kind, *pid, *uid, *display, *content};
 }

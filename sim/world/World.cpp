@@ -6,6 +6,13 @@
 #include <utility>
 
 namespace sim {
+namespace {
+
+bool contains(const std::vector<int>& pids, int pid) {
+    return std::find(pids.begin(), pids.end(), pid) != pids.end();
+}
+
+}  // namespace
 
 std::string packageOfProcess(const std::string& processName) {
     return processName.substr(0, processName.find(':'));
@@ -109,8 +116,7 @@ bool World::hasForegroundPanelService(int pid, int uid) const {
 }
 
 bool World::hasActivityOnPrimaryDisplay(int pid, int uid) const {
-    return processOf(pid, uid) != nullptr &&
-           std::ranges::count(mDisplays.at(kPrimaryDisplay), pid) > 0;
+    return processOf(pid, uid) != nullptr && contains(mDisplays.at(kPrimaryDisplay), pid);
 }
 
 std::vector<int> World::displaysWithTopActivities(int pid, const std::vector<int>& asked) const {
@@ -147,7 +153,7 @@ bool World::hasPermission(const std::string& permission, int pid, int uid) const
         const auto package = mPackages.find(packageOfProcess(process->name));
         return package != mPackages.end() && package->second.permissions.contains(permission);
     }
-    return std::ranges::any_of(mPackages, [&](const auto& entry) {
+    return std::any_of(mPackages.begin(), mPackages.end(), [&](const auto& entry) {
         return entry.second.uid == uid && entry.second.permissions.contains(permission);
     });
 }

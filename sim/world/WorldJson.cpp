@@ -100,7 +100,7 @@ std::optional<World> World::fromJson(const Json::Value& value) {
         if (!readDisplay(row, &display, &activities)) return {};
         // An activity of a process that is not there would have no package.
         const auto known = [&](int pid) { return world.mProcesses.contains(pid); };
-        if (!std::ranges::all_of(activities, known)) return {};
+        if (!std::all_of(activities.begin(), activities.end(), known)) return {};
         world.mDisplays[display] = activities;
     }
     return world;

@@ -120,22 +120,25 @@ TEST_F(FaultsTest, everyServiceCanBeKilledAndComesBack) {
     });
 }
 
-/** The call waits in the daemon for a service that does not answer when its caller is killed. */
+/** The call waits in the daemon, for a service that does not answer, when its caller is killed. */
 TEST_F(FaultsTest, aClientKilledInMidCallHarmsNobody) {
     run([this] {
         startGame();
+        mHeadset->install(kCoach, 10062, {"com.velmar.permission.READ_FOCUS_STATE"});
         ChildProcess& permission = mHeadset->stack().service("permission").process();
-        for (int round = 0; round < 5; ++round) {
+        // More rounds than the daemon has threads: a call that is never given up would show.
+        for (int round = 0; round < 20; ++round) {
             mHeadset->startApp(kCoach);
+            DrivenProcess& coach = mHeadset->app(kCoach);
+            ASSERT_EQ(mHeadset->ask(kCoach, operation("getTopActivity"))["exception"], 0);
             permission.signal(SIGSTOP);
             // A pid that the daemon has not met makes it ask the permission service.
             Json::Value request = operation("getClientFocusStatus");
             request["type"] = 0;
-            request["pids"].append(mHeadset->app(kCoach).pid());
-            mHeadset->app(kShell).post(request);
-            Json::Value other = operation("getTopActivity");
-            mHeadset->app(kCoach).post(other);
-            mHeadset->app(kCoach).process().kill();
+            request["pids"].append(coach.pid());
+            coach.post(request);
+            mHeadset->awaitTrue("the call has begun", [&] { return coach.tookAll(); });
+            coach.process().kill();
             permission.signal(SIGCONT);
             mHeadset->crashApp(kCoach);
         }
