@@ -35,7 +35,8 @@ public:
     std::optional<T> take(std::chrono::steady_clock::time_point deadline)
             NO_THREAD_SAFETY_ANALYSIS {
         std::unique_lock lock(mLock);
-        mFilled.wait_until(lock, deadline, [this] { return mResult.has_value(); });
+        while (!mResult && mFilled.wait_until(lock, deadline) == std::cv_status::no_timeout)
+            continue;
         return std::exchange(mResult, std::nullopt);
     }
 

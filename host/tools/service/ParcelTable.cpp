@@ -34,11 +34,14 @@ std::string text(const uint8_t* data, size_t size) {
     return text;
 }
 
-std::string words(const uint8_t* data, size_t size, const std::string& gap) {
+/** `width`: of each column at least, the missing ones included. */
+std::string words(const uint8_t* data, size_t size, size_t width) {
     std::string line;
     for (size_t start = 0; start < kLineSize; start += kWordSize) {
-        line += start < size ? word(data + start, std::min(kWordSize, size - start)) : gap;
-        line += ' ';
+        std::string column;
+        if (start < size) column = word(data + start, std::min(kWordSize, size - start));
+        column.resize(std::max(width, column.size()), ' ');
+        line += column + ' ';
     }
     return line;
 }
@@ -48,15 +51,15 @@ std::string words(const uint8_t* data, size_t size, const std::string& gap) {
 std::string parcelTable(const uint8_t* data, size_t size) {
     if (size == 0) return "Parcel(NULL)";
     if (size <= kLineSize) {
-        return "Parcel(" + words(data, size, /*gap=*/"") + "'" + text(data, size) + "')";
+        return "Parcel(" + words(data, size, /*width=*/0) + "'" + text(data, size) + "')";
     }
-    const std::string gap(kWordSize * kDigitsPerByte, ' ');
     std::string table = "Parcel(";
     for (size_t start = 0; start < size; start += kLineSize) {
         const size_t length = std::min(kLineSize, size - start);
         const uint8_t* line = data + start;
-        table += StringPrintf("\n  0x%08zx: ", start) + words(line, length, gap) + "'" +
-                 text(line, length) + std::string(kLineSize - length, ' ') + "'";
+        table += StringPrintf("\n  0x%08zx: ", start) +
+                 words(line, length, kWordSize * kDigitsPerByte) + "'" + text(line, length) +
+                 std::string(kLineSize - length, ' ') + "'";
     }
     return table + ")";
 }

@@ -30,7 +30,8 @@ public:
     // The analysis does not follow std::unique_lock, which the condition variable needs.
     void pass() NO_THREAD_SAFETY_ANALYSIS {
         std::unique_lock lock(mLock);
-        mOpened.wait(lock, [this] { return mOpen; });
+        while (!mOpen)
+            mOpened.wait(lock);
     }
 
 private:
@@ -72,7 +73,10 @@ public:
     // The analysis does not follow std::unique_lock, which the condition variable needs.
     [[nodiscard]] static bool waitUntilNoneIsLeft() NO_THREAD_SAFETY_ANALYSIS {
         std::unique_lock lock(sLock);
-        return sDied.wait_for(lock, std::chrono::seconds(30), [] { return sLiving == 0; });
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (sLiving != 0 && sDied.wait_until(lock, deadline) == std::cv_status::no_timeout)
+            continue;
+        return sLiving == 0;
     }
 
     const android::String16& getInterfaceDescriptor() const override {

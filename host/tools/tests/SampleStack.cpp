@@ -18,6 +18,11 @@ constexpr int kReadyPatienceMs = 30'000;
 
 }  // namespace
 
+SampleStack::~SampleStack() {
+    while (!mProcesses.empty())
+        mProcesses.pop_back();
+}
+
 Surroundings SampleStack::surroundings() const {
     return {.driver = folder() + "/hub"};
 }

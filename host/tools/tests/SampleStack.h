@@ -16,6 +16,8 @@ namespace tools {
 /** Start what is needed, in this order. All of it is gone with the object. */
 class SampleStack {
 public:
+    /** In the opposite order, so that nobody sees another go. */
+    ~SampleStack();
     void startHub();
     void startServiceManager();
     /** A process with services of these names; see SampleService.cpp for what they do. */
@@ -27,7 +29,6 @@ public:
     /** What a process on this stack needs. */
     [[nodiscard]] Surroundings surroundings() const;
     [[nodiscard]] std::string folder() const { return mFolder.path; }
-    [[nodiscard]] ToolProcess& hub() { return *mProcesses.front(); }
 
 private:
     ToolProcess& start(const std::vector<std::string>& words);
