@@ -14,7 +14,6 @@
 namespace servicemanager {
 
 using android::IBinder;
-using android::IInterface;
 using android::sp;
 using android::wp;
 using android::binder::Status;
@@ -107,7 +106,7 @@ Status ServiceManager::registerForNotifications(const std::string& name, const C
     ++mCallbackCount;
 
     sp<IBinder> service;
-    const Status status = checkService(name, &service);
+    Status status = checkService(name, &service);
     if (service != nullptr) notify(name, service, callback);
     return status;
 }
