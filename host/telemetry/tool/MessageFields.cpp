@@ -123,6 +123,7 @@ std::vector<std::pair<std::string, Json::Value>> fieldsOf(const pb::Message& mes
     std::vector<const pb::FieldDescriptor*> present;
     message.GetReflection()->ListFields(message, &present);
     std::vector<std::pair<std::string, Json::Value>> fields;
+    fields.reserve(present.size());
     for (const pb::FieldDescriptor* field : present)
         fields.emplace_back(field->name(), valueOf(message, field));
     for (auto& [number, values] :

@@ -18,8 +18,11 @@ constexpr int32_t kEventId = 120828;
 
 }  // namespace
 
+// The producer comes by value, as the pipeline's loggers take it.
+// NOLINTBEGIN(performance-unnecessary-value-param)
 bool VelmarVrfocusServiceEventsLogger::log(
         std::function<VelmarVrfocusServiceEventsBuilder()> makeEvent) {
+    // NOLINTEND(performance-unnecessary-value-param)
     const auto event = makeEvent().release();
     const size_t size = event->ByteSizeLong();
     std::unique_ptr<uint8_t[]> buffer;
