@@ -303,7 +303,10 @@ TEST_F(WireProxyTest, TransportErrorsComeBackAsTheyAre) {
 /** Counts what is left to it. */
 class CountingDefault : public velmar::internal::IVrFocusHelperDefault {
 public:
-    explicit CountingDefault(int& calls) : mCalls(calls) {}
+    explicit CountingDefault(int& calls) : mCalls(calls) {
+        // It is owned alone, without a count: only so is its count block freed with it.
+        extendObjectLifetime(OBJECT_LIFETIME_WEAK);
+    }
     Status onFocusChanged(int32_t) override {
         ++mCalls;
         return Status::ok();

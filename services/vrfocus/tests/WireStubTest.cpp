@@ -149,7 +149,7 @@ TEST_F(WireStubTest, RequestThatIsCutAnywhereIsAnErrorAndReachesNoHandler) {
         for (const StubRow& row : interface.rows) {
             Parcel whole;
             ASSERT_NO_FATAL_FAILURE(fill(whole, row, interface.descriptor));
-            for (size_t length = 0; length < whole.dataSize(); length += 4) {
+            for (size_t length = 4; length < whole.dataSize(); length += 4) {
                 SCOPED_TRACE(row.what + std::string(" cut at ") + std::to_string(length));
                 Parcel data;
                 Parcel reply;
@@ -157,6 +157,18 @@ TEST_F(WireStubTest, RequestThatIsCutAnywhereIsAnErrorAndReachesNoHandler) {
                 EXPECT_NE(row.stub->transact(row.code, data, &reply, IBinder::FLAG_ONEWAY),
                           android::OK);
             }
+        }
+    }
+    EXPECT_EQ(gHandled, Lines{});
+}
+
+TEST_F(WireStubTest, EmptyRequestIsRefused) {
+    for (const Interface& interface : interfaces()) {
+        for (const StubRow& row : interface.rows) {
+            const Parcel data;
+            Parcel reply;
+            EXPECT_EQ(row.stub->transact(row.code, data, &reply, IBinder::FLAG_ONEWAY),
+                      -2147483647);
         }
     }
     EXPECT_EQ(gHandled, Lines{});
