@@ -172,5 +172,33 @@ TEST_F(HeadsetProgramTest, aProgramThatCannotStartEndsTheSessionWithItsName) {
     EXPECT_EQ(leftovers(), 0u);
 }
 
+TEST_F(HeadsetProgramTest, everyProgramWithoutAHubSaysWhatToStart) {
+    const std::string socket = std::string(mTemp.path) + "/no-hub";
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"vrfocus"}, {"servicemanager"}}) {
+        Launch launch;
+        launch.program = std::string(PROGRAMS) + "/" + arguments[0];
+        launch.arguments = arguments;
+        launch.environment = {{"BINDER_DRIVER", socket}};
+        RunningProgram program(launch);
+        EXPECT_EQ(program.finish(), 1) << arguments[0];
+        EXPECT_THAT(program.text(), HasSubstr("binderhub --socket " + socket)) << arguments[0];
+    }
+}
+
+TEST_F(HeadsetProgramTest, simulatedProcessesRefuseWordsTheyDoNotKnow) {
+    for (const std::vector<std::string>& arguments : {std::vector<std::string>{"sim_service"},
+                                                      {"sim_service", "telephony"},
+                                                      {"sim_service", "activity", "display"},
+                                                      {"sim_app", "loud"}}) {
+        Launch launch;
+        launch.program = std::string(PROGRAMS) + "/" + arguments[0];
+        launch.arguments = arguments;
+        RunningProgram program(launch);
+        EXPECT_EQ(program.finish(), 2) << arguments[0];
+        EXPECT_THAT(program.text(), HasSubstr("usage: " + arguments[0]));
+    }
+}
+
 }  // namespace
 }  // namespace sim
