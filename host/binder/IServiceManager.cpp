@@ -8,10 +8,13 @@
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <log/log.h>
+#include <unistd.h>
 #include <utils/String8.h>
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -149,6 +152,16 @@ sp<IServiceManager> current() {
     return gServiceManager;
 }
 
+/**
+ * Without a service manager nothing can be found or published, and a session starts it before
+ * anything else. Not exit(): other threads of this process are running.
+ */
+[[noreturn]] void giveUp() {
+    fprintf(stderr, "no service manager answers on %s: start one with: servicemanager\n",
+            ProcessState::self()->getDriverName().c_str());
+    _exit(EXIT_FAILURE);
+}
+
 }  // namespace
 
 static_assert(IServiceManager::DUMP_FLAG_PRIORITY_ALL == 15);
@@ -162,14 +175,9 @@ const String16& IServiceManager::getInterfaceDescriptor() const {
 
 sp<IServiceManager> defaultServiceManager() {
     if (sp<IServiceManager> set = current(); set != nullptr) return set;
-    sp<AidlServiceManager> remote;
-    for (bool said = false; remote == nullptr; said = true) {
-        remote =
-                interface_cast<AidlServiceManager>(ProcessState::self()->getContextObject(nullptr));
-        if (remote != nullptr) break;
-        ALOGW_IF(!said, "waiting for the service manager");
-        std::this_thread::sleep_for(kLookupInterval);
-    }
+    const auto remote =
+            interface_cast<AidlServiceManager>(ProcessState::self()->getContextObject(nullptr));
+    if (remote == nullptr) giveUp();
     const sp<IServiceManager> made = new ServiceManagerClient(remote);
     std::lock_guard lock(gLock);
     if (gServiceManager == nullptr) setLocked(made);

@@ -42,7 +42,10 @@ public:
     virtual bool isDeclared(const String16& name) = 0;
 };
 
-/** The process's service manager; waits for it to come up. */
+/**
+ * The process's service manager. When none runs at the first call, the process ends with status 1
+ * and a message that says what to start.
+ */
 sp<IServiceManager> defaultServiceManager();
 
 /** Puts another one in its place. Aborts unless it is called before the first use. */
