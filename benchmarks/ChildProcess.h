@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Processes of a benchmark: they die with it, whatever happens.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/** Forks; the child runs the body and exits with status 0. Ends the benchmark on failure. */
+pid_t startChild(const std::function<void()>& body);
+
+/**
+ * Starts a program that takes "--ready-fd N" and waits until it has written a byte there. Ends the
+ * benchmark with a message when it does not become ready.
+ */
+pid_t startServer(std::vector<std::string> command);
+
+/** Kills and reaps. */
+void stopChild(pid_t pid);

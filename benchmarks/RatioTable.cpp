@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "RatioTable.h"
+
+#include <benchmark/benchmark.h>
+#include <sched.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+
+namespace {
+
+/** Keeps every repetition's time; what is printed is the table alone. */
+class CollectingReporter : public benchmark::BenchmarkReporter {
+public:
+    bool ReportContext(const Context&) override { return true; }
+
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.error_occurred) {
+                fprintf(stderr, "%s: %s\n", run.run_name.str().c_str(), run.error_message.c_str());
+                mFailed = true;
+            } else if (run.run_type == Run::RT_Iteration) {
+                mTimes[run.run_name.str()].push_back(run.GetAdjustedRealTime());
+            }
+        }
+    }
+
+    /** Whether a benchmark could not do its work. */
+    bool failed() const { return mFailed; }
+
+    /** Median over repetitions, in the benchmark's time unit; 0 when it did not run. */
+    double median(const std::string& name) {
+        auto& times = mTimes[name];
+        if (times.empty()) return 0;
+        std::sort(times.begin(), times.end());
+        const size_t half = times.size() / 2;
+        return times.size() % 2 ? times[half] : (times[half - 1] + times[half]) / 2;
+    }
+
+private:
+    std::map<std::string, std::vector<double>> mTimes;
+    bool mFailed = false;
+};
+
+}  // namespace
+
+void pinToOneProcessor() {
+    cpu_set_t set;
+    if (sched_getaffinity(0, sizeof(set), &set) != 0) {
+        perror("sched_getaffinity");
+        exit(1);
+    }
+    for (int cpu = 0; cpu < CPU_SETSIZE; cpu++) {
+        if (!CPU_ISSET(cpu, &set)) continue;
+        CPU_ZERO(&set);
+        CPU_SET(cpu, &set);
+        break;
+    }
+    if (sched_setaffinity(0, sizeof(set), &set) != 0) {
+        perror("sched_setaffinity");
+        exit(1);
+    }
+}
+
+int runPaired(int argc, char** argv, const std::vector<PairedBenchmark>& pairs) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    CollectingReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    printf("%-36s %12s   %-32s %12s %7s %6s\n", "measured", "median", "beside", "median", "ratio",
+           "goal");
+    for (const PairedBenchmark& pair : pairs) {
+        const double measured = reporter.median(pair.name);
+        const double anchor = reporter.median(pair.anchor);
+        if (measured == 0 || anchor == 0) continue;
+        printf("%-36s %9.2f us   %-32s %9.2f us %7.2f ", pair.name.c_str(), measured,
+               pair.anchor.c_str(), anchor, measured / anchor);
+        printf(pair.goal > 0 ? "%6.2f\n" : "     -\n", pair.goal);
+    }
+    return reporter.failed() ? 1 : 0;
+}

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Runs the benchmarks of an optimised build. Repetitions of a benchmark and of its anchor are
+# interleaved, so that a slow minute of the machine slows both.
+#
+# usage: tools/bench.sh BUILD [GOOGLE-BENCHMARK-OPTION...]
+set -euo pipefail
+build=${1:?usage: tools/bench.sh BUILD [OPTION...]}
+shift
+options=(--benchmark_repetitions=9 --benchmark_enable_random_interleaving=true
+         --benchmark_min_time=0.05)
+for program in driver_bench focus_bench; do
+    printf '\n== %s\n' "$program"
+    # The daemon's own log lines would drown the table.
+    ANDROID_LOG_TAGS='*:S' "$build/bin/$program" "${options[@]}" "$@"
+done
