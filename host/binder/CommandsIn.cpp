@@ -44,7 +44,7 @@ void IPCThreadState::settle() {
     if (queues.promised) return;
     const bool atHead = queues.looper && queues.waits == 0;
     std::vector<std::function<void()>> deferred;
-    if (atHead) deferred = process()->internals().deferred.take();
+    if (atHead) deferred = internals().deferred.take();
     const bool returns = atHead && (!queues.strongReturns.empty() || !queues.weakReturns.empty());
     if (queues.doneReplies.empty() && deferred.empty() && !returns) return;
 
@@ -133,6 +133,7 @@ status_t IPCThreadState::receiveReply(Parcel* reply) {
 status_t IPCThreadState::transact(int32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
                                   uint32_t flags) {
     if (data.errorCheck() != OK) return data.errorCheck();
+    if (mQueues->afterThreadExit) return DEAD_OBJECT;
     queueTransaction(BC_TRANSACTION, flags | TF_ACCEPT_FDS, handle, code, data);
     const bool oneway = (flags & TF_ONE_WAY) != 0;
     const status_t status =
@@ -160,7 +161,7 @@ void IPCThreadState::releaseNode(uint32_t command) {
     const bool strong = command == BR_RELEASE;
     if (!mQueues->looper) {
         // Not a thread that ever stands at the head of a loop.
-        process()->internals().deferred.add([=, holder = process().get()] {
+        internals().deferred.add([=, holder = process().get()] {
             strong ? object->decStrong(holder) : refs->decWeak(holder);
         });
     } else if (strong) {
@@ -171,7 +172,7 @@ void IPCThreadState::releaseNode(uint32_t command) {
 }
 
 void IPCThreadState::deathNotice(uint64_t cookie) {
-    DeathTable& deaths = process()->internals().deaths;
+    DeathTable& deaths = internals().deaths;
     const auto notify = [&deaths, cookie] {
         if (const sp<BpBinder> proxy = deaths.find(cookie); proxy != nullptr) {
             proxy->sendObituary();
@@ -182,7 +183,7 @@ void IPCThreadState::deathNotice(uint64_t cookie) {
         if (mQueues->replyQueued) flushCommands();
         notify();
     } else {
-        process()->internals().deferred.add(notify);
+        internals().deferred.add(notify);
     }
 }
 
@@ -219,7 +220,7 @@ status_t IPCThreadState::executeCommand(uint32_t command) {
             deathNotice(queues.argument<binder_uintptr_t>());
             return OK;
         case BR_CLEAR_DEATH_NOTIFICATION_DONE:
-            process()->internals().deaths.erase(queues.argument<binder_uintptr_t>());
+            internals().deaths.erase(queues.argument<binder_uintptr_t>());
             return OK;
         case BR_SPAWN_LOOPER:
             process()->spawnPooledThread(/*isMain=*/false);
@@ -236,7 +237,7 @@ status_t IPCThreadState::executeCommand(uint32_t command) {
 status_t IPCThreadState::serveOne() {
     uint32_t command = 0;
     if (const status_t status = nextCommand(&command); status != OK) return status;
-    PoolWatch& pool = process()->internals().pool;
+    PoolWatch& pool = internals().pool;
     pool.workBegins();
     const status_t status = executeCommand(command);
     pool.workEnds();

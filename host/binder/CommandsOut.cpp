@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "ProcessInternals.h"
 #include "ThreadQueues.h"
@@ -44,10 +45,14 @@ status_t IPCThreadState::talkWithDriver(bool receive) {
     Queues& queues = *mQueues;
     if (receive && queues.unread()) return OK;
     if (queues.afterThreadExit) {
-        queues.out.clear();
-        return -ECONNREFUSED;
+        // References that are given back this late leave with the next thread of the pool.
+        internals().deferred.add([commands = std::exchange(queues.out, {})] {
+            std::vector<uint8_t>& out = self()->mQueues->out;
+            out.insert(out.end(), commands.begin(), commands.end());
+        });
+        return receive ? -ECONNREFUSED : OK;
     }
-    binderhost::Driver& driver = *process()->internals().driver;
+    binderhost::Driver& driver = *internals().driver;
     queues.knownToDriver = true;
     queues.promised = queues.promised || (receive && queues.replyQueued);
 

@@ -43,7 +43,7 @@ IPCThreadState::IPCThreadState()
 IPCThreadState::~IPCThreadState() {
     if (!mQueues->knownToDriver) return;
     flushCommands();
-    process()->internals().driver->exitThread();
+    internals().driver->exitThread();
 }
 
 void IPCThreadState::destroy(void* state) {
@@ -93,6 +93,11 @@ sp<ProcessState> IPCThreadState::process() {
     return ProcessState::self();
 }
 
+ProcessState::Internals& IPCThreadState::internals() {
+    if (mQueues->process == nullptr) mQueues->process = &ProcessState::self()->internals();
+    return *mQueues->process;
+}
+
 bool IPCThreadState::isLooper() const {
     return mQueues->looper;
 }
@@ -131,20 +136,20 @@ void IPCThreadState::restoreCallingWorkSource(int64_t token) {
 }
 
 void IPCThreadState::setTheContextObject(const sp<BBinder>& object) {
-    process()->internals().contextObject = object;
+    internals().contextObject = object;
 }
 
 void IPCThreadState::joinThreadPool(bool isMain) {
-    ProcessState::Internals& internals = process()->internals();
+    ProcessState::Internals& shared = internals();
     mQueues->looper = true;
     mQueues->put(isMain ? BC_ENTER_LOOPER : BC_REGISTER_LOOPER);
-    internals.pool.joined();
+    shared.pool.joined();
     status_t status = OK;
     // A thread that the driver asked for goes when it says so; the main ones stay.
     while (status == OK || (status == TIMED_OUT && isMain))
         status = serveOne();
-    internals.pool.left();
-    if (status == -ECONNREFUSED) exitWithoutDriver(internals.driver->describe());
+    shared.pool.left();
+    if (status == -ECONNREFUSED) exitWithoutDriver(shared.driver->describe());
     mQueues->put(BC_EXIT_LOOPER);
     mQueues->looper = false;
     flushCommands();

@@ -107,8 +107,9 @@ uint8_t* Parcel::grow(size_t length) {
         return nullptr;
     }
     const size_t end = mDataPos + padded(length);
+    // Also for nothing: a place is an address.
+    if (mStorage.capacity() == 0) mStorage.reserve(std::max(end, kFirstCapacity));
     if (end > mStorage.size()) {
-        if (mStorage.capacity() == 0) mStorage.reserve(std::max(end, kFirstCapacity));
         mStorage.resize(end);
         mData = mStorage.data();
         mDataSize = end;

@@ -58,8 +58,8 @@ bool PermissionCache::checkPermission(const String16& permission, pid_t pid, uid
     }
     const bool granted = interface_cast<IPermissionController>(binder)->checkPermission(
             permission, pid, int32_t(uid));
-    // A controller that died while it was asked has not answered.
-    if (!granted && !binder->isBinderAlive()) return false;
+    // The interface does not tell a denial from a call that failed; a failed one is no answer.
+    if (!granted && binder->pingBinder() != OK) return false;
     remember(permission, uid, granted);
     return granted;
 }

@@ -43,6 +43,9 @@ struct IPCThreadState::Queues {
     /** Proxies whose acquisition is queued: they must not go before it has been written. */
     std::vector<sp<RefBase>> heldUntilWritten;
 
+    /** The process's share, once it has been needed: it opens the driver. */
+    ProcessState::Internals* process = nullptr;
+
     bool looper = false;
     /** Waits for an answer that this thread is in, one inside the other. */
     int waits = 0;

@@ -39,7 +39,7 @@ struct CallerScope {
 
 status_t IPCThreadState::dispatch(const binder_transaction_data& transaction, const Parcel& request,
                                   Parcel* reply) {
-    sp<BBinder> target = process()->internals().contextObject;
+    sp<BBinder> target = internals().contextObject;
     if (transaction.target.ptr != 0) {
         // The driver may know an object by a weak reference only: it can be gone.
         auto* refs = reinterpret_cast<RefBase::weakref_type*>(transaction.target.ptr);

@@ -248,6 +248,25 @@ TEST_F(CallTest, BufferKeptByAThreadThatEndsGoesBack) {
     EXPECT_EQ(driver().liveBuffers(), 0u);
 }
 
+TEST_F(CallTest, ProxyThatGoesAfterItsThreadsConversationIsStillReleased) {
+    struct Late {
+        sp<IBinder> held;
+        ~Late() {
+            Parcel data;
+            EXPECT_EQ(held->transact(1, data, nullptr), DEAD_OBJECT);
+        }
+    };
+    std::thread([] {
+        static thread_local Late late;
+        late.held = proxy();
+    }).join();
+    EXPECT_EQ(driver().heldHandles(), 1);
+    driver().pool(Reads().put(BR_NOOP));
+    driver().pool(Reads().put(BR_FINISHED));
+    runPoolThread();
+    EXPECT_EQ(driver().heldHandles(), 0);
+}
+
 TEST(DriverGoneTest, OutgoingCallsFindADeadObject) {
     EXPECT_EXIT(
             {

@@ -135,6 +135,19 @@ TEST_F(PermissionTest, AnswersOutliveTheController) {
     EXPECT_FALSE(check(100, 1001));
 }
 
+TEST_F(PermissionTest, ControllerThatDoesNotAnswerHasNotDenied) {
+    struct Dying : BBinder {
+        status_t pingBinder() override { return DEAD_OBJECT; }
+        status_t onTransact(uint32_t, const Parcel&, Parcel*, uint32_t) override {
+            return FAILED_TRANSACTION;
+        }
+    };
+    manager()->services = {{String16("permission"), new Dying()}};
+    EXPECT_FALSE(check(100, 1000));
+    manager()->services = {{String16("permission"), mController}};
+    EXPECT_TRUE(check(100, 1000));
+}
+
 TEST_F(PermissionTest, ProcessItselfIsGrantedAndNoCallerIsRefused) {
     IPCThreadState* thread = IPCThreadState::self();
     const struct {

@@ -224,7 +224,7 @@ int ScriptedDriver::writeRead(binder_write_read* bwr) {
     }
     const std::vector<uint8_t>& answer = step.reads.bytes();
     const size_t size = std::min<size_t>(answer.size(), bwr->read_size);
-    std::memcpy(reinterpret_cast<void*>(bwr->read_buffer), answer.data(), size);
+    if (size > 0) std::memcpy(reinterpret_cast<void*>(bwr->read_buffer), answer.data(), size);
     bwr->read_consumed = size;
     return step.result;
 }

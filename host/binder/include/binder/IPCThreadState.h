@@ -122,6 +122,8 @@ private:
                       Parcel* reply);
     void queueReply(std::unique_ptr<Parcel> reply, status_t result);
 
+    ProcessState::Internals& internals();
+
     const std::unique_ptr<Queues> mQueues;
     pid_t mCallingPid;
     uid_t mCallingUid;
