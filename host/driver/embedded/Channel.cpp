@@ -105,7 +105,7 @@ int Channel::sendFrame(const OutgoingFrame& frame) {
 
 int Channel::sendBytes(std::span<const uint8_t> bytes, std::span<const int> descriptors) {
     const iovec part{const_cast<uint8_t*>(bytes.data()), bytes.size()};
-    ucred credentials{getpid(), geteuid(), mGroup};
+    ucred credentials{mSession->pid(), geteuid(), mGroup};
     int status = sendRecord(mSocket.get(), {&part, 1}, descriptors, &credentials, /*flags=*/0);
     if (status != -EPERM) return status;
     // The kernel lets nobody claim a group that is no longer theirs; nobody looks at it here.

@@ -36,6 +36,8 @@ public:
     [[nodiscard]] bool ours() const;
 
     [[nodiscard]] BufferTable& buffers() { return mBuffers; }
+    /** Of the process that opened it. */
+    [[nodiscard]] pid_t pid() const { return mPid; }
     [[nodiscard]] uint64_t id() const { return mId; }
     [[nodiscard]] const std::string& path() const { return mPath; }
 

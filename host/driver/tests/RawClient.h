@@ -16,6 +16,7 @@
 
 #include <linux/android/binder.h>
 
+#include <algorithm>
 #include <cstring>
 #include <deque>
 #include <memory>
@@ -68,7 +69,8 @@ struct Return {
     template <typename T>
     [[nodiscard]] T as() const {
         T out{};
-        std::memcpy(&out, argument.data(), std::min(sizeof(T), argument.size()));
+        std::copy_n(argument.begin(), std::min(sizeof(T), argument.size()),
+                    reinterpret_cast<uint8_t*>(&out));
         return out;
     }
     [[nodiscard]] binder_transaction_data data() const { return as<binder_transaction_data>(); }

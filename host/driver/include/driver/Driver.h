@@ -33,7 +33,7 @@ public:
      *
      * Returns 0, or a negative errno: -EINTR (a signal; nothing lost, call again), -ECONNREFUSED
      * (the driver's other side is gone for good), -EINVAL (the write buffer holds something that
-     * is no command). write_consumed and read_consumed are always set; consumed commands are not
+     * is no command), -EAGAIN (the process has as many threads as it may have). write_consumed and read_consumed are always set; consumed commands are not
      * to be sent again. After a return with write_consumed == write_size the memory that commands
      * pointed to (payloads, offsets) is no longer looked at.
      *
