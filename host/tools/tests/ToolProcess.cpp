@@ -83,8 +83,15 @@ ToolProcess::~ToolProcess() {
     waitpid(mPid, nullptr, 0);
 }
 
-void ToolProcess::signal(int number) const {
-    if (kill(mPid, number) != 0) die("kill");
+void ToolProcess::stop() const {
+    siginfo_t stopped{};
+    if (kill(mPid, SIGSTOP) != 0 || waitid(P_PID, id_t(mPid), &stopped, WSTOPPED) != 0) {
+        die("stop");
+    }
+}
+
+void ToolProcess::goOn() const {
+    if (kill(mPid, SIGCONT) != 0) die("SIGCONT");
 }
 
 int ToolProcess::wait() {

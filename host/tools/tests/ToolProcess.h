@@ -35,7 +35,9 @@ public:
     ToolProcess(const ToolProcess&) = delete;
     ToolProcess& operator=(const ToolProcess&) = delete;
 
-    void signal(int number) const;
+    /** Returns when no thread of it runs any more. */
+    void stop() const;
+    void goOn() const;
     [[nodiscard]] pid_t pid() const { return mPid; }
 
     /** Waits for the end. The exit status; 128 + the signal that killed it; -1 after 30 s. */

@@ -3,7 +3,6 @@
 // Dumpsys, the program, on services in other processes.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include "tests/SampleStack.h"
 
@@ -83,12 +82,12 @@ TEST_F(DumpsysProcess, ServiceThatDiesInMidDumpIsReportedWithWhatItSaid) {
 TEST_F(DumpsysProcess, StoppedServiceIsGivenUpAndAnswersAgainAfterwards) {
     startAll();
     const ToolProcess& service = mStack.startServices({"sample"});
-    service.signal(SIGSTOP);
+    service.stop();
     call({"-T", "100", "sample"});
     expectSeen(1, "\n*** SERVICE 'sample' DUMP TIMEOUT (100ms) EXPIRED ***\n\n", "");
     call({"-T", "100", "--pid", "sample"});
     expectSeen(1, "\n*** SERVICE 'sample' DUMP TIMEOUT (100ms) EXPIRED ***\n\n", "");
-    service.signal(SIGCONT);
+    service.goOn();
     call({"sample", "json"});
     expectSeen(0, "json\n", "");
 }

@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include "tests/SampleStack.h"
 
@@ -83,7 +82,7 @@ TEST_F(ServiceProcess, DescriptorOfAFileIsHandedOver) {
 TEST_F(ServiceProcess, StoppedServiceDoesNotKeepTheOthersFromBeingListed) {
     startAll();
     mStack.startServices({"sample"});
-    mStack.startServices({"another"}).signal(SIGSTOP);
+    mStack.startServices({"another"}).stop();
     call({"list"});
     expectSeen(1,
                "Found 3 services:\n"
