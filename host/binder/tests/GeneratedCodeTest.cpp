@@ -273,6 +273,9 @@ TEST(GeneratedCodeTest, ProxiesSurviveRandomReplies) {
 
 TEST(GeneratedCodeTest, DefaultImplementationAnswersUnknownTransactionsOnly) {
     struct Default : content::pm::IPackageManagerNativeDefault {
+        // Owned by a unique_ptr: libutils frees the counts of an object that nobody has ever
+        // referenced in this mode only.
+        Default() { extendObjectLifetime(OBJECT_LIFETIME_WEAK); }
         Status getInstallerForPackage(const String16&, std::string* installer) override {
             *installer = "default";
             return Status::ok();
