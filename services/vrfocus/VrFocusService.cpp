@@ -9,6 +9,7 @@
 #include <log/log.h>
 #include <osutils/Process.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -35,6 +36,8 @@ VrFocusService::VrFocusService(std::shared_ptr<ConnectionManager> connectionMana
                                std::shared_ptr<FocusPolicy> policy)
       : mConnectionManager(std::move(connectionManager)),
         mPolicy(std::move(policy)),
+        mEventReporter(std::make_unique<VrFocusEventReporter>(
+                std::make_shared<VrFocusEventReporter::Logger>())),
         mDeathNotifier(new DeathNotifier(wp<VrFocusService>(this))) {
     const auto notify = [service = wp<VrFocusService>(this)] {
         if (const auto alive = service.promote()) alive->notifyAll();
@@ -63,7 +66,11 @@ Status VrFocusService::setAppState(int32_t pid, int32_t state) {
     // The caller waits for this very answer: a system that cannot say who it is, is broken.
     LOG_ALWAYS_FATAL_IF(!uid.has_value(), "setAppState: the calling process %d has no uid", pid);
     mConnectionManager->onXrSessionStateChanged(pid, *uid, state);
-    if (state == kSessionVisible || state == kSessionStopping) notifyTopActivityListeners();
+    if (state == kSessionVisible || state == kSessionStopping) {
+        notifyTopActivityListeners();
+        std::optional<ImmersiveApp> app = mPolicy->getImmersiveApp();
+        mEventReporter->reportImmersiveAppUpdate(std::move(app), mPolicy->getTopActivity());
+    }
     return Status::ok();
 }
 

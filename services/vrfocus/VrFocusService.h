@@ -34,6 +34,7 @@
 #include "ConnectionManager.h"
 #include "FocusPolicy.h"
 #include "ThreadAnnotations.h"
+#include "VrFocusEventReporter.h"
 
 namespace NQS::OS {
 
@@ -112,6 +113,7 @@ private:
     // Released last to first.
     const std::shared_ptr<ConnectionManager> mConnectionManager;
     const std::shared_ptr<FocusPolicy> mPolicy;
+    const std::unique_ptr<VrFocusEventReporter> mEventReporter;
     const android::sp<DeathNotifier> mDeathNotifier;
     ListenerState mListeners;
 };

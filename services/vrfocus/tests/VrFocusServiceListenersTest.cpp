@@ -265,7 +265,9 @@ TEST_F(ListenersTest, AnAppStateRunsTheTopActivityHalfOnly) {
     for (const int state : {0, 2}) {
         EXPECT_TRUE(mWorld.service->setAppState(kOne, state).isOk());
         EXPECT_EQ(mWorld.log->take(),
-                  (Calls{"topActivity", "immersiveApp", "t top  immersive  0 0 0", "topActivity"}));
+                  (Calls{"topActivity", "immersiveApp", "t top  immersive  0 0 0", "topActivity",
+                         // The report's questions, after the notification's.
+                         "immersiveApp", "topActivity"}));
     }
 }
 

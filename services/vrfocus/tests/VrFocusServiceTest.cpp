@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "FakeTelemetry.h"
 #include "ServiceWorld.h"
 
 namespace NQS::OS {
@@ -15,6 +16,7 @@ namespace {
 
 using android::String16;
 using android::binder::Status;
+using com::velmar::os::statsdstructuredlogger::FakeTelemetry;
 using Calls = std::vector<std::string>;
 
 /** Of no real process: above what the kernel gives out. */
@@ -229,7 +231,7 @@ TEST_F(VrFocusServiceTest, AppStatesAreTakenFromTheProcessItselfAlone) {
     EXPECT_TRUE(mWorld.tracker->ConnectionManager::getClientsCurrentlyRendering().empty());
 }
 
-TEST_F(VrFocusServiceTest, VisibleAndStoppingUpdateTheTrackerAndNotifyOthersDoNeither) {
+TEST_F(VrFocusServiceTest, VisibleAndStoppingUpdateNotifyAndReportOthersDoNothing) {
     const FocusClient game{mWorld.user(), kPid};
     const std::vector<FocusClient> none, rendering = {game};
     FakeProcessTable::instance().set(game.pid, game.uid, "com.game");
@@ -242,14 +244,43 @@ TEST_F(VrFocusServiceTest, VisibleAndStoppingUpdateTheTrackerAndNotifyOthersDoNe
                  {-1, false, true}, {256, false, true}, {2, true, false}, {2, true, false}};
     for (const auto& row : kRows) {
         mWorld.log->take();
+        (void)FakeTelemetry::instance().take();
         EXPECT_TRUE(mWorld.service->setAppState(game.pid, row.state).isOk()) << row.state;
-        EXPECT_EQ(mWorld.log->take(),
-                  row.notified ? (Calls{"topActivity", "immersiveApp", "topActivity"}) : Calls())
+        EXPECT_EQ(mWorld.log->take(), row.notified
+                                              ? (Calls{"topActivity", "immersiveApp", "topActivity",
+                                                       "immersiveApp", "topActivity"})
+                                              : Calls())
                 << row.state;
+        EXPECT_EQ(FakeTelemetry::instance().take().size(), row.notified ? 1u : 0u) << row.state;
         EXPECT_EQ(mWorld.tracker->ConnectionManager::getClientsCurrentlyRendering(),
                   row.renders ? rendering : none)
                 << row.state;
     }
+}
+
+TEST_F(VrFocusServiceTest, TheReportHoldsTheImmersiveAppAndTheTopActivity) {
+    FakeProcessTable::instance().set(kPid, 10001, "com.game");
+    mWorld.policy->topActivity = String16("com.top");
+    mWorld.policy->immersiveApp.emplace();
+    mWorld.policy->immersiveApp->packageName = String16("com.game");
+    mWorld.policy->immersiveApp->pid = 7;
+    mWorld.policy->immersiveApp->uid = 300;
+    mWorld.policy->immersiveApp->isTopActivity = true;
+    const CallAs caller(10001, kPid);
+    for (const int32_t status : {0, -1}) {
+        (void)FakeTelemetry::instance().take();
+        FakeTelemetry::instance().setStatus(status);
+        // A report that is refused is nobody's failure.
+        EXPECT_TRUE(mWorld.service->setAppState(kPid, 0).isOk());
+        const auto events = FakeTelemetry::instance().take();
+        ASSERT_EQ(events.size(), 1u);
+        EXPECT_EQ(events[0].id, 120828);
+        EXPECT_EQ(events[0].bytes,
+                  "\x0a\x14immersive_app_update\x12\x08"
+                  "com.game\x18\x07\x20\xac\x02\x28\x01\x32\x07"
+                  "com.top");
+    }
+    FakeTelemetry::instance().setStatus(0);
 }
 
 TEST_F(VrFocusServiceTest, NoPermissionIsNeededToReportOnesOwnState) {
