@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Focus policy: see FocusPolicy.h for the rules.
-#define LOG_TAG "VrFocus"
-
 #include "FocusPolicy.h"
 
 #include <cutils/properties.h>
@@ -40,9 +38,10 @@ bool isPermissiveFocus() {
            property_get_bool("debug.nqs.vrfocus.permissive", /*default_value=*/false);
 }
 
-bool sameBytes(const std::string& name, const String16& package) {
-    const String8 utf8(package);
-    return std::string_view(name) == std::string_view(utf8.c_str(), utf8.size());
+/** All of it: NULs inside count in comparisons. */
+std::string toUtf8(const String16& text) {
+    const String8 utf8(text);
+    return {utf8.c_str(), utf8.size()};
 }
 
 }  // namespace
@@ -74,7 +73,7 @@ String16 FocusPolicy::getTopActivity() {
 bool FocusPolicy::isTopActivity(int pid) {
     // A process name against a package: secondary processes ("package:suffix") never match.
     const std::string name = Process::getProcessName(pid, /*full=*/true);
-    return sameBytes(name, getTopActivity());
+    return name == toUtf8(getTopActivity());
 }
 
 void FocusPolicy::setMainDisplayFocus(bool focused) {
@@ -120,8 +119,9 @@ std::optional<ImmersiveApp> FocusPolicy::shellOnTopLocked() {
     });
     if (shell == clients.end()) return std::nullopt;
     const std::string process = Process::getProcessName(shell->pid, /*full=*/true);
-    const bool processOnTop = sameBytes(process, getTopActivity());
-    if (!processOnTop && !sameBytes(std::string(kShellPackage), topPackage)) return std::nullopt;
+    // Asked a second time: the top may have moved while the snapshot was taken.
+    const bool processOnTop = process == toUtf8(getTopActivity());
+    if (!processOnTop && toUtf8(topPackage) != kShellPackage) return std::nullopt;
     return shell->toImmersiveApp(processOnTop);
 }
 
@@ -260,7 +260,7 @@ void FocusPolicy::dump(int fd, const android::Vector<String16>& /*args*/) {
     dprintf(fd, " = Window Focus =\n");
     printClients(fd, knownClients({mConnectionManager->getClientWithWindowFocus()}));
     dprintf(fd, "\n = Top Activity =\n");
-    dprintf(fd, "  %s\n", String8(getTopActivity()).c_str());
+    dprintf(fd, "  %s\n", toUtf8(getTopActivity()).c_str());
 
     dprintf(fd, "\n = Immersive App =\n");
     std::lock_guard lock(mMutex);
@@ -286,13 +286,13 @@ void FocusPolicy::dump(int fd, const android::Vector<String16>& /*args*/) {
 
 void FocusPolicy::dumpImmersiveStateLocked(int fd) {
     if (const auto& app = mImmersiveState.immersiveApp) {
-        dprintf(fd, "  Package: %s UID: %d, PID: %d\n", String8(app->packageName).c_str(), app->uid,
+        dprintf(fd, "  Package: %s UID: %d, PID: %d\n", toUtf8(app->packageName).c_str(), app->uid,
                 app->pid);
     }
     dprintf(fd, "\n = Last %d Immersive App History =\n", static_cast<int>(kMaxHistory));
     for (const ImmersiveAppHistoryRecord& record : mImmersiveState.history) {
         dprintf(fd, "  %s Package: %s UID: %d, PID: %d\n", localTimeText(record.time).c_str(),
-                String8(record.app.packageName).c_str(), record.app.uid, record.app.pid);
+                toUtf8(record.app.packageName).c_str(), record.app.uid, record.app.pid);
     }
 }
 
@@ -303,11 +303,11 @@ Json::Value FocusPolicy::dumpJson() {
     if (const auto client = mClientManager->buildClientInfo(windowFocus.pid)) {
         json["windowFocus"] = client->pid;
     }
-    json["topActivityPackage"] = String8(getTopActivity()).c_str();
+    json["topActivityPackage"] = toUtf8(getTopActivity());
     {
         std::lock_guard lock(mMutex);
         const auto& app = mImmersiveState.immersiveApp;
-        json["immersiveApp"] = app ? String8(app->packageName).c_str() : "";
+        json["immersiveApp"] = app ? toUtf8(app->packageName) : "";
     }
     json["foregroundActivities"] =
             pidsOf(knownClients(mConnectionManager->getClientsWithForegroundActivity()));

@@ -132,7 +132,7 @@ private:
     std::vector<FocusClientWithMetadata> knownClients(const std::vector<FocusClient>& clients);
     void dumpImmersiveStateLocked(int fd) REQUIRES(mMutex);
 
-    // The order is that of release, last to first: see the destructor's users in main.
+    // Released last to first.
     const std::shared_ptr<ConnectionManager> mConnectionManager;
     const std::shared_ptr<ClientManager> mClientManager;
     /** The stored choice and its history, changed by getImmersiveApp alone. */

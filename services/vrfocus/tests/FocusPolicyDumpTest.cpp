@@ -12,6 +12,7 @@
 #include <regex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "DumpText.h"
@@ -227,11 +228,37 @@ TEST_F(PolicyDumpTest, TheTextIsWrittenUnderTheLockFromTheImmersiveAppOn) {
     EXPECT_FALSE(overtaken);
 }
 
+TEST_F(PolicyDumpTest, TheObjectIsMadeWithoutTheLockButForTheStoredApp) {
+    std::vector<std::future<void>> choices;
+    int done = 0;
+    // At the dump's first question and at one behind the stored app, not at the choice's own.
+    const auto choose = [&, free = true]() mutable {
+        if (!std::exchange(free, false)) return;
+        choices.push_back(
+                std::async(std::launch::async, [this] { mWorld.policy->getImmersiveApp(); }));
+        if (choices.back().wait_for(kDeadline) == std::future_status::ready) ++done;
+    };
+    mWorld.tracker->onWindowFocusAsked = choose;
+    mWorld.policy->dumpJson();
+    mWorld.tracker->onRenderingAsked = choose;
+    mWorld.policy->dumpJson();
+    EXPECT_EQ(done, 2);
+}
+
+TEST_F(PolicyDumpTest, TheObjectHoldsWholeStringsWithNulsInside) {
+    class Fixed : public FocusPolicy {
+    public:
+        using FocusPolicy::FocusPolicy;
+        android::String16 getTopActivity() override { return android::String16(u"a\0b", 3); }
+    };
+    Fixed policy(mWorld.tracker, mWorld.clients);
+    EXPECT_EQ(policy.dumpJson()["topActivityPackage"].asString(), std::string("a\0b", 3));
+}
+
 class LocalTimeTextTest : public ::testing::Test {
 protected:
     LocalTimeTextTest() {
         if (const char* zone = std::getenv("TZ")) mZone = zone;
-        setZone("XYZ-3:30");
     }
     ~LocalTimeTextTest() override {
         if (mZone.empty()) {
@@ -239,11 +266,11 @@ protected:
         } else {
             setenv("TZ", mZone.c_str(), /*overwrite=*/1);
         }
-        tzset();
     }
-    static void setZone(const char* zone) {
+    static std::string textOf(const char* zone, int64_t micros) {
         setenv("TZ", zone, /*overwrite=*/1);
-        tzset();
+        return localTimeText(
+                std::chrono::system_clock::time_point(std::chrono::microseconds(micros)));
     }
 
 private:
@@ -251,7 +278,6 @@ private:
 };
 
 TEST_F(LocalTimeTextTest, TimesAreLocalWithMillisecondsOfThreeDigits) {
-    using std::chrono::microseconds;
     const struct {
         int64_t micros;
         const char* text;
@@ -261,10 +287,33 @@ TEST_F(LocalTimeTextTest, TimesAreLocalWithMillisecondsOfThreeDigits) {
             {1000, "1970-01-01 03:30:00.001"},
             {1709647629042999, "2024-03-05 17:37:09.042"},
             {1709647629999999, "2024-03-05 17:37:09.999"},
+            // A clock that was never set may stand before the epoch.
+            {-1, "1970-01-01 03:29:59.999"},
+            {-42000, "1970-01-01 03:29:59.958"},
+            {-1000000, "1970-01-01 03:29:59.000"},
     };
     for (const auto& row : kRows) {
-        const std::chrono::system_clock::time_point time{microseconds(row.micros)};
-        EXPECT_EQ(localTimeText(time), row.text);
+        EXPECT_EQ(textOf("XYZ-3:30", row.micros), row.text) << row.micros;
+    }
+}
+
+TEST_F(LocalTimeTextTest, TheZoneIsThatOfTheMoment) {
+    constexpr int64_t kMarch = 1709647629042000;
+    constexpr int64_t kJuly = kMarch + int64_t{120} * 24 * 3600 * 1'000'000;
+    const struct {
+        const char* zone;
+        int64_t micros;
+        const char* text;
+    } kRows[] = {
+            {"KTM-5:45", kMarch, "2024-03-05 19:52:09.042"},
+            {"APIA-13", kMarch, "2024-03-06 03:07:09.042"},
+            {"PAGO11", kMarch, "2024-03-05 03:07:09.042"},
+            // With summer time from the end of March to the end of October.
+            {"CET-1CEST,M3.5.0,M10.5.0/3", kMarch, "2024-03-05 15:07:09.042"},
+            {"CET-1CEST,M3.5.0,M10.5.0/3", kJuly, "2024-07-03 16:07:09.042"},
+    };
+    for (const auto& row : kRows) {
+        EXPECT_EQ(textOf(row.zone, row.micros), row.text) << row.zone;
     }
 }
 

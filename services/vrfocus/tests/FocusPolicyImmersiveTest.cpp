@@ -162,6 +162,7 @@ TEST_F(ImmersiveAppTest, TheShellsProcessOnTopIsEnough) {
     EXPECT_EQ(immersivePid(), shell.pid);
     mWorld.setPrimaryTop("com.velmar.other");
     EXPECT_EQ(immersivePid(), 0);
+    EXPECT_EQ(FakeProcessTable::instance().shortNames(), 0);
 }
 
 TEST_F(ImmersiveAppTest, TheShellsProcessIsMeasuredByASecondTopActivity) {

@@ -153,7 +153,7 @@ TEST_F(FocusStateTest, TheImmersiveAppIsFoundAmongTheAskedPidsOnly) {
     EXPECT_EQ(compute(kInput, {102}), (Verdicts{{102, false}}));
 }
 
-TEST_F(FocusStateTest, TheImmersiveAppIsMatchedByPidAlone) {
+TEST_F(FocusStateTest, TheImmersiveAppIsMatchedByPidAloneToTheFirstRecord) {
     class Fixed : public FocusPolicy {
     public:
         using FocusPolicy::FocusPolicy;
@@ -169,6 +169,16 @@ TEST_F(FocusStateTest, TheImmersiveAppIsMatchedByPidAlone) {
     policy.computeFocusState(kInput, {101}, out);
     ASSERT_EQ(out.size(), 1u);
     EXPECT_TRUE(out[0].hasFocus);
+
+    // A pid that is reused between its two questions has two records: the lower uid comes first.
+    mWorld.clients->onBuild = [this, asked = 0](int) mutable {
+        if (++asked == 2) mWorld.run(9000, 101, "com.reused");
+    };
+    out.clear();
+    policy.computeFocusState(kInput, {101, 101}, out);
+    ASSERT_EQ(out.size(), 2u);
+    EXPECT_TRUE(out[0].hasFocus);
+    EXPECT_FALSE(out[1].hasFocus);
 }
 
 TEST_F(FocusStateTest, AnswersComeByUidThenPidOncePerProcessAndAreAppended) {

@@ -79,6 +79,19 @@ TEST_F(TopActivityTest, OnlyAProcessNamedExactlyLikeThePackageIsTheTopActivity) 
         const FocusClient client = mWorld.run(10009, 109, row.process);
         EXPECT_EQ(mWorld.policy->isTopActivity(client.pid), row.top) << row.process;
     }
+    EXPECT_EQ(FakeProcessTable::instance().shortNames(), 0);
+}
+
+TEST_F(TopActivityTest, NoByteIsLeftOutOfTheComparison) {
+    class Fixed : public FocusPolicy {
+    public:
+        using FocusPolicy::FocusPolicy;
+        String16 getTopActivity() override { return String16(u"com.game\0x", 10); }
+    };
+    Fixed policy(mWorld.tracker, mWorld.clients);
+    EXPECT_FALSE(policy.isTopActivity(mGame.pid));
+    const FocusClient same = mWorld.run(10009, 109, std::string("com.game\0x", 10));
+    EXPECT_TRUE(policy.isTopActivity(same.pid));
 }
 
 TEST_F(TopActivityTest, ANamelessProcessIsOnTopWhenNothingElseIs) {
