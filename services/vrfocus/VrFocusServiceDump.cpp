@@ -1,11 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Focus service: the answer to dumpsys.
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
 #include <json/value.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <utils/Errors.h>
 #include <utils/String8.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <string>
 #include <string_view>
 
 #include "VrFocusService.h"
@@ -16,6 +22,7 @@ namespace NQS::OS {
 using android::String16;
 using android::String8;
 using android::Vector;
+using android::base::unique_fd;
 
 namespace {
 
@@ -23,6 +30,13 @@ void printDumpHelp(int fd) {
     dprintf(fd, "Usage: \n");
     dprintf(fd, "  dumpsys vrfocus [-a]\tPrints human readable state\n");
     dprintf(fd, "  dumpsys vrfocus json\tPrints state in json format\n");
+}
+
+/** Failures are dropped: a reader that has gone is nobody's concern here. */
+void handOver(const unique_fd& report, int fd) {
+    std::string text;
+    lseek(report.get(), /*offset=*/0, SEEK_SET);
+    if (android::base::ReadFdToString(report, &text)) android::base::WriteStringToFd(text, fd);
 }
 
 }  // namespace
@@ -45,13 +59,19 @@ android::status_t VrFocusService::dump(int fd, const Vector<String16>& args) {
             return android::OK;
         }
     }
-    // Writes that fail (a reader that has gone) are nobody's concern here.
-    std::lock_guard lock(mListeners.mutex);
-    if (asJson) {
-        dumpJsonLocked(fd);
-    } else {
-        dumpTextLocked(fd, args);
+    // Written to memory first. The report is made with this lock and the policy's held, so a
+    // caller that leaves its pipe full would stop every notification and every app's state.
+    const unique_fd report(memfd_create("vrfocus-dump", MFD_CLOEXEC));
+    if (!report.ok()) return -errno;
+    {
+        std::lock_guard lock(mListeners.mutex);
+        if (asJson) {
+            dumpJsonLocked(report.get());
+        } else {
+            dumpTextLocked(report.get(), args);
+        }
     }
+    handOver(report, fd);
     return android::OK;
 }
 

@@ -27,6 +27,8 @@ public:
     std::vector<ClientStatus> statuses;
     /** Run by getTopActivity before it answers. */
     std::function<void()> onTopActivityAsked = [] {};
+    /** Run by both dumps. */
+    std::function<void()> onDump = [] {};
 
     std::optional<ImmersiveApp> getImmersiveApp() override {
         mLog->add("immersiveApp");
@@ -39,10 +41,12 @@ public:
     }
     void dump(int fd, const android::Vector<android::String16>& args) override {
         mLog->add("dump");
+        onDump();
         dprintf(fd, "(policy, %d arguments)\n", static_cast<int>(args.size()));
     }
     Json::Value dumpJson() override {
         mLog->add("dumpJson");
+        onDump();
         Json::Value json(Json::objectValue);
         json["from"] = "policy";
         return json;
