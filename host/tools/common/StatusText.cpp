@@ -41,7 +41,7 @@ std::string statusText(android::status_t status) {
         default:
             break;
     }
-    const std::string number = "status " + std::to_string(status);
+    std::string number = "status " + std::to_string(status);
     if (status > 0 || status < -kLargestErrno) return number;
     return number + " (" + std::generic_category().message(-status) + ")";
 }
