@@ -47,9 +47,15 @@ const std::map<FocusType, android::String16> kBackgroundPermissions = {
 const std::string kSystemServerProcess = "system_server";
 const std::string kSystemServerPackage = "android.uid.system:1000";
 
+/** With its whole length: a name that holds a zero is not taken for what stands before it. */
+std::string toUtf8(const android::String16& text) {
+    const android::String8 utf8(text);
+    return {utf8.c_str(), utf8.size()};
+}
+
 bool contains(const android::Vector<android::String16>& packages, const std::string& package) {
     for (const android::String16& candidate : packages) {
-        if (android::String8(candidate).c_str() == package) return true;
+        if (toUtf8(candidate) == package) return true;
     }
     return false;
 }
@@ -106,7 +112,7 @@ std::string ClientManager::choosePackage(int uid, const std::string& process) {
     android::Vector<android::String16> packages;
     mConnectionManager->getPackagesForUid(uid, packages);
     if (process == kSystemServerProcess) return kSystemServerPackage;
-    if (packages.size() == 1) return android::String8(packages[0]).c_str();
+    if (packages.size() == 1) return toUtf8(packages[0]);
     // Packages that share a uid are told apart by the process name, which begins with the
     // package's. What follows is kept: two processes of one package stay distinct.
     if (packages.size() > 1 && contains(packages, process.substr(0, process.find(':')))) {

@@ -190,7 +190,24 @@ TEST_F(ClientManagerTest, ReusedPidGetsARecordOfItsOwn) {
     EXPECT_EQ(record.process, "com.new");
     EXPECT_EQ(record.backgroundAccess, kNone);
     EXPECT_EQ(record.currentFocus, kNone);
-    EXPECT_EQ(registry->getSnapshot().size(), 1U);
+
+    registry->addCurrentFocus({.uid = 10060, .pid = kPid}, FocusType::InputTracking);
+    const auto snapshot = registry->getSnapshot();
+    ASSERT_EQ(snapshot.size(), 1U);
+    EXPECT_EQ(snapshot.begin()->uid, 10060);
+    EXPECT_EQ(snapshot.begin()->currentFocus, kInput);
+}
+
+TEST_F(ClientManagerTest, PackageNameIsTakenWithWhatFollowsAZero) {
+    const std::string package("com.velmar.vrshell\0.x", 21);
+    permission->install(10050, {package});
+    processes.set(kPid, 10050, "com.app");
+    EXPECT_EQ(build().package, package);
+    EXPECT_EQ(build().backgroundAccess, kNone);
+
+    permission->install(10060, {package, "com.a"});
+    processes.set(kPid + 1, 10060, "com.velmar.vrshell");
+    EXPECT_EQ(build(kPid + 1).package, "") << "named like a part of a package only";
 }
 
 TEST_F(ClientManagerTest, UnreadableUidIsWarnedOfAndNotOnRecord) {

@@ -53,7 +53,7 @@ public:
         if (hook) hook(static_cast<int>(uid));
         world.access([&](World& w) {
             for (const std::string& package : w.packages[static_cast<int>(uid)]) {
-                packages.push_back(android::String16(package.c_str()));
+                packages.push_back(android::String16(package.data(), package.size()));
             }
         });
     }
