@@ -16,8 +16,9 @@
 //
 // Threads: any, for every operation. Notices come on binder threads, connections are made on
 // threads of their own. Each collection has its own mutex and no operation holds two of them. The
-// set of displays is locked across two outgoing calls: the observers of the called services must
-// therefore be one-way. The callbacks run with no lock held, on the thread of the notice.
+// set of displays is locked across its two outgoing calls, the set of all clients on top across the
+// questions of maybeUpdateActivityState(): the observers of the called services must therefore be
+// one-way. The callbacks run with no lock held, on the thread of the notice.
 #pragma once
 
 #include "BinderClient.h"

@@ -70,11 +70,16 @@ protected:
 TEST_F(BinderClientTest, ServiceThatIsThereIsConnectedWhenTheConstructorReturns) {
     const sp<FakeFocusHelper> service = addService();
     sp<IVrFocusHelper> given;
-    onConnected = [&](const sp<IVrFocusHelper>& connectedService) { given = connectedService; };
+    size_t linksWhenTold = 0;
+    onConnected = [&](const sp<IVrFocusHelper>& connectedService) {
+        given = connectedService;
+        linksWhenTold = service->links();
+    };
     makeClient(kForever);
     EXPECT_EQ(connected.count(), 1);
     EXPECT_EQ(given.get(), service.get());
     EXPECT_EQ(client->getService().get(), service.get());
+    EXPECT_EQ(linksWhenTold, 1U);
     EXPECT_EQ(service->links(), 1U);
     EXPECT_EQ(names->lookups(kName), 1);
 }

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "BlockedCall.h"
 #include "ClientManager.h"
 #include "Signal.h"
 #include "TrackerTest.h"
@@ -49,6 +50,24 @@ TEST_F(ClientManagerConcurrencyTest, KnownClientsAnswerWhileANewOneIsBeingBuilt)
     EXPECT_TRUE(building.get());
     EXPECT_TRUE(isReleased);
     EXPECT_EQ(registry->getSnapshot().size(), 2U);
+}
+
+TEST_F(ClientManagerConcurrencyTest, RecordsStayAsTheyAreWhileASnapshotIsTaken) {
+    processes.set(10, 1000, "app");
+    ASSERT_TRUE(registry->buildClientInfo(10));
+    std::unique_ptr<BlockedCall> change;
+    processes.setLivenessHook([&](int) {
+        change = std::make_unique<BlockedCall>([&] {
+            registry->addCurrentFocus({.uid = 1000, .pid = 10}, FocusType::HeadTracking);
+        });
+        EXPECT_FALSE(change->endsNow());
+    });
+    const auto snapshot = registry->getSnapshot();
+    change.reset();
+    ASSERT_EQ(snapshot.size(), 1U);
+    EXPECT_TRUE(snapshot.begin()->currentFocus.empty());
+    EXPECT_EQ(registry->buildClientInfo(10)->currentFocus,
+              std::set<FocusType>{FocusType::HeadTracking});
 }
 
 TEST_F(ClientManagerConcurrencyTest, LateRecordLeavesTheOneOnFileWithItsFocus) {

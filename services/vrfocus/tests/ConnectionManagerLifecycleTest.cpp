@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -109,6 +111,38 @@ TEST_F(LifecycleTest, ServiceThatComesUpLateIsRegisteredWith) {
     ASSERT_TRUE(registered.await());
     tracker.reset();
     EXPECT_EQ(activity->registrations(), 1U);
+}
+
+TEST_F(LifecycleTest, MissingServicesAreLookedForEveryHalfSecond) {
+    using Clock = std::chrono::steady_clock;
+    constexpr size_t kFoundOn = 4;
+    names.clear();
+    ValueMutexBase<std::map<std::string, std::vector<Clock::time_point>>> lookups;
+    names.setLookupHook([&](const std::string& name) {
+        const size_t count = lookups.access([&](auto& times) {
+            times[name].push_back(Clock::now());
+            return times[name].size();
+        });
+        if (name == "activity" && count == kFoundOn) names.add(name, activity);
+    });
+    Signal registered;
+    activity->world.access([&](FakeActivityManager::World& world) {
+        world.onRegister = [&registered] { registered.raise(); };
+    });
+    makeTracker();
+    ASSERT_TRUE(registered.await());
+    tracker.reset();
+    const auto times = lookups.access([](const auto& all) { return all; });
+    ASSERT_EQ(times.size(), 6U);
+    ASSERT_EQ(times.at("activity").size(), kFoundOn);
+    for (const auto& [name, all] : times) {
+        SCOPED_TRACE(name);
+        ASSERT_GE(all.size(), 2U);
+        for (size_t i = 1; i < all.size(); ++i)
+            EXPECT_GE(all[i] - all[i - 1], std::chrono::milliseconds(500));
+        // Far above what a busy machine adds, and below any longer interval that was meant.
+        EXPECT_LT((all.back() - all.front()) / (all.size() - 1), std::chrono::seconds(3));
+    }
 }
 
 TEST_F(LifecycleTest, ReconnectionRegistersOncePerInstance) {

@@ -3,9 +3,11 @@
 // The tracker's notices: what each does to the collections, to the callbacks and to the log.
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "FakeConnectionManager.h"
 #include "TrackerTest.h"
 
 namespace NQS::OS {
@@ -264,6 +266,15 @@ TEST_F(NoticesTest, OnlyTheRemovalOfADisplayIsActedOn) {
     EXPECT_TRUE(display->callback()->onDisplayEvent(4, 3).isOk());
     EXPECT_EQ(log.take(),
               (Lines{"D onDisplayRemoved: 4", "D revokeTrackingServiceAccess: displayId: 4"}));
+}
+
+TEST_F(NoticesTest, RemovedDisplayIsRevokedThroughTheVirtualOperation) {
+    const auto calls = std::make_shared<CallLog>();
+    FakeConnectionManager substitute(calls);
+    log.take();
+    substitute.onDisplayRemoved(4);
+    EXPECT_EQ(calls->take(), Lines{"revoke 4"});
+    EXPECT_EQ(log.take(), Lines{"D onDisplayRemoved: 4"});
 }
 
 TEST_F(NoticesTest, XrSessionStatesMoveTheRenderingClients) {

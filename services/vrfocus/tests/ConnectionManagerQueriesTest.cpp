@@ -3,10 +3,13 @@
 // The tracker's queries: pruning, the repair of the activity state, and the focus helper.
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "BlockedCall.h"
 #include "TrackerTest.h"
 
 namespace NQS::OS {
@@ -115,6 +118,34 @@ TEST_F(QueriesTest, OnlyPruningQueriesAskWhoLives) {
     EXPECT_EQ(processes.livenessChecks(), checks + 1);
 }
 
+TEST_F(QueriesTest, CollectionStaysAsItIsWhileItIsPruned) {
+    bringUp({10050, 1});
+    const auto observer = activity->observer();
+    struct Row {
+        const char* what;
+        std::function<void()> query;
+        std::function<void()> change;
+    };
+    const std::vector<Row> rows = {
+            {"foreground activities", [&] { (void)tracker->getClientsWithForegroundActivity(); },
+             [&] { (void)observer->onForegroundActivitiesChanged(1, 10050, true); }},
+            {"rendering", [&] { (void)tracker->getClientsCurrentlyRendering(); },
+             [&] { tracker->onXrSessionStateChanged(1, 10050, 0); }},
+            {"panels", [&] { (void)tracker->getClientsWithForegroundPanelApp(); },
+             [&] { (void)observer->onForegroundServicesChanged(1, 10050, 0); }},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        std::unique_ptr<BlockedCall> change;
+        processes.setLivenessHook([&](int) {
+            change = std::make_unique<BlockedCall>(row.change);
+            EXPECT_FALSE(change->endsNow());
+        });
+        row.query();
+        EXPECT_NE(change, nullptr);
+    }
+}
+
 TEST_F(QueriesTest, TopActivityIsTheActivityManagersAnswer) {
     EXPECT_EQ(tracker->getTopActivityOnPrimaryDisplay(), String16());
     activity->world.access(
@@ -206,6 +237,21 @@ TEST_F(RepairTest, ForegroundListIsFreeWhileTheActivityManagerIsAsked) {
     tracker->maybeUpdateActivityState();
     EXPECT_EQ(seen, Clients{kMid});
     EXPECT_EQ(tracker->getClientsWithForegroundActivity(), (Clients{kMid, kHigh}));
+}
+
+TEST_F(RepairTest, ClientsWithTopActivitiesStayAsTheyAreWhileTheActivityManagerIsAsked) {
+    list({});
+    setOnPrimary({kLow});
+    std::unique_ptr<BlockedCall> query;
+    activity->world.access([&](FakeActivityManager::World& world) {
+        world.onPrimaryAsked = [&] {
+            query = std::make_unique<BlockedCall>(
+                    [&] { (void)tracker->getAllClientsWithTopActivities(); });
+            EXPECT_FALSE(query->endsNow());
+        };
+    });
+    tracker->maybeUpdateActivityState();
+    EXPECT_NE(query, nullptr);
 }
 
 TEST_F(QueriesTest, OnlyAStoppingClientTriggersTheRepair) {

@@ -4,11 +4,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <memory>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "BlockedCall.h"
 #include "TrackerTest.h"
 
 namespace NQS::OS {
@@ -146,19 +148,15 @@ TEST_F(TrackingTest, RegisteredMaskMatchesTheSetAfterAnyRace) {
 }
 
 TEST_F(TrackingTest, SetOfDisplaysStaysAsItIsWhileTheActivityManagerIsAskedAboutIt) {
-    std::thread granter;
-    size_t masksMeanwhile = 0;
+    std::unique_ptr<BlockedCall> grant;
     activity->world.access([&](FakeActivityManager::World& world) {
         world.onDisplaysAsked = [&] {
-            granter = std::thread([&] { tracker->grantTrackingServiceAccess(5); });
-            for (int i = 0; i < 1000; ++i)
-                std::this_thread::yield();
-            masksMeanwhile = display->masks().size();
+            grant = std::make_unique<BlockedCall>([&] { tracker->grantTrackingServiceAccess(5); });
+            EXPECT_FALSE(grant->endsNow());
         };
     });
     tracker->onForegroundActivitiesChanged(/*pid=*/1, /*uid=*/1, /*fg=*/true);
-    granter.join();
-    EXPECT_EQ(masksMeanwhile, 0U);
+    grant.reset();
     EXPECT_EQ(display->masks(), (Masks{2}));
 }
 

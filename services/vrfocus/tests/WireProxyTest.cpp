@@ -136,12 +136,10 @@ std::vector<WireRow> activityManagerRows() {
     };
 }
 
-std::vector<WireRow> otherRows() {
+std::vector<WireRow> displayAndWindowManagerRows() {
     const auto window = [] { return GoldenParcel::request(kWindow); };
-    const auto helper = [] { return GoldenParcel::request(kHelper); };
     using D = IDisplayManager;
     using W = IVelmarWindowManager;
-    using H = IVrFocusHelper;
     const std::vector<uint8_t> yes = GoldenParcel::reply().int32(1).bytes();
     return {
             {"registerCallbackWithEventMask", 5, 0,
@@ -168,6 +166,13 @@ std::vector<WireRow> otherRows() {
                          [](W& wm, bool* out) {
                              return wm.unregisterSystemKeyEventHandler(gHandler, out);
                          })},
+    };
+}
+
+std::vector<WireRow> helperRows() {
+    const auto helper = [] { return GoldenParcel::request(kHelper); };
+    using H = IVrFocusHelper;
+    return {
             {"onFocusChanged", 1, 1, helper().int32(1), {}, "untouched", withoutResult<H>([](H& h) {
                  return h.onFocusChanged(1);
              })},
@@ -224,8 +229,8 @@ std::vector<WireRow> otherRows() {
 
 std::vector<WireRow> allRows() {
     std::vector<WireRow> rows = activityManagerRows();
-    for (WireRow& row : otherRows())
-        rows.push_back(std::move(row));
+    for (const auto& more : {displayAndWindowManagerRows(), helperRows()})
+        rows.insert(rows.end(), more.begin(), more.end());
     return rows;
 }
 
@@ -272,7 +277,7 @@ TEST_F(WireProxyTest, ExceptionsComeBackAndLeaveTheResultAlone) {
 TEST_F(WireProxyTest, ReplyThatIsCutAnywhereIsAnError) {
     for (const WireRow& row : allRows()) {
         if (row.flags != 0) continue;
-        for (size_t length = 4; length < row.reply.size(); length += 4) {
+        for (size_t length = 0; length < row.reply.size(); length += 4) {
             SCOPED_TRACE(row.what + std::string(" cut at ") + std::to_string(length));
             remote->reply.assign(row.reply.begin(),
                                  row.reply.begin() + static_cast<std::ptrdiff_t>(length));
@@ -280,6 +285,19 @@ TEST_F(WireProxyTest, ReplyThatIsCutAnywhereIsAnError) {
             EXPECT_FALSE(status.isOk());
             EXPECT_NE(status.transactionError(), android::OK);
         }
+    }
+}
+
+TEST_F(WireProxyTest, LengthsThatTheReplyDoesNotHoldAreErrors) {
+    const sp<IActivityManager> activityManager = interface_cast<IActivityManager>(remote);
+    // An absent vector or string is none of these results either.
+    for (const int32_t length : {-1, INT32_MIN, INT32_MAX, INT32_MAX / 4, 2}) {
+        SCOPED_TRACE(length);
+        remote->reply = GoldenParcel::reply().int32(length).bytes();
+        std::vector<int32_t> displays;
+        String16 topActivity;
+        EXPECT_FALSE(activityManager->getDisplaysWithTopActivities(1, {0}, &displays).isOk());
+        EXPECT_FALSE(activityManager->getTopActivityOnPrimaryDisplay(&topActivity).isOk());
     }
 }
 

@@ -219,7 +219,10 @@ TEST_F(WireStubTest, NullTokenOfAWindowReachesNoHandler) {
     data.writeStrongBinder(nullptr);
     data.writeInt32(10050);
     data.writeInt32(4321);
-    (void)stub->transact(1, data, &reply, IBinder::FLAG_ONEWAY);
+    EXPECT_EQ(stub->transact(1, data, &reply, IBinder::FLAG_ONEWAY), android::OK);
+    Status status;
+    EXPECT_EQ(status.readFromParcel(reply), android::OK);
+    EXPECT_EQ(status.exceptionCode(), Status::EX_NULL_POINTER);
     EXPECT_EQ(gHandled, Lines{});
 }
 
