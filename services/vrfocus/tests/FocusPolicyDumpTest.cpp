@@ -245,7 +245,7 @@ TEST_F(PolicyDumpTest, TheObjectIsMadeWithoutTheLockButForTheStoredApp) {
     EXPECT_EQ(done, 2);
 }
 
-TEST_F(PolicyDumpTest, TheObjectHoldsWholeStringsWithNulsInside) {
+TEST_F(PolicyDumpTest, BothAskTheOverridableTopActivityAndTheObjectHoldsItWhole) {
     class Fixed : public FocusPolicy {
     public:
         using FocusPolicy::FocusPolicy;
@@ -253,6 +253,8 @@ TEST_F(PolicyDumpTest, TheObjectHoldsWholeStringsWithNulsInside) {
     };
     Fixed policy(mWorld.tracker, mWorld.clients);
     EXPECT_EQ(policy.dumpJson()["topActivityPackage"].asString(), std::string("a\0b", 3));
+    const std::string text = dumpText([&](int fd) { policy.dump(fd, {}); });
+    EXPECT_NE(text.find(" = Top Activity =\n  a\n"), std::string::npos) << text;
 }
 
 class LocalTimeTextTest : public ::testing::Test {

@@ -182,6 +182,19 @@ TEST_F(ImmersiveAppTest, TheShellsProcessIsMeasuredByASecondTopActivity) {
     EXPECT_EQ(policy.asked, 2);
 }
 
+TEST_F(ImmersiveAppTest, NoByteIsLeftOutWhenTheShellIsMeasured) {
+    class Fixed : public FocusPolicy {
+    public:
+        using FocusPolicy::FocusPolicy;
+        android::String16 getTopActivity() override {
+            return android::String16(u"com.velmar.shellenv\0x", 21);
+        }
+    };
+    mWorld.runKnown(10004, 104, kShell);
+    Fixed policy(mWorld.tracker, mWorld.clients);
+    EXPECT_FALSE(policy.getImmersiveApp().has_value());
+}
+
 TEST_F(ImmersiveAppTest, OnlyTheFirstShellByUidAndPidIsConsidered) {
     const FocusClient first = mWorld.runKnown(10004, 205, "shell_a", kShell);
     mWorld.runKnown(10005, 104, "shell_b", kShell);
@@ -234,6 +247,30 @@ TEST_F(ImmersiveAppTest, QueriesComeInTheOrderOfTheRules) {
                      // Each rendering client; the chosen one is measured twice.
                      "build 102", "foreground", "build 101", "build 101", "foreground", "build 101",
                      "foreground", "build 101"}));
+}
+
+TEST_F(ImmersiveAppTest, AnOverlayIsMeasuredOnceAndEndsTheQueries) {
+    mWorld.runKnown(10004, 104, kShell);
+    mWorld.tracker->rendering = {mSettings, mGame};
+    mWorld.tracker->windowFocus = mSettings;
+    mWorld.tracker->foreground = {mGame};
+    mWorld.log->take();
+    EXPECT_EQ(immersivePid(), mSettings.pid);
+    EXPECT_EQ(mWorld.log->take(),
+              (Calls{"rendering", "build 103", "windowFocus", "foreground", "build 101"}));
+}
+
+TEST_F(ImmersiveAppTest, AStoredAppIsCheckedForLifeBeforeTheRules) {
+    playAlone(mGame);
+    immersivePid();
+    mWorld.log->take();
+    FakeProcessTable::instance().setLivenessHook(
+            [this](int pid) { mWorld.log->add("alive " + std::to_string(pid)); });
+    EXPECT_EQ(immersivePid(), mGame.pid);
+    const Calls calls = mWorld.log->take();
+    ASSERT_GE(calls.size(), 3u);
+    EXPECT_EQ(Calls(calls.begin(), calls.begin() + 3),
+              (Calls{"rendering", "alive 101", "build 101"}));
 }
 
 TEST_F(ImmersiveAppTest, WithoutAShellTheTopActivityIsAskedForOnceByTheShellRule) {
