@@ -258,6 +258,21 @@ TEST_F(VrFocusServiceTest, VisibleAndStoppingUpdateNotifyAndReportOthersDoNothin
     }
 }
 
+TEST_F(VrFocusServiceTest, TheTrackerKnowsTheNewStateBeforeAnyoneIsTold) {
+    const FocusClient game{mWorld.user(), kPid};
+    FakeProcessTable::instance().set(game.pid, game.uid, "com.game");
+    std::vector<size_t> rendering;
+    mWorld.policy->onTopActivityAsked = [&] {
+        rendering.push_back(
+                mWorld.tracker->ConnectionManager::getClientsCurrentlyRendering().size());
+    };
+    const CallAs caller(game);
+    mWorld.service->setAppState(game.pid, 0);
+    mWorld.service->setAppState(game.pid, 2);
+    // Asked for the listeners, for the helper and for the report.
+    EXPECT_EQ(rendering, (std::vector<size_t>{1, 1, 1, 0, 0, 0}));
+}
+
 TEST_F(VrFocusServiceTest, TheReportHoldsTheImmersiveAppAndTheTopActivity) {
     FakeProcessTable::instance().set(kPid, 10001, "com.game");
     mWorld.policy->topActivity = String16("com.top");

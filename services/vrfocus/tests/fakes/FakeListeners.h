@@ -46,6 +46,8 @@ public:
 
     /** What each call answers. */
     android::binder::Status status;
+    /** Run by each call. */
+    std::function<void()> onCalled = [] {};
 
     android::binder::Status onVrTopActivityChanged(
             const android::String16& topActivity,
@@ -53,6 +55,7 @@ public:
         mLog->add(mName + " top " + android::String8(topActivity).c_str() + " immersive " +
                   android::String8(app.packageName).c_str() + " " + std::to_string(app.pid) + " " +
                   std::to_string(app.uid) + " " + std::to_string(app.isTopActivity));
+        onCalled();
         return status;
     }
 
