@@ -13,8 +13,8 @@
 //                                                                 ----> focus helper
 //
 // Threads: calls and notices come on any number of binder threads. Listeners and the helper are
-// called with the listener mutex held, which is why their interfaces are one-way. Without that
-// mutex two passes could deliver an older state after a newer one.
+// called with the listener mutex held, which is why their interfaces are one-way. The policy is
+// asked before, without it: of two passes at once, the one with the older answer may end last.
 //
 // Life: the tracker holds the two change callbacks for good, and a death notice may be under way
 // at any time, so both reach the service through weak references: a notice that comes late finds
@@ -97,7 +97,7 @@ private:
         /** A type's map comes with the first (un)registration for it and stays when empty. */
         std::map<FocusType, FocusListeners> focus GUARDED_BY(mutex);
         TopActivityListeners topActivity GUARDED_BY(mutex);
-        /** Guards both maps; held while listeners, the helper and the dump are served. */
+        /** Guards both maps; held while listeners and the helper are told and a dump is made. */
         std::mutex mutex;
     };
 

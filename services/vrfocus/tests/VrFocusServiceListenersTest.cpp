@@ -116,6 +116,7 @@ TEST_F(ListenersTest, TypesOutOfRangeAreRefusedAfterThePermission) {
     EXPECT_EQ(FakeLog::instance().take(), Calls());
     mUid = mWorld.user();
     EXPECT_EQ(addFocus(kOne, 2, focusListener("f")), Status::EX_SECURITY);
+    EXPECT_EQ(removeFocus(kOne, 2), Status::EX_SECURITY);
 }
 
 TEST_F(ListenersTest, ANullListenerIsRefused) {
