@@ -2,9 +2,6 @@
 //
 // Focus event logger: hands one event at a time to the platform's telemetry.
 //
-// Whoever reports shares one through a shared pointer, which destroys it as what it was made. Its
-// one virtual operation is log().
-//
 // Threads: any number at once. A logger keeps nothing between calls and takes no lock; the
 // platform's entry point accepts concurrent calls.
 #pragma once
@@ -17,6 +14,8 @@ namespace com::velmar::os::statsdstructuredlogger {
 
 class VelmarVrfocusServiceEventsLogger {
 public:
+    virtual ~VelmarVrfocusServiceEventsLogger() = default;
+
     /**
      * Runs `makeEvent` once, on this thread and before it returns, and submits the event. True when
      * the platform accepted it; nothing is retried or logged when it did not.

@@ -7,7 +7,6 @@
 #include <functional>
 #include <map>
 #include <thread>
-#include <type_traits>
 
 #include "FakeTelemetry.h"
 #include "WireBytes.h"
@@ -27,10 +26,6 @@ protected:
 };
 
 }  // namespace
-
-// In its table of virtual operations log() is alone.
-static_assert(std::is_polymorphic_v<VelmarVrfocusServiceEventsLogger>);
-static_assert(!std::has_virtual_destructor_v<VelmarVrfocusServiceEventsLogger>);
 
 TEST_F(FocusEventLogger, SubmitsOneEventOfExactlyItsBytes) {
     int runs = 0;
