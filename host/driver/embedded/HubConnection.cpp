@@ -43,7 +43,9 @@ unique_fd findHub(const std::string& path, std::string* error) {
                  " is a device, and this build has no kernel driver: start a hub with: "
                  "binderhub --socket PATH, and set BINDER_DRIVER to that path";
     } else {
-        *error = path + " is not a binder hub's socket";
+        *error = path +
+                 " is not a binder hub's socket: start a hub with: binderhub --socket PATH, and "
+                 "set BINDER_DRIVER to that path";
     }
     return {};
 }

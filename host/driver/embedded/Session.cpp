@@ -20,10 +20,12 @@ uint64_t nextId() {
 }
 
 std::string unreachable(const std::string& path, int status) {
+    const std::string elsewhere =
+            ": start a hub with: binderhub --socket PATH, and set BINDER_DRIVER to that path";
     if (status == -EPROTO || status == -ETIMEDOUT) {
-        return "what listens on " + path + " is not a binder hub of this version";
+        return "what listens on " + path + " is not a binder hub of this version" + elsewhere;
     }
-    if (status == -EPROTOTYPE) return path + " is a socket, but not a binder hub's";
+    if (status == -EPROTOTYPE) return path + " is a socket, but not a binder hub's" + elsewhere;
     return "no binder hub answers on " + path + " (" + std::strerror(-status) +
            "): start one with: binderhub --socket " + path;
 }
