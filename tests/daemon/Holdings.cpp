@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Holdings, from the process file system and the hub's own figures.
+#include "Holdings.h"
+
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+
+#include "embedded/StatsClient.h"
+
+namespace daemontest {
+
+namespace {
+
+const std::set<std::string> kFigures{"processes",    "nodes",       "handles",     "buffers",
+                                     "buffer_bytes", "death_links", "descriptors", "queued"};
+
+std::filesystem::directory_iterator entriesOf(pid_t pid, const char* folder) {
+    return std::filesystem::directory_iterator(std::filesystem::path("/proc") /
+                                               std::to_string(pid) / folder);
+}
+
+/** Of its descriptors, those that are sockets or those that are none. */
+int64_t descriptorsOf(pid_t pid, bool sockets) {
+    int64_t count = 0;
+    for (const auto& entry : entriesOf(pid, "fd")) {
+        std::error_code closedMeanwhile;
+        const std::string what = std::filesystem::read_symlink(entry.path(), closedMeanwhile);
+        if (!closedMeanwhile && what.starts_with("socket:") == sockets) ++count;
+    }
+    return count;
+}
+
+}  // namespace
+
+size_t threadsOf(pid_t pid) {
+    return static_cast<size_t>(std::distance(entriesOf(pid, "task"), {}));
+}
+
+size_t socketsOf(pid_t pid) {
+    return static_cast<size_t>(descriptorsOf(pid, /*sockets=*/true));
+}
+
+Holdings holdingsOf(pid_t pid, const std::string& hubPath) {
+    std::string stats;
+    std::string error;
+    if (!binderhost::readHubStats(hubPath, &stats, &error)) throw std::runtime_error(error);
+    Holdings holdings{{"files", descriptorsOf(pid, /*sockets=*/false)}};
+    std::istringstream lines(stats);
+    for (std::string name, value; std::getline(lines, name, '=') && std::getline(lines, value);) {
+        if (kFigures.contains(name)) holdings[name] = std::stoll(value);
+    }
+    if (holdings.size() != kFigures.size() + 1) throw std::runtime_error("the hub counts less");
+    return holdings;
+}
+
+}  // namespace daemontest
