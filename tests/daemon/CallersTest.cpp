@@ -80,7 +80,9 @@ TEST_F(CallersTest, reportsForOthersAreRefused) {
 TEST_F(CallersTest, withoutAPermissionControllerNobodyMayAndNothingOfThatIsRemembered) {
     run([this] {
         mHeadset->killService("permission");
-        // A process of its own: what this uid may has not been asked before.
+        // One that has not asked about anybody yet.
+        mHeadset->killDaemon();
+        mHeadset->restartDaemon();
         const auto caller = makeCaller();
         for (const Request& request : everyRequest()) {
             if (request.code == kSetAppState) continue;

@@ -101,11 +101,14 @@ TEST_F(ListenersTest, eachIsToldOfNoticesOfTheSystem) {
         awaitTop(*two, kShell);
         mHeadset->showActivity(kGame);
         awaitTop(*one, kGame);
-        const Counts counts = heard(*one);
+        Counts counts{};
+        mHeadset->awaitTrue("both have heard the same", [&] {
+            counts = heard(*one);
+            return counts == heard(*two);
+        });
         EXPECT_GT(counts.head, 0);
         EXPECT_EQ(counts.head, counts.input);
         EXPECT_EQ(counts.wrong, 0);
-        awaitHeard(*two, counts);
     });
 }
 
