@@ -33,9 +33,10 @@ public:
      *
      * Returns 0, or a negative errno: -EINTR (a signal; nothing lost, call again), -ECONNREFUSED
      * (the driver's other side is gone for good), -EINVAL (the write buffer holds something that
-     * is no command), -EAGAIN (the process has as many threads as it may have). write_consumed and read_consumed are always set; consumed commands are not
-     * to be sent again. After a return with write_consumed == write_size the memory that commands
-     * pointed to (payloads, offsets) is no longer looked at.
+     * is no command), -EAGAIN (the process has as many threads as it may have). write_consumed and
+     * read_consumed are always set; consumed commands are not to be sent again. After a return with
+     * write_consumed == write_size the memory that commands pointed to (payloads, offsets) is no
+     * longer looked at.
      *
      * Buffers named by BR_TRANSACTION and BR_REPLY belong to the driver until the process hands
      * them back with BC_FREE_BUFFER, on any thread. They are writable by this process (a kernel's
@@ -43,7 +44,8 @@ public:
      *
      * A looper that writes BC_REPLY in a call that also reads promises not to send a BC_TRANSACTION
      * before its next read has returned something other than BR_NOOP and BR_TRANSACTION_COMPLETE.
-     * A driver may then treat it as idle at once, and hand back the completion without a round trip.
+     * A driver may then treat it as idle at once, and hand back the completion without a round
+     * trip.
      */
     [[nodiscard]] virtual int writeRead(binder_write_read* bwr) = 0;
 
