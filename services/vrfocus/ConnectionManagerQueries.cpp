@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <memory>
 #include <type_traits>
+#include <utility>
 
 namespace NQS::OS {
 
@@ -42,12 +43,13 @@ std::vector<FocusClient> copy(const ValueMutexBase<std::set<FocusClient>>& clien
 template <typename Nullable>
 void sendPackage(const sp<IVrFocusHelper>& helper,
                  android::binder::Status (IVrFocusHelper::*notice)(const Nullable&),
-                 const std::optional<String16>& packageName) {
+                 std::optional<String16> packageName) {
     if (helper == nullptr) return;
     if constexpr (std::is_same_v<Nullable, std::optional<String16>>) {
         (void)((*helper).*notice)(packageName);
     } else {
-        const Nullable package = packageName ? std::make_unique<String16>(*packageName) : nullptr;
+        const Nullable package =
+                packageName ? std::make_unique<String16>(std::move(*packageName)) : nullptr;
         (void)((*helper).*notice)(package);
     }
 }
@@ -105,11 +107,13 @@ void ConnectionManager::maybeUpdateActivityState() {
 }
 
 void ConnectionManager::forwardImmersiveAppChanged(std::optional<String16> packageName) {
-    sendPackage(mFocusHelper.getService(), &IVrFocusHelper::onImmersiveAppChanged, packageName);
+    sendPackage(mFocusHelper.getService(), &IVrFocusHelper::onImmersiveAppChanged,
+                std::move(packageName));
 }
 
 void ConnectionManager::forwardTopActivityChanged(std::optional<String16> packageName) {
-    sendPackage(mFocusHelper.getService(), &IVrFocusHelper::onTopActivityChanged, packageName);
+    sendPackage(mFocusHelper.getService(), &IVrFocusHelper::onTopActivityChanged,
+                std::move(packageName));
 }
 
 }  // namespace NQS::OS

@@ -18,6 +18,7 @@ struct alignas(uint64_t) FocusClient {
     int32_t pid = 0;
 
     /** Lexicographic on (uid, pid), both signed. */
+    // NOLINTNEXTLINE(modernize-use-nullptr): Clang 14 takes the operator itself for a null.
     friend auto operator<=>(const FocusClient&, const FocusClient&) = default;
 };
 

@@ -45,7 +45,7 @@ Status askFocus(IVrFocusService& service, const Json::Value& request, Json::Valu
         return Status::ok();
     }
     std::vector<ClientStatus> statuses;
-    const Status status = service.getClientFocusStatus(*type, pids, &statuses);
+    Status status = service.getClientFocusStatus(*type, pids, &statuses);
     (*out)["statuses"] = Json::arrayValue;
     for (const ClientStatus& verdict : statuses) {
         Json::Value& row = (*out)["statuses"].append(Json::objectValue);
@@ -57,7 +57,7 @@ Status askFocus(IVrFocusService& service, const Json::Value& request, Json::Valu
 
 Status askImmersiveApp(IVrFocusService& service, Json::Value* out) {
     ImmersiveApp app;
-    const Status status = service.getImmersiveApp(&app);
+    Status status = service.getImmersiveApp(&app);
     if (!status.isOk()) return status;
     Json::Value& row = (*out)["app"];
     row["package"] = utf8(app.packageName);
@@ -69,7 +69,7 @@ Status askImmersiveApp(IVrFocusService& service, Json::Value* out) {
 
 Status askForegroundApps(IVrFocusService& service, Json::Value* out) {
     std::vector<String16> names;
-    const Status status = service.getForegroundApps(&names);
+    Status status = service.getForegroundApps(&names);
     (*out)["names"] = Json::arrayValue;
     for (const String16& name : names)
         (*out)["names"].append(utf8(name));
@@ -89,8 +89,8 @@ Json::Value AppControl::perform(const Json::Value& request) {
     Json::Value answer(Json::objectValue);
     std::string error;
     find(/*wait=*/op == "connect");
-    const Status status = mService == nullptr ? Status::fromStatusT(android::NAME_NOT_FOUND)
-                                              : ask(op, request, &answer, &error);
+    Status status = mService == nullptr ? Status::fromStatusT(android::NAME_NOT_FOUND)
+                                        : ask(op, request, &answer, &error);
     if (!error.empty()) return errorOf(error);
     answer["exception"] = status.exceptionCode();
     if (status.transactionError() != android::OK) {
@@ -123,7 +123,7 @@ Status AppControl::ask(const std::string& op, const Json::Value& request, Json::
     if (op == "getForegroundApps") return askForegroundApps(*mService, out);
     if (op == "getTopActivity") {
         String16 package;
-        const Status status = mService->getTopActivity(&package);
+        Status status = mService->getTopActivity(&package);
         (*out)["package"] = utf8(package);
         return status;
     }

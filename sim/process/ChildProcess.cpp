@@ -32,12 +32,13 @@ std::vector<std::string> mergedEnvironment(const std::map<std::string, std::stri
         if (!extra.contains(std::string(text.substr(0, text.find('='))))) merged.emplace_back(text);
     }
     for (const auto& [name, value] : extra)
-        merged.push_back(name + "=" + value);
+        merged.emplace_back(name).append("=").append(value);
     return merged;
 }
 
 std::vector<char*> pointersTo(const std::vector<std::string>& strings) {
     std::vector<char*> pointers;
+    pointers.reserve(strings.size() + 1);
     for (const std::string& string : strings)
         pointers.push_back(const_cast<char*>(string.c_str()));
     pointers.push_back(nullptr);
