@@ -106,6 +106,9 @@ private:
     void notifyAll() EXCLUDES(mListeners.mutex);
     void notifyTopActivityListeners() EXCLUDES(mListeners.mutex);
 
+    /** The dump's whole answer to these arguments, good or bad, into a file that cannot block. */
+    void writeReport(int fd, const android::Vector<android::String16>& args)
+            EXCLUDES(mListeners.mutex);
     void dumpTextLocked(int fd, const android::Vector<android::String16>& args)
             REQUIRES(mListeners.mutex);
     void dumpJsonLocked(int fd) REQUIRES(mListeners.mutex);

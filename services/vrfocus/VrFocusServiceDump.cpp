@@ -43,36 +43,34 @@ void handOver(const unique_fd& report, int fd) {
 
 android::status_t VrFocusService::dump(int fd, const Vector<String16>& args) {
     if (!checkCallingPermission(CallerPermission::Dump)) return android::PERMISSION_DENIED;
-    if (args.size() > 1) {
-        dprintf(fd, "Error: unexpected number of arguments.\n");
-        printDumpHelp(fd);
-        return android::OK;
-    }
-    bool asJson = false;
-    if (args.size() == 1) {
-        const String8 utf8(args[0]);
-        const std::string_view argument(utf8.c_str(), utf8.size());
-        asJson = argument == "json";
-        if (!asJson && argument != "-a") {
-            dprintf(fd, "Error: unexpected argument: %s\n", utf8.c_str());
-            printDumpHelp(fd);
-            return android::OK;
-        }
-    }
     // Written to memory first. The report is made with this lock and the policy's held, so a
     // caller that leaves its pipe full would stop every notification and every app's state.
     const unique_fd report(memfd_create("vrfocus-dump", MFD_CLOEXEC));
     if (!report.ok()) return -errno;
-    {
-        std::lock_guard lock(mListeners.mutex);
-        if (asJson) {
-            dumpJsonLocked(report.get());
-        } else {
-            dumpTextLocked(report.get(), args);
-        }
-    }
+    writeReport(report.get(), args);
     handOver(report, fd);
     return android::OK;
+}
+
+void VrFocusService::writeReport(int fd, const Vector<String16>& args) {
+    if (args.size() > 1) {
+        dprintf(fd, "Error: unexpected number of arguments.\n");
+        printDumpHelp(fd);
+        return;
+    }
+    const String8 utf8(args.empty() ? String16("-a") : args[0]);
+    const std::string_view argument(utf8.c_str(), utf8.size());
+    if (argument != "json" && argument != "-a") {
+        dprintf(fd, "Error: unexpected argument: %s\n", utf8.c_str());
+        printDumpHelp(fd);
+        return;
+    }
+    std::lock_guard lock(mListeners.mutex);
+    if (argument == "json") {
+        dumpJsonLocked(fd);
+    } else {
+        dumpTextLocked(fd, args);
+    }
 }
 
 void VrFocusService::dumpTextLocked(int fd, const Vector<String16>& args) {
