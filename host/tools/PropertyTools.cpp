@@ -39,8 +39,17 @@ bool hasUnknownOption(const std::vector<std::string>& arguments) {
     return !arguments.empty() && arguments[0].starts_with("--");
 }
 
-int usageError(const char* usage, std::ostream& err) {
-    err << usage;
+/** What is wrong with a command line that a tool does not take. */
+std::string mistake(const std::vector<std::string>& arguments) {
+    if (hasUnknownOption(arguments)) return "unknown option '" + arguments[0] + "'";
+    if (arguments.empty()) return "a name and a value are missing";
+    if (arguments.size() == 1) return "a value is missing";
+    return "too many arguments: " + std::to_string(arguments.size());
+}
+
+int usageError(const char* tool, const std::vector<std::string>& arguments, const char* usage,
+               std::ostream& err) {
+    err << tool << ": " << mistake(arguments) << '\n' << usage;
     return kUsageError;
 }
 
@@ -59,7 +68,9 @@ int getprop(const std::vector<std::string>& arguments, const PropertyStore& stor
         out << kGetpropUsage;
         return kOk;
     }
-    if (arguments.size() > 2 || hasUnknownOption(arguments)) return usageError(kGetpropUsage, err);
+    if (arguments.size() > 2 || hasUnknownOption(arguments)) {
+        return usageError("getprop", arguments, kGetpropUsage, err);
+    }
     if (arguments.empty()) {
         listAll(store, out);
         return kOk;
@@ -77,7 +88,7 @@ int setprop(const std::vector<std::string>& arguments, PropertyStore& store, std
         return kOk;
     }
     if (arguments.size() != 2 || hasUnknownOption(arguments)) {
-        return usageError(kSetpropUsage, err);
+        return usageError("setprop", arguments, kSetpropUsage, err);
     }
     const Status status = store.set(arguments[0], arguments[1]);
     if (status.ok()) return kOk;

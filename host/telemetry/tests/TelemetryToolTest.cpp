@@ -183,7 +183,8 @@ TEST_F(TelemetryTool, TheFileIsTheOneNamedElseTheEnvironments) {
     expectFailed(1, "telemetry: /no/such: No such file or directory\n");
     mEnvironment.sink.clear();
     call({"--json"});
-    expectFailed(2, StartsWith("usage: telemetry "));
+    expectFailed(2, StartsWith("telemetry: no file is named, and HOST_TELEMETRY is not set\n"
+                               "usage: telemetry "));
 }
 
 TEST_F(TelemetryTool, AFileThatIsNoSinkFailsWithoutWaiting) {
@@ -197,13 +198,23 @@ TEST_F(TelemetryTool, AFileThatIsNoSinkFailsWithoutWaiting) {
     }
 }
 
-TEST_F(TelemetryTool, WrongWordsGetTheUsageAndStatusTwo) {
+TEST_F(TelemetryTool, WrongWordsAreNamedWithTheUsageAndStatusTwo) {
     write("@0 8 0 \n");
-    const Arguments lines[] = {{"-x"},     {"--jso"},       {""},   {"-"},
-                               {"a", "b"}, {"--help", "a"}, {"--"}, {"--json=1"}};
-    for (const Arguments& arguments : lines) {
-        call(arguments);
-        expectFailed(2, StartsWith("usage: telemetry [--follow] [--json] [FILE]\n"));
+    const struct {
+        Arguments arguments;
+        std::string mistake;
+    } rows[] = {{{"-x"}, "unknown option '-x'"},
+                {{"--jso"}, "unknown option '--jso'"},
+                {{""}, "unknown option ''"},
+                {{"-"}, "unknown option '-'"},
+                {{"a", "b"}, "more than one file: 'b'"},
+                {{"--help", "a"}, "unknown option '--help'"},
+                {{"--"}, "unknown option '--'"},
+                {{"--json=1"}, "unknown option '--json=1'"}};
+    for (const auto& row : rows) {
+        call(row.arguments);
+        expectFailed(2, StartsWith("telemetry: " + row.mistake +
+                                   "\nusage: telemetry [--follow] [--json] [FILE]\n"));
     }
     call({"--help"});
     EXPECT_EQ(mStatus, 0);

@@ -36,7 +36,8 @@ struct Options {
     std::string file;
 };
 
-std::optional<Options> parse(const std::vector<std::string>& arguments, const std::string& sink) {
+std::optional<Options> parse(const std::vector<std::string>& arguments, const std::string& sink,
+                             std::string* mistake) {
     Options options;
     if (arguments.size() == 1 && arguments[0] == "--help") {
         options.help = true;
@@ -47,14 +48,21 @@ std::optional<Options> parse(const std::vector<std::string>& arguments, const st
             options.follow = true;
         } else if (argument == "--json") {
             options.json = true;
-        } else if (argument.empty() || argument.starts_with('-') || !options.file.empty()) {
+        } else if (argument.empty() || argument.starts_with('-')) {
+            *mistake = "unknown option '" + argument + "'";
+            return std::nullopt;
+        } else if (!options.file.empty()) {
+            *mistake = "more than one file: '" + argument + "'";
             return std::nullopt;
         } else {
             options.file = argument;
         }
     }
     if (options.file.empty()) options.file = sink;
-    if (options.file.empty()) return std::nullopt;
+    if (options.file.empty()) {
+        *mistake = "no file is named, and HOST_TELEMETRY is not set";
+        return std::nullopt;
+    }
     return options;
 }
 
@@ -129,9 +137,10 @@ private:
 
 int telemetry(const std::vector<std::string>& arguments, const ToolEnvironment& environment,
               std::ostream& out, std::ostream& err) {
-    const auto options = parse(arguments, environment.sink);
+    std::string mistake;
+    const auto options = parse(arguments, environment.sink, &mistake);
     if (!options) {
-        err << kUsage;
+        err << "telemetry: " << mistake << '\n' << kUsage;
         return kUsageError;
     }
     if (options->help) {

@@ -103,15 +103,25 @@ TEST_F(PropertyTools, RefusedChangeSaysWhy) {
     expectFailed(1, StartsWith("setprop: bad name \"bad name\": "));
 }
 
-TEST_F(PropertyTools, WrongCommandLinesGetTheUsage) {
-    for (const Arguments& arguments : {Arguments{"a", "b", "c"}, {"--all"}, {"--help", "a"}}) {
-        callGetprop(arguments);
-        expectFailed(2, StartsWith("usage: getprop"));
+TEST_F(PropertyTools, WrongCommandLinesAreNamedWithTheUsage) {
+    const struct {
+        Arguments arguments;
+        std::string mistake;
+    } getpropRows[] = {{{"a", "b", "c"}, "too many arguments: 3"},
+                       {{"--all"}, "unknown option '--all'"},
+                       {{"--help", "a"}, "unknown option '--help'"}},
+      setpropRows[] = {{{}, "a name and a value are missing"},
+                       {{"a"}, "a value is missing"},
+                       {{"a", "b", "c"}, "too many arguments: 3"},
+                       {{"--force"}, "unknown option '--force'"},
+                       {{"--force", "a"}, "unknown option '--force'"}};
+    for (const auto& row : getpropRows) {
+        callGetprop(row.arguments);
+        expectFailed(2, StartsWith("getprop: " + row.mistake + "\nusage: getprop"));
     }
-    for (const Arguments& arguments :
-         {Arguments{}, {"a"}, {"a", "b", "c"}, {"--force"}, {"--force", "a"}}) {
-        callSetprop(arguments);
-        expectFailed(2, StartsWith("usage: setprop"));
+    for (const auto& row : setpropRows) {
+        callSetprop(row.arguments);
+        expectFailed(2, StartsWith("setprop: " + row.mistake + "\nusage: setprop"));
     }
 }
 
