@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <future>
+#include <set>
 #include <thread>
 
 #include "Child.h"
@@ -118,6 +119,29 @@ TEST_F(ProcessTest, aForkedChildHasNoPartInItsParentsDriver) {
         EXPECT_EQ(call.data().code, code);
         server.write(Commands().freeBuffer(call));
     }
+}
+
+TEST_F(ProcessTest, nothingOfTheDriverIsOpenInAProgramThatIsExecuted) {
+    const auto openNow = [] {
+        std::set<int> descriptors;
+        for (int fd = 0; fd < 1024; fd++) {
+            if (fcntl(fd, F_GETFD) >= 0) descriptors.insert(fd);
+        }
+        return descriptors;
+    };
+    const std::set<int> before = openNow();
+    RawClient server(path()), client(path());
+    server.publish();
+    client.write(Commands().oneway(0, 1));
+    (void)client.expect(BR_TRANSACTION_COMPLETE);
+    int ofTheDriver = 0;
+    for (const int fd : openNow()) {
+        if (before.contains(fd)) continue;
+        ofTheDriver++;
+        EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC) << fd;
+    }
+    // At the least a connection of each process and one of each thread.
+    EXPECT_GE(ofTheDriver, 4);
 }
 
 TEST_F(ProcessTest, aProcessIsDeadAlsoWhileAChildThatItForkedLives) {
