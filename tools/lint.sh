@@ -15,6 +15,9 @@ git ls-files -z '*.cpp' '*.h' | xargs -0r clang-format --dry-run --Werror
 step "shell scripts"
 shellcheck -x dev .ci/run tools/*.sh
 
+step "links in documents"
+tools/check_links.sh
+
 step "layers"
 tools/check_layers.sh "$build"
 
