@@ -6,11 +6,11 @@
 #include "ClientManager.h"
 
 #include "ConnectionManager.h"
+#include "Utf8.h"
 
 #include <log/log.h>
 #include <osutils/Process.h>
 #include <utils/String16.h>
-#include <utils/String8.h>
 #include <utils/Vector.h>
 
 #include <map>
@@ -46,12 +46,6 @@ const std::map<FocusType, android::String16> kBackgroundPermissions = {
 // Many packages share the system server's process; it stands for none of them.
 const std::string kSystemServerProcess = "system_server";
 const std::string kSystemServerPackage = "android.uid.system:1000";
-
-/** With its whole length: a name that holds a zero is not taken for what stands before it. */
-std::string toUtf8(const android::String16& text) {
-    const android::String8 utf8(text);
-    return {utf8.c_str(), utf8.size()};
-}
 
 bool contains(const android::Vector<android::String16>& packages, const std::string& package) {
     for (const android::String16& candidate : packages) {

@@ -5,19 +5,18 @@
 
 #include <cutils/properties.h>
 #include <osutils/Process.h>
-#include <utils/String8.h>
 
 #include <algorithm>
 #include <string_view>
 #include <utility>
 
 #include "FocusPolicyText.h"
+#include "Utf8.h"
 
 namespace NQS::OS {
 namespace {
 
 using android::String16;
-using android::String8;
 
 constexpr std::string_view kShellPackage = "com.velmar.shellenv";
 
@@ -36,12 +35,6 @@ const std::set<std::string>& systemOverlayProcesses() {
 bool isPermissiveFocus() {
     return property_get_bool("ro.debuggable", /*default_value=*/false) &&
            property_get_bool("debug.nqs.vrfocus.permissive", /*default_value=*/false);
-}
-
-/** All of it: NULs inside count in comparisons. */
-std::string toUtf8(const String16& text) {
-    const String8 utf8(text);
-    return {utf8.c_str(), utf8.size()};
 }
 
 }  // namespace

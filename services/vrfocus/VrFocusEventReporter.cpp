@@ -6,21 +6,16 @@
 #include "VrFocusEventReporter.h"
 
 #include <log/log.h>
-#include <utils/String8.h>
 
-#include <string>
 #include <utility>
+
+#include "Utf8.h"
 
 namespace NQS::OS {
 
 namespace {
 
 using EventBuilder = com::velmar::os::statsdstructuredlogger::VelmarVrfocusServiceEventsBuilder;
-
-std::string toUtf8(const android::String16& text) {
-    const android::String8 utf8(text);
-    return {utf8.c_str(), utf8.size()};
-}
 
 EventBuilder makeEvent(const std::optional<ImmersiveApp>& app,
                        const android::String16& topActivity) {

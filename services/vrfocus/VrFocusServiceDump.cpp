@@ -7,20 +7,18 @@
 #include <sys/mman.h>
 #include <unistd.h>
 #include <utils/Errors.h>
-#include <utils/String8.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <string>
-#include <string_view>
 
+#include "Utf8.h"
 #include "VrFocusService.h"
 #include "VrFocusServiceAccess.h"
 
 namespace NQS::OS {
 
 using android::String16;
-using android::String8;
 using android::Vector;
 using android::base::unique_fd;
 
@@ -58,10 +56,9 @@ void VrFocusService::writeReport(int fd, const Vector<String16>& args) {
         printDumpHelp(fd);
         return;
     }
-    const String8 utf8(args.empty() ? String16("-a") : args[0]);
-    const std::string_view argument(utf8.c_str(), utf8.size());
+    const std::string argument = args.empty() ? "-a" : toUtf8(args[0]);
     if (argument != "json" && argument != "-a") {
-        dprintf(fd, "Error: unexpected argument: %s\n", utf8.c_str());
+        dprintf(fd, "Error: unexpected argument: %s\n", argument.c_str());
         printDumpHelp(fd);
         return;
     }
