@@ -44,7 +44,12 @@ namespace NQS::OS {
  */
 class VrFocusService : public velmar::internal::BnVrFocusService {
 public:
-    /** Shares both and installs the tracker's change callbacks in place of what they held. */
+    /**
+     * Shares both and installs the tracker's change callbacks in place of what they held.
+     *
+     * Whoever makes it takes the first reference before a notice can come: a notice holds one for
+     * its run and would otherwise drop the last. In the daemon the thread pool starts later.
+     */
     VrFocusService(std::shared_ptr<ConnectionManager> connectionManager,
                    std::shared_ptr<FocusPolicy> policy);
     ~VrFocusService() override;

@@ -23,7 +23,7 @@ const String16 kGrantTrackingServiceAccess(
         "com.velmar.permission.GRANT_TRACKING_SERVICE_ACCESS_TO_DISPLAY");
 const String16 kDump("android.permission.DUMP");
 
-/** The audio server's: it asks on paths where a permission query would come too late. */
+/** The audio server's. */
 const std::set<uid_t> kTrustedUids = {1041};
 
 const String16& nameOf(CallerPermission permission) {
