@@ -9,10 +9,10 @@
 #include <thread>
 #include <vector>
 
-#include "BlockedCall.h"
 #include "ClientManager.h"
 #include "Signal.h"
 #include "TrackerTest.h"
+#include "WatchedCall.h"
 
 namespace NQS::OS {
 namespace {
@@ -55,12 +55,12 @@ TEST_F(ClientManagerConcurrencyTest, KnownClientsAnswerWhileANewOneIsBeingBuilt)
 TEST_F(ClientManagerConcurrencyTest, RecordsStayAsTheyAreWhileASnapshotIsTaken) {
     processes.set(10, 1000, "app");
     ASSERT_TRUE(registry->buildClientInfo(10));
-    std::unique_ptr<BlockedCall> change;
+    std::unique_ptr<WatchedCall> change;
     processes.setLivenessHook([&](int) {
-        change = std::make_unique<BlockedCall>([&] {
+        change = std::make_unique<WatchedCall>([&] {
             registry->addCurrentFocus({.uid = 1000, .pid = 10}, FocusType::HeadTracking);
         });
-        EXPECT_FALSE(change->endsNow());
+        EXPECT_TRUE(change->waitsIn(*registry));
     });
     const auto snapshot = registry->getSnapshot();
     change.reset();

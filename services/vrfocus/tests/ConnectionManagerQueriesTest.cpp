@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "BlockedCall.h"
 #include "TrackerTest.h"
+#include "WatchedCall.h"
 
 namespace NQS::OS {
 namespace {
@@ -136,10 +136,10 @@ TEST_F(QueriesTest, CollectionStaysAsItIsWhileItIsPruned) {
     };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
-        std::unique_ptr<BlockedCall> change;
+        std::unique_ptr<WatchedCall> change;
         processes.setLivenessHook([&](int) {
-            change = std::make_unique<BlockedCall>(row.change);
-            EXPECT_FALSE(change->endsNow());
+            change = std::make_unique<WatchedCall>(row.change);
+            EXPECT_TRUE(change->waitsIn(*tracker));
         });
         row.query();
         EXPECT_NE(change, nullptr);
@@ -242,12 +242,12 @@ TEST_F(RepairTest, ForegroundListIsFreeWhileTheActivityManagerIsAsked) {
 TEST_F(RepairTest, ClientsWithTopActivitiesStayAsTheyAreWhileTheActivityManagerIsAsked) {
     list({});
     setOnPrimary({kLow});
-    std::unique_ptr<BlockedCall> query;
+    std::unique_ptr<WatchedCall> query;
     activity->world.access([&](FakeActivityManager::World& world) {
         world.onPrimaryAsked = [&] {
-            query = std::make_unique<BlockedCall>(
+            query = std::make_unique<WatchedCall>(
                     [&] { (void)tracker->getAllClientsWithTopActivities(); });
-            EXPECT_FALSE(query->endsNow());
+            EXPECT_TRUE(query->waitsIn(*tracker));
         };
     });
     tracker->maybeUpdateActivityState();

@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
-#include "BlockedCall.h"
 #include "TrackerTest.h"
+#include "WatchedCall.h"
 
 namespace NQS::OS {
 namespace {
@@ -148,11 +148,11 @@ TEST_F(TrackingTest, RegisteredMaskMatchesTheSetAfterAnyRace) {
 }
 
 TEST_F(TrackingTest, SetOfDisplaysStaysAsItIsWhileTheActivityManagerIsAskedAboutIt) {
-    std::unique_ptr<BlockedCall> grant;
+    std::unique_ptr<WatchedCall> grant;
     activity->world.access([&](FakeActivityManager::World& world) {
         world.onDisplaysAsked = [&] {
-            grant = std::make_unique<BlockedCall>([&] { tracker->grantTrackingServiceAccess(5); });
-            EXPECT_FALSE(grant->endsNow());
+            grant = std::make_unique<WatchedCall>([&] { tracker->grantTrackingServiceAccess(5); });
+            EXPECT_TRUE(grant->waitsIn(*tracker));
         };
     });
     tracker->onForegroundActivitiesChanged(/*pid=*/1, /*uid=*/1, /*fg=*/true);

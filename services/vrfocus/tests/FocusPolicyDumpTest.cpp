@@ -4,25 +4,22 @@
 #include <gtest/gtest.h>
 #include <json/reader.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
-#include <future>
+#include <memory>
 #include <regex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "DumpText.h"
 #include "FocusPolicyText.h"
 #include "FocusWorld.h"
+#include "WatchedCall.h"
 
 namespace NQS::OS {
 namespace {
-
-constexpr std::chrono::seconds kDeadline{20};
 
 constexpr char kNothing[] = R"( = Window Focus =
 
@@ -201,42 +198,29 @@ TEST_F(PolicyDumpTest, TheObjectParsesAgainWhateverBytesAProcessCallsItself) {
 }
 
 TEST_F(PolicyDumpTest, TheTextIsWrittenUnderTheLockFromTheImmersiveAppOn) {
-    std::future<void> choice;
-    std::promise<void> choiceStarted;
-    std::atomic<bool> dumpDone = false;
-    std::atomic<bool> overtaken = false;
+    std::unique_ptr<WatchedCall> choice;
     mWorld.tracker->onWindowFocusAsked = [&] {
         // The first section is written without it: another thread still gets through.
-        auto free = std::async(std::launch::async, [this] { mWorld.policy->getImmersiveApp(); });
-        EXPECT_EQ(free.wait_for(kDeadline), std::future_status::ready);
+        WatchedCall free([this] { mWorld.policy->getImmersiveApp(); });
+        EXPECT_TRUE(free.ends());
     };
     mWorld.tracker->onRenderingAsked = [&, asked = 0]() mutable {
-        ++asked;
-        if (asked == 3) choiceStarted.set_value();
-        if (asked != 2) return;
-        choice = std::async(std::launch::async, [&] {
-            mWorld.policy->getImmersiveApp();
-            if (!dumpDone) overtaken = true;
-        });
-        ASSERT_EQ(choiceStarted.get_future().wait_for(kDeadline), std::future_status::ready);
-        for (int i = 0; i < 1000 && !overtaken; ++i)
-            std::this_thread::yield();
-        dumpDone = true;
+        if (++asked != 2) return;
+        choice = std::make_unique<WatchedCall>([this] { mWorld.policy->getImmersiveApp(); });
+        EXPECT_TRUE(choice->waitsIn(*mWorld.policy));
     };
     EXPECT_EQ(dump(), kNothing);
-    ASSERT_EQ(choice.wait_for(kDeadline), std::future_status::ready);
-    EXPECT_FALSE(overtaken);
+    ASSERT_NE(choice, nullptr);
+    EXPECT_TRUE(choice->ends());
 }
 
 TEST_F(PolicyDumpTest, TheObjectIsMadeWithoutTheLockButForTheStoredApp) {
-    std::vector<std::future<void>> choices;
     int done = 0;
     // At the dump's first question and at one behind the stored app, not at the choice's own.
     const auto choose = [&, free = true]() mutable {
         if (!std::exchange(free, false)) return;
-        choices.push_back(
-                std::async(std::launch::async, [this] { mWorld.policy->getImmersiveApp(); }));
-        if (choices.back().wait_for(kDeadline) == std::future_status::ready) ++done;
+        WatchedCall choice([this] { mWorld.policy->getImmersiveApp(); });
+        if (choice.ends()) ++done;
     };
     mWorld.tracker->onWindowFocusAsked = choose;
     mWorld.policy->dumpJson();

@@ -4,16 +4,15 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
-#include <future>
+#include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "DumpText.h"
 #include "FocusWorld.h"
+#include "WatchedCall.h"
 
 namespace NQS::OS {
 namespace {
@@ -21,8 +20,6 @@ namespace {
 using Calls = std::vector<std::string>;
 
 constexpr char kShell[] = "com.velmar.shellenv";
-constexpr std::chrono::seconds kDeadline{20};
-
 class ImmersiveAppTest : public ::testing::Test {
 protected:
     /** The pid of the immersive app; 0 when there is none. */
@@ -332,39 +329,26 @@ TEST_F(ImmersiveAppTest, TheHistoryKeepsTheTenNewest) {
 
 TEST_F(ImmersiveAppTest, RenderingClientsAreAskedForBeforeTheLockAndTheRestUnderIt) {
     playAlone(mGame);
-    std::future<void> second;
+    std::unique_ptr<WatchedCall> second;
     std::atomic<int> renderingAsked = 0;
-    std::promise<void> secondArrived;
-    std::atomic<bool> firstDone = false;
-    std::atomic<bool> overtaken = false;
-    mWorld.tracker->onRenderingAsked = [&] {
-        if (++renderingAsked == 2) secondArrived.set_value();
-    };
+    mWorld.tracker->onRenderingAsked = [&] { ++renderingAsked; };
     mWorld.tracker->onWindowFocusAsked = [&, first = true]() mutable {
-        if (!std::exchange(first, false)) {
-            if (!firstDone) overtaken = true;
-            return;
-        }
-        second = std::async(std::launch::async, [this] { immersivePid(); });
-        // It gets as far as its first query although this call holds the lock; then it waits.
-        ASSERT_EQ(secondArrived.get_future().wait_for(kDeadline), std::future_status::ready);
-        for (int i = 0; i < 1000 && !overtaken; ++i)
-            std::this_thread::yield();
-        firstDone = true;
+        if (!std::exchange(first, false)) return;
+        second = std::make_unique<WatchedCall>([this] { immersivePid(); });
+        EXPECT_TRUE(second->waitsIn(*mWorld.policy));
+        EXPECT_EQ(renderingAsked, 2) << "asked before it waited";
     };
     EXPECT_EQ(immersivePid(), mGame.pid);
-    ASSERT_EQ(second.wait_for(kDeadline), std::future_status::ready);
-    EXPECT_FALSE(overtaken);
+    ASSERT_NE(second, nullptr);
+    EXPECT_TRUE(second->ends());
 }
 
 TEST_F(ImmersiveAppTest, TheTopActivityCanBeAskedForWhileAChoiceIsUnderWay) {
     playAlone(mGame);
     bool top = false;
     mWorld.tracker->onWindowFocusAsked = [&] {
-        auto answer = std::async(std::launch::async,
-                                 [this] { return mWorld.policy->isTopActivity(101); });
-        ASSERT_EQ(answer.wait_for(kDeadline), std::future_status::ready);
-        top = answer.get();
+        WatchedCall answer([&] { top = mWorld.policy->isTopActivity(101); });
+        EXPECT_TRUE(answer.ends());
     };
     EXPECT_EQ(immersivePid(), mGame.pid);
     EXPECT_TRUE(top);

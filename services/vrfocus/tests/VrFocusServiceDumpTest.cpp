@@ -1,20 +1,14 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Service dump: who may, which arguments, and the whole text of each form.
-#include <android-base/file.h>
 #include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <utils/Errors.h>
 
-#include <atomic>
-#include <chrono>
 #include <csignal>
-#include <future>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
 #include "DumpText.h"
@@ -28,7 +22,6 @@ using android::base::unique_fd;
 using Calls = std::vector<std::string>;
 
 constexpr int kPid = 5'000'001;
-constexpr std::chrono::seconds kDeadline{20};
 constexpr char kHelp[] =
         "Usage: \n"
         "  dumpsys vrfocus [-a]\tPrints human readable state\n"
@@ -162,64 +155,6 @@ TEST_F(ServiceDumpTest, TopActivityListenersAreNotListed) {
     }
     EXPECT_EQ(dump({}), std::string(kEmptyText) + "(policy, 0 arguments)\n");
     EXPECT_EQ(dump({"json"}), kEmptyJson);
-}
-
-TEST_F(ServiceDumpTest, RegistrationsWaitUntilTheReportIsMade) {
-    for (const std::vector<std::string>& words : {Calls{}, {"json"}}) {
-        std::future<void> registration;
-        std::atomic<bool> made = false;
-        std::atomic<bool> overtaken = false;
-        mWorld.policy->onDump = [&, pid = words.empty() ? kPid : kPid + 1] {
-            std::promise<void> started;
-            registration = std::async(std::launch::async, [&, pid] {
-                started.set_value();
-                listen(pid, 0);
-                if (!made) overtaken = true;
-            });
-            ASSERT_EQ(started.get_future().wait_for(kDeadline), std::future_status::ready);
-            for (int i = 0; i < 1000 && !overtaken; ++i)
-                std::this_thread::yield();
-            made = true;
-        };
-        dump(words);
-        ASSERT_EQ(registration.wait_for(kDeadline), std::future_status::ready);
-        EXPECT_FALSE(overtaken);
-    }
-}
-
-TEST_F(ServiceDumpTest, AFullPipeHoldsUpNothingButItsOwnDump) {
-    std::signal(SIGPIPE, SIG_IGN);
-    for (const std::vector<std::string>& words : {Calls{}, {"json"}}) {
-        int ends[2];
-        ASSERT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
-        unique_fd reader(ends[0]), writer(ends[1]);
-        std::string filling(1 << 20, 'x');
-        filling.resize(write(writer.get(), filling.data(), filling.size()));
-        fcntl(reader.get(), F_SETFL, 0);
-        fcntl(writer.get(), F_SETFL, 0);
-
-        std::promise<void> begun;
-        mWorld.policy->onDump = [&begun, first = true]() mutable {
-            if (std::exchange(first, false)) begun.set_value();
-        };
-        auto stuck = std::async(std::launch::async, [&] { return dumpTo(writer.get(), words); });
-        const bool isBegun = begun.get_future().wait_for(kDeadline) == std::future_status::ready;
-        auto others = std::async(std::launch::async, [&] {
-            mWorld.tracker->activityStateCallback();
-            return dump(words);
-        });
-        const bool isServed = isBegun && others.wait_for(kDeadline) == std::future_status::ready;
-        EXPECT_TRUE(isServed);
-        if (!isServed) reader.reset();  // lets both go on
-        EXPECT_EQ(stuck.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
-
-        // It comes through whole as soon as somebody reads.
-        std::string text(filling.size() + others.get().size(), ' ');
-        EXPECT_TRUE(android::base::ReadFully(reader, text.data(), text.size()));
-        EXPECT_EQ(stuck.get(), 0);
-        EXPECT_EQ(text, filling + dump(words));
-        mWorld.policy->onDump = [] {};
-    }
 }
 
 TEST_F(ServiceDumpTest, AReaderThatHasGoneIsNoFailure) {

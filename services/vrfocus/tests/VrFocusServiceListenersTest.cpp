@@ -4,16 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <functional>
-#include <future>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
+#include "DumpText.h"
 #include "FakeListeners.h"
 #include "ServiceWorld.h"
 
@@ -30,7 +28,6 @@ using Calls = std::vector<std::string>;
 constexpr int kOne = 5'000'001;
 constexpr int kTwo = 5'000'002;
 constexpr int kThree = 5'000'003;
-constexpr std::chrono::seconds kDeadline{20};
 
 class ListenersTest : public ::testing::Test {
 protected:
@@ -218,6 +215,57 @@ TEST_F(ListenersTest, ADeathRemovesTheFirstFocusListenerAndTheFirstTopListenerOf
     EXPECT_EQ(told(), (Calls{"other focus 0", "top top  immersive  0 0 0"}));
 }
 
+TEST_F(ListenersTest, RegistrationUnregistrationAndDeathOfOneBinderInEveryOrder) {
+    const auto other = focusListener("other");
+    addFocus(kTwo, 0, other);
+    const auto notifier = other->takeRecipients().at(0);
+    const struct {
+        // R registers for type 0, r for type 1; U and u unregister; D is one death notice.
+        const char* order;
+        // Per call, whether it succeeded.
+        const char* results;
+        Calls told;
+    } kRows[] = {
+            {"RUD", "++", {}},
+            {"RDU", "+-", {}},
+            {"UR", "-+", {"l focus 0"}},
+            {"URD", "-+", {}},
+            {"DRU", "++", {}},
+            // A notice that comes before a registration has no part in it, one after it has: also
+            // the one that was linked for an earlier registration.
+            {"DR", "+", {"l focus 0"}},
+            {"RDR", "++", {"l focus 0"}},
+            {"RURD", "+++", {}},
+            {"RURDD", "+++", {}},
+            {"RrD", "++", {"l focus 1"}},
+            {"RrDU", "++-", {"l focus 1"}},
+            {"RrDu", "+++", {}},
+            {"RrUD", "+++", {}},
+            {"RrDD", "++", {}},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.order);
+        const auto listener = focusListener("l");
+        std::string results;
+        for (const char step : std::string(row.order)) {
+            const int type = step == 'r' || step == 'u' ? 1 : 0;
+            if (step == 'D') {
+                notifier->binderDied(wp<android::IBinder>(listener.get()));
+                continue;
+            }
+            const int exception = step == 'R' || step == 'r' ? addFocus(kOne, type, listener)
+                                                             : removeFocus(kOne, type);
+            results += exception == Status::EX_NONE ? '+' : '-';
+        }
+        EXPECT_EQ(results, row.results);
+        Calls reached = told();
+        std::erase(reached, "other focus 0");
+        EXPECT_EQ(reached, row.told);
+        removeFocus(kOne, 0);
+        removeFocus(kOne, 1);
+    }
+}
+
 TEST_F(ListenersTest, AFailingListenerDoesNotKeepTheOthersFromBeingTold) {
     const auto failing = focusListener("failing");
     const auto failingTop = topListener("failing");
@@ -290,59 +338,6 @@ TEST_F(ListenersTest, TheHelperGetsASecondTopActivityListenersTheFirst) {
     EXPECT_EQ(mWorld.helper->calls.take(), (Calls{"top com.second", "immersive (none)"}));
 }
 
-TEST_F(ListenersTest, RegistrationWaitsForAPassThatIsTellingListenersOrTheHelper) {
-    const auto focus = focusListener("f");
-    const auto top = topListener("t");
-    addFocus(kOne, 0, focus);
-    addTop(kOne, top);
-    std::future<int> registration;
-    std::atomic<bool> overtaken = false;
-    int newcomer = kOne;
-    const auto registerMeanwhile = [&] {
-        std::promise<void> started;
-        registration = std::async(std::launch::async, [&, pid = ++newcomer] {
-            started.set_value();
-            const int exception = addFocus(pid, 0, focusListener("g"));
-            overtaken = true;
-            return exception;
-        });
-        ASSERT_EQ(started.get_future().wait_for(kDeadline), std::future_status::ready);
-        for (int i = 0; i < 1000 && !overtaken; ++i)
-            std::this_thread::yield();
-        EXPECT_FALSE(overtaken);
-    };
-    const auto passWithOneMoreRegistration = [&](const char* moment) {
-        SCOPED_TRACE(moment);
-        overtaken = false;
-        told();
-        ASSERT_TRUE(registration.valid());
-        ASSERT_EQ(registration.wait_for(kDeadline), std::future_status::ready);
-        EXPECT_EQ(registration.get(), Status::EX_NONE);
-    };
-    focus->onCalled = registerMeanwhile;
-    passWithOneMoreRegistration("focus listener");
-    focus->onCalled = [] {};
-    top->onCalled = registerMeanwhile;
-    passWithOneMoreRegistration("top activity listener");
-    top->onCalled = [] {};
-    // The second question is the helper's.
-    mWorld.policy->onTopActivityAsked = [&, asked = 0]() mutable {
-        if (++asked == 2) registerMeanwhile();
-    };
-    passWithOneMoreRegistration("helper");
-}
-
-TEST_F(ListenersTest, RegistrationIsFreeWhileThePolicyIsAskedForTheFirstTime) {
-    mWorld.policy->onTopActivityAsked = [this, first = true]() mutable {
-        if (!std::exchange(first, false)) return;
-        auto registration =
-                std::async(std::launch::async, [this] { return addTop(kOne, topListener("t")); });
-        ASSERT_EQ(registration.wait_for(kDeadline), std::future_status::ready);
-        EXPECT_EQ(registration.get(), Status::EX_NONE);
-    };
-    EXPECT_EQ(told(), (Calls{"t top  immersive  0 0 0"}));
-}
-
 TEST_F(ListenersTest, ALateNoticeFindsNobodyOnceTheServiceIsGone) {
     const auto listener = focusListener("f");
     addFocus(kOne, 0, listener);
@@ -358,8 +353,9 @@ TEST_F(ListenersTest, ALateNoticeFindsNobodyOnceTheServiceIsGone) {
     EXPECT_EQ(mWorld.helper->calls.take(), Calls());
 }
 
-TEST_F(ListenersTest, RegistrationsDeathsAndNoticesMixOnAnyThread) {
+TEST_F(ListenersTest, RegistrationsDeathsNoticesAndDumpsMixOnAnyThread) {
     constexpr int kRounds = 300;
+    mUid = mWorld.user(kReadFocus, kDumpPermission);
     std::vector<std::thread> threads;
     for (int i = 0; i < 3; ++i) {
         threads.emplace_back([this, pid = kOne + i] {
@@ -381,6 +377,17 @@ TEST_F(ListenersTest, RegistrationsDeathsAndNoticesMixOnAnyThread) {
     threads.emplace_back([this] {
         for (int round = 0; round < kRounds; ++round)
             mWorld.tracker->activityStateCallback();
+    });
+    threads.emplace_back([this] {
+        const CallAs caller(mUid, kOne);
+        android::Vector<String16> json;
+        json.push_back(String16("json"));
+        for (int round = 0; round < kRounds; ++round) {
+            const std::string text = dumpText([&](int fd) {
+                EXPECT_EQ(mWorld.service->dump(fd, round % 2 == 0 ? json : decltype(json)()), 0);
+            });
+            EXPECT_FALSE(text.empty());
+        }
     });
     for (std::thread& thread : threads)
         thread.join();

@@ -8,6 +8,7 @@
 #include <utils/String8.h>
 #include <velmar/internal/BnVrFocusHelper.h>
 
+#include <functional>
 #include <string>
 
 #include "CallLog.h"
@@ -18,6 +19,8 @@ namespace NQS::OS {
 class FakeFocusHelper : public MortalService<velmar::internal::BnVrFocusHelper> {
 public:
     CallLog calls;
+    /** Run by each notice of a top activity. */
+    std::function<void()> onCalled = [] {};
 
     android::binder::Status onFocusChanged(int32_t focusType) override {
         calls.add("focus " + std::to_string(focusType));
@@ -26,6 +29,7 @@ public:
     android::binder::Status onTopActivityChanged(
             const std::unique_ptr<android::String16>& packageName) override {
         calls.add("top " + text(packageName.get()));
+        onCalled();
         return android::binder::Status::ok();
     }
     android::binder::Status onImmersiveAppChanged(

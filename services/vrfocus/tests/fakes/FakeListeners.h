@@ -22,11 +22,14 @@ class FakeFocusListener : public MortalService<velmar::internal::BnVrFocusListen
 public:
     FakeFocusListener(std::string name, std::shared_ptr<CallLog> log)
           : mName(std::move(name)), mLog(std::move(log)) {}
+    ~FakeFocusListener() override { onReleased(); }
 
     /** What each call answers. */
     android::binder::Status status;
     /** Run by each call. */
     std::function<void()> onCalled = [] {};
+    /** Run when the last reference goes. */
+    std::function<void()> onReleased = [] {};
 
     android::binder::Status onVrFocusChanged(int32_t focusType) override {
         mLog->add(mName + " focus " + std::to_string(focusType));

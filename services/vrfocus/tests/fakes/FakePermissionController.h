@@ -30,6 +30,8 @@ public:
         std::map<int, std::vector<std::string>> packages;
         /** Run by each question about packages, with the uid and no lock held. */
         std::function<void(int)> onPackages;
+        /** Run by each question for a permission, likewise. */
+        std::function<void(int)> onPermission;
     };
 
     ValueMutexBase<World> world;
@@ -45,6 +47,8 @@ public:
     bool checkPermission(const android::String16& permission, int32_t pid, int32_t uid) override {
         const std::string name = android::String8(permission).c_str();
         calls.add("permission " + name + " " + std::to_string(uid) + "/" + std::to_string(pid));
+        const auto hook = world.access([](World& w) { return w.onPermission; });
+        if (hook) hook(uid);
         return world.access([&](World& w) { return w.grants.count({name, uid}) != 0; });
     }
     void getPackagesForUid(const uid_t uid, android::Vector<android::String16>& packages) override {

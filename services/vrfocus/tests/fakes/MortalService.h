@@ -9,6 +9,7 @@
 #include <binder/IBinder.h>
 
 #include <algorithm>
+#include <functional>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -22,10 +23,16 @@ class MortalService : public Stub {
 public:
     using DeathRecipient = android::IBinder::DeathRecipient;
 
+    /** Run by each link request once it is on record. */
+    std::function<void()> onLinked = [] {};
+
     android::status_t linkToDeath(const android::sp<DeathRecipient>& recipient, void* /*cookie*/,
                                   uint32_t /*flags*/) override EXCLUDES(mMutex) {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mRecipients.push_back(recipient);
+        {
+            const std::lock_guard<std::mutex> lock(mMutex);
+            mRecipients.push_back(recipient);
+        }
+        onLinked();
         return android::OK;
     }
 

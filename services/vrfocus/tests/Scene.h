@@ -1,0 +1,194 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Scene: a focus service with listeners, and everything that can happen to it as an act: something
+// to be made ready first and then run on any thread, which says what came of it.
+//
+//      first, second    two processes, each with a focus listener of type 0 and a top activity
+//                       listener
+//
+// An act that comes through a call keeps the service for itself, as a binder call does; a notice of
+// the tracker and a death notice find it by themselves.
+#pragma once
+
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "DumpText.h"
+#include "FakeListeners.h"
+#include "ServiceWorld.h"
+
+namespace NQS::OS {
+
+class Scene : public ServiceWorld {
+public:
+    using Act = std::function<std::string()>;
+    using FocusListener = android::sp<FakeFocusListener>;
+    using TopListener = android::sp<FakeTopActivityListener>;
+
+    // Of no real processes: above what the kernel gives out.
+    static constexpr int kFirst = 5'000'001;
+    static constexpr int kSecond = 5'000'002;
+    static constexpr int kNew = 5'000'003;
+    /** Of the act that others come across. */
+    static constexpr int kOther = 5'000'004;
+
+    Scene() {
+        FakeProcessTable::instance().set(kFirst, uid, "com.game");
+        for (const Act& act : {add(kFirst, first), add(kSecond, second), addTop(kFirst, firstTop),
+                               addTop(kSecond, secondTop)}) {
+            EXPECT_EQ(act(), "0 true");
+        }
+    }
+
+    FocusListener listener(const std::string& name) { return new FakeFocusListener(name, log); }
+    TopListener topListener(const std::string& name) {
+        return new FakeTopActivityListener(name, log);
+    }
+
+    Act notice() {
+        return [this] {
+            tracker->windowFocusCallback();
+            return "noticed";
+        };
+    }
+    Act appState() {
+        return call(uid, kFirst, [](VrFocusService& target, bool*) {
+            return target.setAppState(kFirst, /*state=*/0);
+        });
+    }
+    Act add(int pid, const FocusListener& added) { return add(uid, pid, added); }
+    Act add(int callingUid, int pid, const FocusListener& added) {
+        return call(callingUid, pid, [added](VrFocusService& target, bool* result) {
+            return target.registerVrFocusListener(added, /*focusType=*/0, result);
+        });
+    }
+    Act addTop(int pid, const TopListener& added) {
+        return call(uid, pid, [added](VrFocusService& target, bool* result) {
+            return target.registerVrTopActivityListener(added, result);
+        });
+    }
+    Act remove(int pid) {
+        return call(uid, pid, [](VrFocusService& target, bool* result) {
+            return target.unregisterVrFocusListener(/*focusType=*/0, result);
+        });
+    }
+    Act removeTop(int pid) {
+        return call(uid, pid, [](VrFocusService& target, bool* result) {
+            return target.unregisterVrTopActivityListener(result);
+        });
+    }
+    /** Keeps no reference to the listener that dies. */
+    template <typename Listener>
+    Act death(const android::sp<Listener>& listener) {
+        const android::wp<android::IBinder> who(listener.get());
+        return [this, recipients = listener->takeRecipients(), who] {
+            for (const auto& recipient : recipients)
+                recipient->binderDied(who);
+            return "died";
+        };
+    }
+    /** Everything that asks the policy and the tracker but changes no listener. */
+    Act queries() {
+        return call(uid, kFirst, [](VrFocusService& target, bool*) {
+            android::String16 top;
+            ImmersiveApp app;
+            std::vector<ClientStatus> statuses;
+            target.grantTrackingServiceAccess(/*displayId=*/0);
+            target.getTopActivity(&top);
+            target.getClientFocusStatus(/*focusType=*/0, {kFirst}, &statuses);
+            return target.getImmersiveApp(&app);
+        });
+    }
+    Act dump(const std::string& argument) {
+        return [this, target = service, argument] {
+            return dumpText([&](int fd) { dumpTo(*target, fd, argument); });
+        };
+    }
+    /** Into the scene's pipe, the writing end of which is closed afterwards. */
+    Act dumpIntoPipe(const std::string& argument) {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
+        mReader.reset(ends[0]);
+        writer.reset(ends[1]);
+        return [this, target = service, argument] {
+            dumpTo(*target, writer.get(), argument);
+            writer.reset();
+            return "dumped";
+        };
+    }
+    /** Until it takes no byte more: the next write to it sleeps. */
+    void fillPipe() {
+        const std::string block(4096, 'x');
+        while (write(writer.get(), block.data(), block.size()) > 0)
+            mFilled += block.size();
+        fcntl(writer.get(), F_SETFL, 0);
+    }
+    /** Reads to the end; returns what came after the filling. */
+    std::string readPipe() {
+        fcntl(mReader.get(), F_SETFL, 0);
+        std::string read;
+        android::base::ReadFdToString(mReader, &read);
+        return read.substr(mFilled);
+    }
+
+    /**
+     * What was logged and what the helper was told, since the last time. Without the questions to
+     * the policy: whether they come before or after a wait is nobody's concern.
+     */
+    std::vector<std::string> outcome() {
+        std::vector<std::string> lines = log->take();
+        std::erase_if(lines,
+                      [](auto& line) { return line == "topActivity" || line == "immersiveApp"; });
+        for (const std::string& line : helper->calls.take())
+            lines.push_back("helper " + line);
+        return lines;
+    }
+    /** Whom a notice reaches now, as "NAME" and "NAME top", apart from the other act's. */
+    std::vector<std::string> told() {
+        outcome();
+        tracker->activityStateCallback();
+        std::vector<std::string> names;
+        for (const std::string& line : outcome()) {
+            const std::string name = line.substr(0, line.find(' '));
+            if (name == "helper" || name == "other") continue;
+            names.push_back(name + (line.find(" top ") == std::string::npos ? "" : " top"));
+        }
+        return names;
+    }
+
+    const int uid = user(kReadFocus, kGrantAccess, kDumpPermission);
+    const FocusListener first = listener("first");
+    const FocusListener second = listener("second");
+    const TopListener firstTop = topListener("first");
+    const TopListener secondTop = topListener("second");
+    android::base::unique_fd writer;
+
+private:
+    Act call(int callingUid, int pid,
+             std::function<android::binder::Status(VrFocusService&, bool*)> method) {
+        return [target = service, callingUid, pid, method = std::move(method)] {
+            const CallAs caller(callingUid, pid);
+            bool result = false;
+            const int exception = method(*target, &result).exceptionCode();
+            return std::to_string(exception) + (result ? " true" : " false");
+        };
+    }
+    void dumpTo(VrFocusService& target, int fd, const std::string& argument) {
+        const CallAs caller(uid, kFirst);
+        android::Vector<android::String16> args;
+        args.push_back(android::String16(argument.c_str()));
+        EXPECT_EQ(target.dump(fd, args), android::OK);
+    }
+
+    android::base::unique_fd mReader;
+    std::size_t mFilled = 0;
+};
+
+}  // namespace NQS::OS
