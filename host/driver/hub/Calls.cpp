@@ -32,12 +32,28 @@ NodePtr Calls::targetOf(Thread* thread, uint32_t handle) {
     return node;
 }
 
+Thread* Calls::waitingThread(const Thread& caller, const Process* receiver) {
+    if (caller.stack.empty()) return nullptr;
+    for (const Transaction* up = caller.stack.back().get(); up; up = up->fromParent.get()) {
+        if (up->from && up->from->process == receiver) return up->from;
+    }
+    return nullptr;
+}
+
+bool Calls::mayCall(const Thread& caller, const Process* receiver) const {
+    if (caller.stack.empty()) return true;
+    const Transaction& inHand = *caller.stack.back();
+    if (inHand.to != &caller) return false;  // it still waits for the answer to another call
+    const Thread* waiting = waitingThread(caller, receiver);
+    return inHand.depth < mLimits.nesting && (!waiting || waiting->stack.size() < mLimits.nesting);
+}
+
 void Calls::transact(Thread* thread, uid_t uid, Message* message) {
     const bool oneway = (message->data.flags & TF_ONE_WAY) != 0;
     const NodePtr node = targetOf(thread, message->data.target.handle);
     if (!node) return;
-    if (!oneway && !thread->stack.empty() && thread->stack.back()->to != thread) {
-        refuse(thread, BR_FAILED_REPLY);  // it still waits for the answer to another call
+    if (!oneway && !mayCall(*thread, node->owner)) {
+        refuse(thread, BR_FAILED_REPLY);
         return;
     }
     Buffer* buffer = mBuffers->make(
@@ -77,11 +93,10 @@ void Calls::sendOneway(Thread* thread, const NodePtr& node, TransactionPtr call)
 
 void Calls::sendTwoWay(Thread* thread, Process* receiver, TransactionPtr call) {
     call->from = thread;
-    if (!thread->stack.empty()) call->fromParent = thread->stack.back();
-    Thread* waiting = nullptr;
-    for (const Transaction* up = call->fromParent.get(); up && !waiting;
-         up = up->fromParent.get()) {
-        if (up->from && up->from->process == receiver) waiting = up->from;
+    Thread* waiting = waitingThread(*thread, receiver);
+    if (!thread->stack.empty()) {
+        call->fromParent = thread->stack.back();
+        call->depth = call->fromParent->depth + 1;
     }
     thread->stack.push_back(call);
     mScheduler->queue(thread, Notice{BR_TRANSACTION_COMPLETE, /*deferred=*/true});

@@ -16,8 +16,8 @@ namespace binderhost::hub {
 
 class Calls {
 public:
-    Calls(Scheduler* scheduler, References* references, Buffers* buffers)
-          : mScheduler(scheduler), mReferences(references), mBuffers(buffers) {}
+    Calls(Scheduler* scheduler, References* references, Buffers* buffers, const Limits& limits)
+          : mScheduler(scheduler), mReferences(references), mBuffers(buffers), mLimits(limits) {}
 
     void transact(Thread* thread, uid_t uid, Message* message);
     void reply(Thread* thread, uid_t uid, Message* message, bool completesLocally);
@@ -38,6 +38,10 @@ private:
     void refuse(Thread* thread, uint32_t command);
     /** Null, and the sender told why not. */
     [[nodiscard]] NodePtr targetOf(Thread* thread, uint32_t handle);
+    /** The thread of the receiver that waits in the caller's chain, or null. */
+    [[nodiscard]] static Thread* waitingThread(const Thread& caller, const Process* receiver);
+    /** Nobody's stack and no chain may grow for ever. */
+    [[nodiscard]] bool mayCall(const Thread& caller, const Process* receiver) const;
     void sendOneway(Thread* thread, const NodePtr& node, TransactionPtr call);
     void sendTwoWay(Thread* thread, Process* receiver, TransactionPtr call);
     /** To the caller, which is alive; at once, or when it is back from a nested call. */
@@ -47,6 +51,7 @@ private:
     Scheduler* mScheduler;
     References* mReferences;
     Buffers* mBuffers;
+    const Limits& mLimits;
 };
 
 }  // namespace binderhost::hub

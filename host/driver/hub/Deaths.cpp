@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "hub/Deaths.h"
 
-#include <algorithm>
-
 #include "embedded/ByteReader.h"
 #include "hub/Death.h"
 
@@ -52,10 +50,9 @@ void Deaths::confirmCleared(Thread* thread, const DeathPtr& death) {
 
 void Deaths::seen(Thread* thread, uint64_t cookie) {
     auto& delivered = thread->process->deliveredDeaths;
-    auto at = std::find_if(delivered.begin(), delivered.end(),
-                           [cookie](const DeathPtr& death) { return death->cookie == cookie; });
-    if (at == delivered.end()) return;
-    const DeathPtr death = *at;
+    auto at = delivered.lower_bound({cookie, nullptr});
+    if (at == delivered.end() || at->first != cookie) return;
+    const DeathPtr death = at->second;
     delivered.erase(at);
     death->state = Death::State::Told;
     if (death->clearWanted) confirmCleared(thread, death);
@@ -77,7 +74,7 @@ bool Deaths::tell(const DeathPtr& death, Record* record) {
     appendBytes(&record->head, death->cookie);
     if (dead) {
         death->state = Death::State::DeadDelivered;
-        death->process->deliveredDeaths.push_back(death);
+        death->process->deliveredDeaths.emplace(death->cookie, death);
     } else {
         death->process->deathLinks--;
     }

@@ -10,6 +10,9 @@ namespace {
 /** A record starts with its header and BR_NOOP or BR_SPAWN_LOOPER, filled in last. */
 constexpr size_t kStreamStart = sizeof(frame::Header) + sizeof(uint32_t);
 
+/** Of the notices in a record: beside the largest transaction they stay below frame::kMaxBytes. */
+constexpr size_t kNoticeBytes = 32 * 1024;
+
 void begin(Record* record) {
     record->head.assign(kStreamStart, 0);
     record->payload.clear();
@@ -23,7 +26,7 @@ Hub::Hub(const Limits& limits)
         mReferences(&mScheduler, mLimits),
         mBuffers(&mScheduler, &mReferences, mLimits),
         mDeaths(&mScheduler, &mReferences, mLimits),
-        mCalls(&mScheduler, &mReferences, &mBuffers) {}
+        mCalls(&mScheduler, &mReferences, &mBuffers, mLimits) {}
 
 Hub::~Hub() {
     while (!mProcesses.empty())
@@ -134,7 +137,7 @@ void Hub::flush() {
 bool Hub::fill(Thread* thread, Record* record) {
     begin(record);
     bool ends = false;
-    while (!ends && !thread->todo.empty()) {
+    while (!ends && !thread->todo.empty() && record->head.size() < kNoticeBytes) {
         const Work work = std::move(thread->todo.front());
         thread->todo.pop_front();
         if (const auto* notice = std::get_if<Notice>(&work)) {

@@ -25,6 +25,8 @@ struct Limits {
     size_t descriptors = 512;
     /** Notices that one thread leaves unread; an honest thread reads after each call. */
     size_t threadBacklog = 4096;
+    /** Calls within calls; stacks of honest threads end long before. */
+    size_t nesting = 256;
     /** Connections of one process: fifteen pool threads and plenty of callers. */
     size_t threadsPerProcess = 1024;
     /** Connections altogether, below the usual hard limit of descriptors. */

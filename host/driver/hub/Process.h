@@ -8,6 +8,7 @@
 #include <memory>
 #include <set>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "hub/Buffer.h"
@@ -48,7 +49,8 @@ struct Process {
 
     /** Links and what is left of cleared ones. */
     size_t deathLinks = 0;
-    std::vector<DeathPtr> deliveredDeaths;
+    /** By cookie; told and not yet confirmed. */
+    std::set<std::pair<uint64_t, DeathPtr>> deliveredDeaths;
 };
 
 }  // namespace binderhost::hub

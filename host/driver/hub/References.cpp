@@ -100,7 +100,7 @@ void References::drop(Reference* reference) {
     if (const DeathPtr death = reference->death) {
         death->cancelled = true;
         process->deathLinks--;
-        std::erase(process->deliveredDeaths, death);
+        process->deliveredDeaths.erase({death->cookie, death});
     }
     if (const uint32_t handle = reference->handle) process->freeHandles.insert(handle);
     process->handles.erase(reference->handle);

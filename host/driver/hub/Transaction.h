@@ -31,6 +31,8 @@ struct Transaction {
     Thread* to = nullptr;
     /** The call in which the caller made this one: upwards along the chain. */
     TransactionPtr fromParent;
+    /** How many calls the chain has, this one included. */
+    size_t depth = 1;
     /** The answer came while the caller was in a nested call: given when it is back. */
     std::optional<Work> early;
 };

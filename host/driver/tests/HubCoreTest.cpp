@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <random>
 #include <set>
 #include <utility>
@@ -63,6 +64,7 @@ public:
 
     void send(const Record& record) override {
         records++;
+        EXPECT_LE(record.head.size() + record.payload.size(), frame::kMaxBytes);
         ByteReader reader({record.head.data(), record.head.size()});
         frame::Header header;
         ASSERT_TRUE(reader.take(&header));
@@ -208,6 +210,46 @@ TEST_F(HubCoreTest, aCallerThatDiesBeforeItsEarlyReplyIsReadTakesTheReplyWithIt)
     EXPECT_EQ(stat("buffers"), 2u);
     mHub.closeThread(mClient.thread);
     EXPECT_EQ(stat("buffers"), 1u) << "the call's, which the server holds";
+}
+
+TEST_F(HubCoreTest, callsThatNestForeverFailAtABoundAndEndInPeace) {
+    const uint32_t toClient = give(&mClient);
+    mClient.write(Packed().call(BC_TRANSACTION, 0, 1));
+    mServer.read();
+    mClient.read();
+    Peer* caller = &mServer;
+    Peer* callee = &mClient;
+    size_t depth = 1;
+    for (; depth < 300'000; depth++) {
+        caller->got.clear();
+        caller->read(Packed().call(BC_TRANSACTION, caller == &mServer ? toClient : 0, 1));
+        if (callee->got.empty()) break;
+        callee->write(Packed().put(BC_FREE_BUFFER, callee->got.back().buffer));
+        std::swap(caller, callee);
+    }
+    EXPECT_EQ(caller->commands(), Seen{BR_FAILED_REPLY});
+    EXPECT_EQ(depth, Limits().nesting);
+    mHub.closeProcess(mServer.process);
+    mHub.closeProcess(mClient.process);
+    EXPECT_EQ(stat("processes"), 0u);
+}
+
+TEST_F(HubCoreTest, noticesThatDoNotFitOneRecordComeInTheNext) {
+    constexpr uint64_t kNodes = 1300;
+    for (uint64_t message = 0; message < 3; message++) {
+        Payload payload;
+        for (uint64_t i = 0; i < kNodes; i++)
+            payload.node(kPtr + 8 * (message * kNodes + i));
+        mClient.write(Packed().oneway(0, 1, payload));
+    }
+    std::map<uint32_t, uint64_t> seen;
+    while (!mClient.thread->waiting) {
+        mClient.read();
+        for (const uint32_t command : mClient.commands())
+            seen[command]++;
+    }
+    EXPECT_EQ(seen[BR_ACQUIRE], 3 * kNodes);
+    EXPECT_EQ(seen[BR_TRANSACTION_COMPLETE], 3u);
 }
 
 TEST_F(HubCoreTest, twoReadsWithoutAnAnswerAreAgainstTheProtocol) {
