@@ -6,13 +6,13 @@
 // that the message's objects and target hold.
 #pragma once
 
-#include <android-base/unique_fd.h>
 #include <linux/android/binder.h>
 
 #include <cstdint>
 #include <vector>
 
 #include "embedded/Frame.h"
+#include "hub/Closing.h"
 #include "hub/Work.h"
 
 namespace binderhost::hub {
@@ -36,7 +36,7 @@ struct Buffer {
     frame::Placement placement = frame::Placement::Inline;
     std::vector<uint8_t> payload;
     /** The memory file first, if there is one. */
-    std::vector<android::base::unique_fd> descriptors;
+    std::vector<PassedDescriptor> descriptors;
 };
 
 }  // namespace binderhost::hub

@@ -3,10 +3,10 @@
 // Link: the way back to a thread's driver. A socket in the hub, a list in its unit tests.
 #pragma once
 
-#include <android-base/unique_fd.h>
-
 #include <cstdint>
 #include <vector>
+
+#include "hub/Closing.h"
 
 namespace binderhost::hub {
 
@@ -14,7 +14,7 @@ namespace binderhost::hub {
 struct Record {
     std::vector<uint8_t> head;
     std::vector<uint8_t> payload;
-    std::vector<android::base::unique_fd> descriptors;
+    std::vector<PassedDescriptor> descriptors;
 };
 
 class Link {

@@ -12,7 +12,9 @@ bool Message::take(ByteReader* reader, FrameDescriptors* descriptors, Message* o
         case frame::Placement::Unsendable:
             return head.descriptors == 0;
         case frame::Placement::Inline:
-            if (!reader->takeBytes(head.data.data_size, &out->bytes) ||
+            // More would not fit the record to the receiver.
+            if (head.data.data_size > frame::kInlineBytes ||
+                !reader->takeBytes(head.data.data_size, &out->bytes) ||
                 !reader->takeBytes(head.data.offsets_size, &out->offsets)) {
                 return false;
             }

@@ -6,19 +6,18 @@
 // it is used, and a wrong word fails that call only.
 #pragma once
 
-#include <android-base/unique_fd.h>
-
 #include <span>
 #include <vector>
 
 #include "embedded/ByteReader.h"
 #include "embedded/Frame.h"
+#include "hub/Closing.h"
 
 namespace binderhost::hub {
 
 /** The descriptors of a frame, handed out in order. */
 struct FrameDescriptors {
-    std::vector<android::base::unique_fd> all;
+    std::vector<PassedDescriptor> all;
     size_t used = 0;
     /** The hub had no room for some: every message with descriptors fails, and no other. */
     bool lost = false;
@@ -30,7 +29,7 @@ struct Message {
     std::span<const uint8_t> bytes;  // Inline: the data
     std::span<const uint8_t> offsets;
     std::span<const uint8_t> objects;  // Memory
-    std::vector<android::base::unique_fd> descriptors;
+    std::vector<PassedDescriptor> descriptors;
     bool descriptorsLost = false;
 
     /** False: the frame is malformed. */

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 namespace binderhost::hub {
 
@@ -86,7 +87,8 @@ Connection* Server::add(Connection::Kind kind, unique_fd descriptor, uint32_t ev
 }
 
 void Server::acceptAll(int listener) {
-    for (;;) {
+    // No more at once than a moment's worth: those who come must not starve those who are there.
+    for (int i = 0; i < 64; i++) {
         unique_fd descriptor(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!descriptor.ok()) {
             if (errno == EINTR || errno == ECONNABORTED) continue;
@@ -115,18 +117,25 @@ void Server::refuseForLackOfDescriptors(int listener) {
     mReserve.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
 }
 
+int Server::receive(const Connection& connection) {
+    const int status = receiveRecord(connection.descriptor(), mRoom, MSG_DONTWAIT, &mReceived);
+    for (unique_fd& each : mReceived.descriptors)
+        mDescriptors.emplace_back(each.release());
+    mReceived.descriptors.clear();
+    return status;
+}
+
 void Server::readFrame(Connection* connection) {
-    int status = receiveRecord(connection->descriptor(), mRoom, MSG_DONTWAIT, &mReceived);
+    int status = receive(*connection);
     // The error stands before the data that the other side has left.
-    if (status == -ECONNRESET) {
-        status = receiveRecord(connection->descriptor(), mRoom, MSG_DONTWAIT, &mReceived);
-    }
+    if (status == -ECONNRESET) status = receive(*connection);
     if (status == -EAGAIN || status == -EINTR) return;
     if (status != 0 || mReceived.size == 0) {
         closeConnection(connection);
         return;
     }
     handleFrame(connection, {mRoom.data(), mReceived.size});
+    mDescriptors.clear();
 }
 
 void Server::handleFrame(Connection* connection, std::span<const uint8_t> bytes) {
@@ -156,7 +165,7 @@ void Server::commands(Connection* connection, const frame::Header& header, uid_t
         mHub.cancelRead(connection->thread());
         return;
     }
-    FrameDescriptors descriptors{std::move(mReceived.descriptors), /*used=*/0,
+    FrameDescriptors descriptors{std::exchange(mDescriptors, {}), /*used=*/0,
                                  mReceived.descriptorsLost};
     const bool counted = descriptors.lost || header.descriptors == descriptors.all.size();
     if (header.kind != frame::Kind::Commands || !counted ||
@@ -280,9 +289,11 @@ void Server::answerStats(Connection* connection) {
 }
 
 void Server::drain(Connection* connection) {
+    // Its other threads may live and write on for ever.
+    shutdown(connection->descriptor(), SHUT_RD);
     bool reset = false;
     while (connection->open()) {
-        const int status = receiveRecord(connection->descriptor(), mRoom, MSG_DONTWAIT, &mReceived);
+        const int status = receive(*connection);
         if (status == -EINTR) continue;
         if (status == -ECONNRESET && !reset) {
             reset = true;  // said once, before the data that are left
@@ -290,6 +301,7 @@ void Server::drain(Connection* connection) {
         }
         if (status != 0 || mReceived.size == 0) return;
         handleFrame(connection, {mRoom.data(), mReceived.size});
+        mDescriptors.clear();
     }
 }
 

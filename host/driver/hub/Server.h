@@ -47,6 +47,7 @@ private:
     void round(size_t count);
     void acceptAll(int listener);
     void refuseForLackOfDescriptors(int listener);
+    [[nodiscard]] int receive(const Connection& connection);
     void readFrame(Connection* connection);
     void handleFrame(Connection* connection, std::span<const uint8_t> bytes);
     void greet(Connection* connection, const frame::Header& header, std::span<const uint8_t> bytes);
@@ -81,6 +82,8 @@ private:
     std::vector<epoll_event> mEvents;
     std::vector<uint8_t> mRoom;
     Received mReceived;
+    /** Of the frame in hand. */
+    std::vector<PassedDescriptor> mDescriptors;
     bool mStopping = false;
 };
 

@@ -3,13 +3,17 @@
 // Bare sockets that do not keep to the protocol: they are cut off and nobody else notices.
 #include <android-base/unique_fd.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <optional>
 #include <random>
+#include <thread>
 
 #include "Child.h"
 #include "HubFixture.h"
@@ -51,6 +55,7 @@ public:
         return sendRecord(mSocket.get(), {&part, 1}, descriptors, credentials ? credentials : &own,
                           /*flags=*/0);
     }
+    void hangUp() { mSocket.reset(); }
     [[nodiscard]] const frame::Token& token() const { return mToken; }
     /** The other side has hung up within a deadline. */
     [[nodiscard]] bool cutOff() const {
@@ -179,6 +184,80 @@ TEST_F(MalformedTest, anOversizedRecordIsCutOff) {
     bytes.resize(frame::kMaxBytes + 8);
     ASSERT_EQ(process.send(bytes), 0);
     EXPECT_TRUE(process.cutOff());
+}
+
+TEST_F(MalformedTest, dataTooLargeToTravelInlineEndTheSenderAndNotTheReceiver) {
+    Bare process(path());
+    process.becomeProcess();
+    const Bare thread(path(), process);
+    frame::Transaction head;
+    auto bytes = bytesOf(frame::Header{});
+    appendBytes(&bytes, uint32_t{BC_TRANSACTION});
+    head.data.data_size = frame::kMaxBytes - bytes.size() - sizeof(head);
+    head.data.flags = TF_ONE_WAY;
+    appendBytes(&bytes, head);
+    bytes.resize(frame::kMaxBytes);
+    ASSERT_EQ(thread.send(bytes), 0);
+    EXPECT_TRUE(thread.cutOff());
+}
+
+TEST_F(MalformedTest, aThreadThatFloodsOnWhileItsProcessLeavesHoldsNobodyUp) {
+    Bare process(path());
+    process.becomeProcess();
+    const Bare thread(path(), process);
+    // Each frame takes the hub longer than the next one needs to come.
+    auto frame = bytesOf(frame::Header{});
+    while (frame.size() < 32 * 1024) {
+        for (const uint32_t command : {BC_INCREFS, BC_DECREFS}) {
+            appendBytes(&frame, command);
+            appendBytes(&frame, uint32_t{0});
+        }
+    }
+    std::atomic<int> sent{0};
+    std::vector<std::thread> flood;
+    for (int i = 0; i < 4; i++) {
+        flood.emplace_back([&] {
+            while (thread.send(frame) == 0)
+                sent++;
+        });
+    }
+    process.hangUp();
+    const int before = sent;
+    for (std::thread& each : flood)
+        each.join();
+    EXPECT_LE(sent - before, 64) << "more than a socket holds";
+}
+
+TEST_F(MalformedTest, aDescriptorWhoseClosingTakesLongHoldsNobodyUp) {
+    // A socket with data that nobody takes: its last closing waits for them.
+    const unique_fd listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(address);
+    auto* place = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(bind(listener.get(), place, size), 0);
+    ASSERT_EQ(listen(listener.get(), 1), 0);
+    ASSERT_EQ(getsockname(listener.get(), place, &size), 0);
+    unique_fd slow(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(connect(slow.get(), place, size), 0);
+    const unique_fd peer(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    const std::string data(1 << 16, 'x');
+    while (send(slow.get(), data.data(), data.size(), MSG_DONTWAIT | MSG_NOSIGNAL) > 0)
+        continue;
+    const linger patience{1, 3600};
+    ASSERT_EQ(setsockopt(slow.get(), SOL_SOCKET, SO_LINGER, &patience, sizeof(patience)), 0);
+
+    std::optional<RawClient> receiver(path());
+    receiver->write(Commands().call(0, 1, Payload().node(8)));
+    const Return call = mServer.expect(BR_TRANSACTION);
+    mServer.write(Commands().oneway(call.object(0).handle, 1, Payload().descriptor(slow.get())));
+    (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+    slow.reset();
+    mServer.write(Commands().freeBuffer(call).reply());
+    (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+    receiver.reset();
+    expectServed();
 }
 
 TEST_F(MalformedTest, descriptorsThatNobodyAnnouncedEndTheProcess) {
