@@ -59,11 +59,7 @@ Status askImmersiveApp(IVrFocusService& service, Json::Value* out) {
     ImmersiveApp app;
     Status status = service.getImmersiveApp(&app);
     if (!status.isOk()) return status;
-    Json::Value& row = (*out)["app"];
-    row["package"] = utf8(app.packageName);
-    row["pid"] = app.pid;
-    row["uid"] = app.uid;
-    row["top"] = app.isTopActivity;
+    (*out)["app"] = toJson(app);
     return status;
 }
 
@@ -86,6 +82,7 @@ Json::Value AppControl::answer(const Json::Value& request) {
 
 Json::Value AppControl::perform(const Json::Value& request) {
     const std::string op = stringMember(request, "op").value_or("");
+    if (op == "heard") return mListeners.log().take();
     Json::Value answer(Json::objectValue);
     std::string error;
     find(/*wait=*/op == "connect");
@@ -135,9 +132,31 @@ Status AppControl::ask(const std::string& op, const Json::Value& request, Json::
         const auto display = intMember(request, "display");
         if (display && op == "grant") return mService->grantTrackingServiceAccess(*display);
         if (display) return mService->revokeTrackingServiceAccess(*display);
+    } else if (op.find("listen") != std::string::npos) {
+        return listen(op, request, out, error);
     }
     *error = "no operation '" + op + "' with these arguments";
     return Status::ok();
+}
+
+Status AppControl::listen(const std::string& op, const Json::Value& request, Json::Value* out,
+                          std::string* error) {
+    bool result = false;
+    Status status;
+    const auto type = intMember(request, "type");
+    if (op == "listenTop") {
+        status = mService->registerVrTopActivityListener(mListeners.topActivity(), &result);
+    } else if (op == "unlistenTop") {
+        status = mService->unregisterVrTopActivityListener(&result);
+    } else if (op == "listenFocus" && type) {
+        status = mService->registerVrFocusListener(mListeners.focus(*type), *type, &result);
+    } else if (op == "unlistenFocus" && type) {
+        status = mService->unregisterVrFocusListener(*type, &result);
+    } else {
+        *error = "no operation '" + op + "' with these arguments";
+    }
+    (*out)["result"] = result;
+    return status;
 }
 
 }  // namespace sim

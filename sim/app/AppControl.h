@@ -11,6 +11,10 @@
 //      getTopActivity        -                          {"package": text}
 //      getForegroundApps     -                          {"names": [..]}
 //      grant, revoke         {"display": D}             -
+//      listenFocus           {"type": T}                {"result": bool}    registers a listener
+//      unlistenFocus         {"type": T}                {"result": bool}
+//      listenTop, unlistenTop  -                        {"result": bool}
+//      heard                 -                          what the listeners heard: see AppListeners
 //
 // Every answer holds "exception", the code of the binder status (0: fine), and for -129 also
 // "transport", the transport's error: -2 while no focus service is published. A line that asks for
@@ -22,6 +26,8 @@
 #include <velmar/internal/IVrFocusService.h>
 
 #include <string>
+
+#include "app/AppListeners.h"
 
 namespace sim {
 
@@ -36,6 +42,10 @@ private:
     [[nodiscard]] android::binder::Status ask(const std::string& op, const Json::Value& request,
                                               Json::Value* out, std::string* error);
 
+    [[nodiscard]] android::binder::Status listen(const std::string& op, const Json::Value& request,
+                                                 Json::Value* out, std::string* error);
+
+    AppListeners mListeners;
     android::sp<velmar::internal::IVrFocusService> mService;  // null: to be looked up
 };
 

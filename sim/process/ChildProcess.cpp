@@ -49,6 +49,7 @@ std::vector<char*> pointersTo(const std::vector<std::string>& strings) {
 struct Prepared {
     unique_fd program;
     unique_fd input;
+    unique_fd log;
     unique_fd output;
     unique_fd errorReader;
     unique_fd errorWriter;
@@ -56,6 +57,7 @@ struct Prepared {
     std::vector<char*> argv;
     std::vector<char*> envp;
     int passedFd = -1;
+    bool isPersons = false;
     std::optional<uid_t> uid;
     pid_t parent = 0;
 };
@@ -75,7 +77,7 @@ bool takeIdentity(uid_t uid) {
 bool placeDescriptors(const Prepared& prepared) {
     return dup2(prepared.input.get(), STDIN_FILENO) >= 0 &&
            dup2(prepared.output.get(), STDOUT_FILENO) >= 0 &&
-           dup2(prepared.output.get(), STDERR_FILENO) >= 0 &&
+           dup2(prepared.log.get(), STDERR_FILENO) >= 0 &&
            (prepared.passedFd < 0 || dup2(prepared.passedFd, ChildProcess::kPassedFd) >= 0);
 }
 
@@ -84,8 +86,10 @@ bool placeDescriptors(const Prepared& prepared) {
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     // Keys pressed for the session's controller are not meant for its children.
-    setpgid(0, 0);
-    if (!placeDescriptors(prepared)) reportAndExit(prepared.errorWriter.get());
+    if (!prepared.isPersons) {
+        setpgid(0, 0);
+        if (!placeDescriptors(prepared)) reportAndExit(prepared.errorWriter.get());
+    }
     // Whoever started the session may have left descriptors open in it: they end here.
     close_range(prepared.passedFd < 0 ? ChildProcess::kPassedFd : ChildProcess::kPassedFd + 1, ~0U,
                 CLOSE_RANGE_CLOEXEC);
@@ -105,17 +109,19 @@ unique_fd aboveReserved(unique_fd fd) {
 }
 
 bool prepare(const Launch& launch, Prepared* out, std::string* error) {
-    const std::string output = launch.logFile.empty() ? "/dev/null" : launch.logFile;
+    const std::string log = launch.logFile.empty() ? "/dev/null" : launch.logFile;
     out->program = aboveReserved(unique_fd(open(launch.program.c_str(), O_PATH | O_CLOEXEC)));
     if (!out->program.ok()) {
         *error = launch.program + ": " + strerror(errno);
         return false;
     }
     out->input = aboveReserved(unique_fd(open("/dev/null", O_RDONLY | O_CLOEXEC)));
-    out->output = aboveReserved(
-            unique_fd(open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)));
-    if (!out->input.ok() || !out->output.ok()) {
-        *error = output + ": " + strerror(errno);
+    out->log = aboveReserved(
+            unique_fd(open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600)));
+    const int written = launch.outputFd < 0 ? out->log.get() : launch.outputFd;
+    out->output = unique_fd(fcntl(written, F_DUPFD_CLOEXEC, ChildProcess::kPassedFd + 1));
+    if (!out->input.ok() || !out->log.ok() || !out->output.ok()) {
+        *error = log + ": " + strerror(errno);
         return false;
     }
     std::array<int, 2> ends{};
@@ -129,6 +135,7 @@ bool prepare(const Launch& launch, Prepared* out, std::string* error) {
     out->argv = pointersTo(launch.arguments);
     out->envp = pointersTo(out->environment);
     out->passedFd = launch.passedFd;
+    out->isPersons = launch.isPersons;
     out->uid = launch.uid;
     out->parent = getpid();
     return true;
@@ -169,6 +176,9 @@ bool ChildProcess::canChangeUids() {
     int status = 1;
     return pid > 0 && TEMP_FAILURE_RETRY(waitpid(pid, &status, 0)) == pid && status == 0;
 }
+
+ChildProcess::ChildProcess(pid_t pid)
+      : mPid(pid), mEndFd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0))) {}
 
 ChildProcess::~ChildProcess() {
     kill();

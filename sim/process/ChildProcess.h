@@ -11,6 +11,7 @@
 // Limits: one descriptor besides the standard three reaches the child, as kPassedFd.
 #pragma once
 
+#include <android-base/unique_fd.h>
 #include <sys/types.h>
 
 #include <map>
@@ -35,6 +36,11 @@ struct Launch {
     int passedFd = -1;
     /** Takes the child's standard output and error (appended); empty: nowhere. */
     std::string logFile;
+    /** Takes the standard output in the log file's place; -1: none. Stays the caller's. */
+    int outputFd = -1;
+    /** For a program that a person uses: it keeps the parent's terminal, standard streams and
+     *  process group, so the keys that they press reach it. No passedFd, logFile or outputFd. */
+    bool isPersons = false;
 };
 
 class ChildProcess {
@@ -55,6 +61,9 @@ public:
     /** Stays what it was after the end; the number may then be another process's. */
     [[nodiscard]] pid_t pid() const { return mPid; }
 
+    /** Readable when the process has ended; -1 when the system has no descriptors left. */
+    [[nodiscard]] int endFd() const { return mEndFd.get(); }
+
     /** Whether it runs now; reaps it when it has ended. */
     [[nodiscard]] bool running();
 
@@ -71,10 +80,11 @@ public:
     void kill();
 
 private:
-    explicit ChildProcess(pid_t pid) : mPid(pid) {}
+    explicit ChildProcess(pid_t pid);
     void ended(int waitStatus);
 
     const pid_t mPid;
+    const android::base::unique_fd mEndFd;
     std::string mEnding;
     std::optional<int> mExitStatus;
 };

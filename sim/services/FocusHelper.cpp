@@ -41,6 +41,9 @@ Json::Value FocusHelper::status() const {
 }
 
 void FocusHelper::record(const char* what, Json::Value value) {
+    Json::Value entry(Json::objectValue);
+    entry[what] = value;
+    mHeard.add(std::move(entry));
     std::lock_guard lock(mMutex);
     mTold[what] = std::move(value);
     ++mCalls;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// The simulated focus helper ("vrfocushelper"): remembers what it was told last.
+// The simulated focus helper ("vrfocushelper"): remembers what it was told, in order and last.
 #pragma once
 
 #include <android-base/thread_annotations.h>
@@ -24,10 +24,14 @@ public:
      */
     [[nodiscard]] Json::Value status() const override;
 
+    /** Entries {"topActivity": "P"}, {"immersiveApp": "P" or null}, {"focusType": T}. */
+    [[nodiscard]] Json::Value takeHeard() override { return mHeard.take(); }
+
 private:
     void record(const char* what, Json::Value value);
 
-    mutable std::mutex mMutex;  // guards what was told
+    HeardLog mHeard;
+    mutable std::mutex mMutex;  // guards what was told last
     Json::Value mTold GUARDED_BY(mMutex) = Json::objectValue;
     Json::UInt mCalls GUARDED_BY(mMutex) = 0;
 };

@@ -40,6 +40,8 @@ Json::Value ServiceControl::perform(const Json::Value& request) {
         answer["found"] = mService.awaitObserver(*pid, std::chrono::milliseconds(*milliseconds));
     } else if (op == "status") {
         answer = mService.status();
+    } else if (op == "heard") {
+        answer = mService.takeHeard();
     } else {
         return errorOf("no operation '" + op + "'");
     }

@@ -8,6 +8,7 @@
 //      tell           {"notice": {...}}                  {"told": observers reached}
 //      awaitObserver  {"pid": P, "milliseconds": M}      {"found": whether P has registered one}
 //      status         -                                  what the service itself reports
+//      heard          -                                  what it was told since the last question
 //
 // A line that asks for something else is answered by {"error": text} and changes nothing.
 #pragma once

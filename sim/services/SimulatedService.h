@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstddef>
 
+#include "process/HeardLog.h"
 #include "world/Notice.h"
 
 namespace sim {
@@ -31,6 +32,9 @@ public:
 
     /** What callers have brought about here, for the controller to look at. */
     [[nodiscard]] virtual Json::Value status() const { return Json::objectValue; }
+
+    /** What callers have told it since the last question, as HeardLog::take() gives it. */
+    [[nodiscard]] virtual Json::Value takeHeard() { return HeardLog().take(); }
 };
 
 }  // namespace sim

@@ -1,47 +1,38 @@
 // SPDX-License-Identifier: Apache-2.0
-// The built-in session.
+// The built-in session: what is done with a step, and with what it expects.
 #include "session/BuiltInSession.h"
 
+#include <utility>
+
+#include "session/DumpFacts.h"
+#include "session/KnownPackages.h"
 #include "session/SessionError.h"
 
 namespace sim {
 namespace {
 
-const char* const kShell = "com.velmar.shellenv";
-const char* const kLockScreen = "com.velmar.os.vrlockscreen";
-const char* const kGame = "com.orbit.racer";
-const char* const kCoach = "com.pulse.coach:tracking";
-const char* const kBrowser = "com.lumen.browser";
-const char* const kCaster = "com.vista.caster";
-constexpr int kCastDisplay = 2;
-constexpr int kRemovalsMask = 2;  // what the daemon asks of the display manager
-constexpr int kSecurity = -1;     // exception of a call without permission
+constexpr int kHeadTracking = 0;
+constexpr int kInputTracking = 1;
+constexpr int kSecurity = -1;         // exception of a call without permission
+constexpr int kIllegalArgument = -3;  // exception of a call that makes no sense
 
-const char* const kReadFocus = "com.velmar.permission.READ_FOCUS_STATE";
-const char* const kGrantTracking = "com.velmar.permission.GRANT_TRACKING_SERVICE_ACCESS_TO_DISPLAY";
-const char* const kBackgroundHead = "com.velmar.permission.ACCESS_BACKGROUND_HEAD_TRACKING";
+Json::Value operation(const char* op) {
+    Json::Value request(Json::objectValue);
+    request["op"] = op;
+    return request;
+}
 
 }  // namespace
 
-BuiltInSession::BuiltInSession(Headset& headset, Timeline& timeline)
-      : mHeadset(headset), mTimeline(timeline) {
-    mHeadset.install(kShell, 10050, {kReadFocus, kGrantTracking});
-    mHeadset.install(kLockScreen, 10051);
-    mHeadset.install(kGame, 10061);
-    mHeadset.install("com.pulse.coach", 10062, {kBackgroundHead});
-    mHeadset.install(kBrowser, 10063);
-    mHeadset.install(kCaster, 10064);
-}
-
 void BuiltInSession::play() {
+    mListening = std::make_unique<Listening>(mHeadset);
+    mTelemetry = std::make_unique<TelemetryFeed>(mHeadset.stack());
     const std::vector<Step> all = steps();
     int number = 0;
     for (const Step& step : all) {
         mTimeline.step(++number, static_cast<int>(all.size()), step.title);
         try {
-            step.act();
-            const Answers got = mHeadset.expect(kShell, step.expected);
-            mTimeline.answers(rows(), got);
+            play(step);
         } catch (const SessionError& error) {
             throw SessionError("step " + std::to_string(number) + " (" + step.title +
                                "): " + error.what());
@@ -49,133 +40,31 @@ void BuiltInSession::play() {
     }
 }
 
-std::vector<BuiltInSession::Step> BuiltInSession::steps() {
-    std::vector<Step> steps;
-    // The shell may track in the background as every process of its package may.
-    steps.push_back({"The shell comes to the front",
-                     [this] {
-                         mHeadset.startApp(kShell);
-                         mHeadset.showActivity(kShell);
-                     },
-                     {{{kShell, kBoth}}, kShell, kShell, ""}});
-    appendGame(&steps);
-    appendBackground(&steps);
-    appendDisplay(&steps);
-    appendFaults(&steps);
-    return steps;
+void BuiltInSession::play(const Step& step) {
+    step.act();
+    const Answers got = mHeadset.expect(kShell, step.expected);
+    mListening->settle();
+    for (const std::string& line : mListening->takeLines())
+        mTimeline.heard(line);
+    checkReported(step);
+    const Situation answered{step.expected.top, step.expected.immersive};
+    mListening->expectLast(toldOf(step.told.value_or(answered)));
+    mTimeline.answers(rows(), got);
 }
 
-void BuiltInSession::appendGame(std::vector<Step>* steps) {
-    // On top, but not rendering: no immersive app, since the shell is not on top any more.
-    steps->push_back({"A game comes up",
-                      [this] {
-                          mHeadset.startApp(kGame);
-                          mHeadset.showActivity(kGame);
-                      },
-                      {{{kShell, kBoth}, {kGame, kBoth}}, "", kGame, ""}});
-    steps->push_back({"The game starts its XR session",
-                      [this] { mHeadset.reportXrSession(kGame, Headset::kVisible); },
-                      {{{kShell, kBoth}, {kGame, kBoth}}, kGame, kGame, ""}});
-    steps->push_back({"The game asks who has focus, without the permission for it",
-                      [this] { askWithoutPermission(); },
-                      {{{kShell, kBoth}, {kGame, kBoth}}, kGame, kGame, ""}});
-    // The overlay is no activity: the game stays in the foreground and keeps its focus.
-    steps->push_back(
-            {"The lock screen takes the window",
-             [this] {
-                 mHeadset.startApp(kLockScreen);
-                 mHeadset.reportXrSession(kLockScreen, Headset::kVisible);
-                 mHeadset.focusWindow(kLockScreen);
-             },
-             {{{kShell, kBoth}, {kGame, kBoth}, {kLockScreen, kBoth}}, kLockScreen, kGame, ""}});
-    steps->push_back(
-            {"The lock screen goes, the game has the window again",
-             [this] {
-                 mHeadset.reportXrSession(kLockScreen, Headset::kStopping);
-                 mHeadset.focusWindow(kGame);
-             },
-             {{{kShell, kBoth}, {kGame, kBoth}, {kLockScreen, kNoFocus}}, kGame, kGame, ""}});
-}
-
-void BuiltInSession::appendBackground(std::vector<Step>* steps) {
-    std::map<std::string, Verdict> focus{
-            {kShell, kBoth}, {kGame, kBoth}, {kLockScreen, kNoFocus}, {kCoach, kHeadOnly}};
-    steps->push_back({"A fitness coach tracks the head in the background, with permission",
-                      [this] {
-                          mHeadset.startApp(kCoach);
-                          mHeadset.startBackgroundService(kCoach);
-                      },
-                      {focus, kGame, kGame, ""}});
-    focus[kBrowser] = kBoth;
-    steps->push_back({"A browser opens as a panel beside the game",
-                      [this] {
-                          mHeadset.startApp(kBrowser);
-                          mHeadset.setPanelService(kBrowser, /*running=*/true);
-                      },
-                      {focus, kGame, kGame, ""}});
-}
-
-void BuiltInSession::appendDisplay(std::vector<Step>* steps) {
-    std::map<std::string, Verdict> focus{{kShell, kBoth},         {kGame, kBoth},
-                                         {kLockScreen, kNoFocus}, {kCoach, kHeadOnly},
-                                         {kBrowser, kBoth},       {kCaster, kHeadOnly}};
-    // A top activity anywhere is enough for the head, on a granted display also for input.
-    steps->push_back({"A second display shows a caster, not granted yet",
-                      [this] {
-                          mHeadset.addDisplay(kCastDisplay);
-                          mHeadset.startApp(kCaster);
-                          mHeadset.showActivity(kCaster, kCastDisplay);
-                      },
-                      {focus, kGame, kGame, ""}});
-    focus[kCaster] = kBoth;
-    steps->push_back({"The shell grants the display tracking access, the caster comes up anew",
-                      [this] {
-                          mHeadset.grantTracking(kShell, kCastDisplay);
-                          mHeadset.finishActivity(kCaster, kCastDisplay);
-                          mHeadset.showActivity(kCaster, kCastDisplay);
-                          mHeadset.awaitTrue("the daemon watches for removed displays", [this] {
-                              return mHeadset.displayMask() == kRemovalsMask;
-                          });
-                      },
-                      {focus, kGame, kGame, ""}});
-    focus[kCaster] = kNoFocus;
-    steps->push_back({"The second display is removed",
-                      [this] {
-                          mHeadset.removeDisplay(kCastDisplay);
-                          mHeadset.awaitTrue("the daemon watches displays no more",
-                                             [this] { return mHeadset.displayMask() == 0; });
-                      },
-                      {focus, kGame, kGame, ""}});
-}
-
-void BuiltInSession::appendFaults(std::vector<Step>* steps) {
-    std::map<std::string, Verdict> focus{{kShell, kBoth},
-                                         {kLockScreen, kNoFocus},
-                                         {kCoach, kHeadOnly},
-                                         {kBrowser, kBoth},
-                                         {kCaster, kNoFocus}};
-    steps->push_back({"The game crashes, the shell is in front again",
-                      [this] { mHeadset.crashApp(kGame); },
-                      {focus, kShell, kShell, ""}});
-    // What the activity manager told is void; the shell is not known to be on top any more.
-    focus[kBrowser] = kNoFocus;
-    steps->push_back({"The activity manager is killed",
-                      [this] { mHeadset.killService("activity"); },
-                      {focus, "", "", ""}});
-    // Nobody is in the foreground until told so, but the top activity can be asked for.
-    steps->push_back({"The activity manager comes back",
-                      [this] { mHeadset.restartService("activity"); },
-                      {focus, kShell, kShell, ""}});
-    focus[kBrowser] = kBoth;
-    steps->push_back({"The activity manager reports its processes again",
-                      [this] { mHeadset.reportActivitiesAgain(); },
-                      {focus, kShell, kShell, ""}});
+void BuiltInSession::checkReported(const Step& step) {
+    const std::vector<Json::Value> events = mTelemetry->await(step.reported.size());
+    mReported += events.size();
+    for (size_t index = 0; index < events.size(); ++index) {
+        mTimeline.heard("telemetry: " + TelemetryFeed::text(events[index]));
+        const std::string difference =
+                TelemetryFeed::difference(toldOf(step.reported[index]), events[index]);
+        if (!difference.empty()) throw SessionError("telemetry differs:" + difference);
+    }
 }
 
 void BuiltInSession::askWithoutPermission() {
-    Json::Value request(Json::objectValue);
-    request["op"] = "getTopActivity";
-    const int got = mHeadset.ask(kGame, request)["exception"].asInt();
+    const int got = mHeadset.ask(kGame, operation("getTopActivity"))["exception"].asInt();
     // Permissions are remembered per uid: under the shell's uid the game passes as the shell does.
     const int expected = mHeadset.uidOf(kGame) == mHeadset.uidOf(kShell) ? 0 : kSecurity;
     mTimeline.event(std::string(kGame) + " asks for the top activity: " +
@@ -185,6 +74,53 @@ void BuiltInSession::askWithoutPermission() {
         throw SessionError("getTopActivity without permission: expected exception " +
                            std::to_string(expected) + ", got " + std::to_string(got));
     }
+}
+
+void BuiltInSession::unregisterTwice() {
+    mListening->stopFocus(kShell, kInputTracking);
+    mTimeline.event(std::string(kShell) + " unregisters its listener for input focus");
+    Json::Value request = operation("unlistenFocus");
+    request["type"] = kInputTracking;
+    const int got = mHeadset.ask(kShell, request)["exception"].asInt();
+    mTimeline.event(std::string(kShell) + " does so again: exception " + std::to_string(got));
+    if (got != kIllegalArgument) {
+        throw SessionError("unregistering twice: expected exception " +
+                           std::to_string(kIllegalArgument) + ", got " + std::to_string(got));
+    }
+}
+
+void BuiltInSession::showDump(const std::vector<std::string>& arguments, const Situation& due) {
+    const bool isJson = arguments.back() == "json";
+    DumpFacts facts;
+    facts.told = toldOf(due);
+    for (const int type : {kHeadTracking, kInputTracking})
+        facts.listeners[type] = mListening->pidsOf(type);
+    Stack::ToolRun run;
+    std::vector<std::string> wrong;
+    // The death of a listener may reach the daemon later than anything that was asked since.
+    const bool holds = mHeadset.stack().retry([&] {
+        run = mHeadset.stack().runTool(arguments);
+        wrong = isJson ? wrongInJson(facts, run.output) : missingInText(facts, run.output);
+        return run.status == 0 && wrong.empty();
+    });
+    std::string command;
+    for (const std::string& argument : arguments)
+        command += (command.empty() ? "" : " ") + argument;
+    mTimeline.event(command);
+    mTimeline.block(run.output);
+    if (holds) return;
+    std::string text = command + " ended with status " + std::to_string(run.status) + "; " +
+                       (isJson ? "wrong in it:" : "missing in it:");
+    for (const std::string& line : wrong)
+        text += "\n    " + line;
+    throw SessionError(text);
+}
+
+Told BuiltInSession::toldOf(const Situation& situation) const {
+    const std::string& name = situation.immersive;
+    if (name.empty()) return {situation.top, "", 0, 0, false};
+    return {situation.top, packageOfProcess(name), mHeadset.lastPidOf(name), mHeadset.uidOf(name),
+            true};
 }
 
 std::vector<Timeline::App> BuiltInSession::rows() const {

@@ -23,6 +23,12 @@ std::string stateName(int state) {
     return state == Headset::kStopping ? "stopping" : std::to_string(state);
 }
 
+/** Whether the daemon notifies its listeners of what it was told. */
+bool isPassedOn(Notice::Kind kind) {
+    return kind == Notice::Kind::ForegroundActivities || kind == Notice::Kind::ForegroundServices ||
+           kind == Notice::Kind::FocusedWindow;
+}
+
 }  // namespace
 
 Headset::Headset(Options options) : mOptions(std::move(options)), mStack(mOptions.stack) {}
@@ -49,8 +55,10 @@ void Headset::startApp(const std::string& name) {
 
 void Headset::crashApp(const std::string& name) {
     const int pid = app(name).pid();
+    ChildProcess& process = app(name).process();
+    const std::string ending = process.running() ? "" : process.ending();
     mApps.erase(name);
-    mOptions.onEvent(name + " is killed");
+    mOptions.onEvent(name + (ending.empty() ? " is killed" : " has ended (" + ending + ")"));
     apply(mWorld.removeProcess(pid));
 }
 
@@ -58,6 +66,13 @@ DrivenProcess& Headset::app(const std::string& name) {
     const auto found = mApps.find(name);
     if (found == mApps.end()) throw SessionError("no app '" + name + "' runs");
     return *found->second;
+}
+
+std::vector<std::string> Headset::runningApps() const {
+    std::vector<std::string> names;
+    for (const auto& [name, app] : mApps)
+        names.push_back(name);
+    return names;
 }
 
 int Headset::uidOf(const std::string& name) const {
@@ -104,6 +119,7 @@ void Headset::reportXrSession(const std::string& name, int state) {
         throw SessionError(name + ": setAppState is refused with " + std::to_string(exception));
     }
     mOptions.onEvent(name + " reports its XR session " + stateName(state));
+    if (state == kVisible || state == kStopping) mOnNotification(/*focusToo=*/false);
 }
 
 int Headset::askDisplay(const std::string& name, const char* op, int display) {
@@ -178,7 +194,9 @@ void Headset::tell(const Notice& notice) {
     Json::Value request = operation("tell");
     request["notice"] = notice.toJson();
     const Json::Value answer = mStack.service(notice.sender()).request(request, mStack.patience());
-    mOptions.onEvent(describe(notice, answer["told"].asInt()));
+    const int told = answer["told"].asInt();
+    mOptions.onEvent(describe(notice, told));
+    if (told > 0 && isPassedOn(notice.kind)) mOnNotification(/*focusToo=*/true);
 }
 
 std::string Headset::describe(const Notice& notice, int told) const {

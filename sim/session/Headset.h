@@ -54,11 +54,13 @@ public:
     void install(const std::string& package, int uid, std::set<std::string> permissions = {});
     /** Starts the process; a first answer of the daemon is waited for. */
     void startApp(const std::string& name);
-    /** kill -9; the platform notices. */
+    /** kill -9, unless it has ended by itself; the platform notices. */
     void crashApp(const std::string& name);
     /** The driven process of a running app. */
     [[nodiscard]] DrivenProcess& app(const std::string& name);
     [[nodiscard]] int uidOf(const std::string& name) const;
+    /** The names of those that have been started and not crashed. */
+    [[nodiscard]] std::vector<std::string> runningApps() const;
     /** In the order of their first start, those that have ended too. */
     [[nodiscard]] const std::vector<std::string>& cast() const { return mCast; }
     [[nodiscard]] int lastPidOf(const std::string& name) const { return mPids.at(name); }
@@ -89,6 +91,12 @@ public:
     void reportActivitiesAgain();
     void reportWindowAgain();
 
+    /**
+     * Told whenever something has been done that makes the daemon notify its listeners and the
+     * helper; focusToo: the focus listeners as well.
+     */
+    void onNotification(std::function<void(bool focusToo)> told) { mOnNotification = told; }
+
     // Questions.
 
     /** Any question of an app to the daemon; see AppControl for operations. */
@@ -116,6 +124,7 @@ private:
     void addVerdicts(const std::string& reader, int type, bool Verdict::*member, Answers* out);
 
     const Options mOptions;
+    std::function<void(bool focusToo)> mOnNotification = [](bool) {};
     World mWorld;
     Stack mStack;
     std::map<std::string, int> mUids;  // by package

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // The simulated headset: what apps ask the daemon, and waiting for the right answers.
-#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -10,13 +9,9 @@
 namespace sim {
 namespace {
 
-using std::chrono::milliseconds;
-
 constexpr int kHeadTracking = 0;
 constexpr int kInputTracking = 1;
 constexpr int kNullPointer = -4;  // exception of getImmersiveApp when there is none
-constexpr milliseconds kFirstPause(1);
-constexpr milliseconds kLongestPause(50);
 
 Json::Value operation(const char* op) {
     Json::Value request(Json::objectValue);
@@ -27,17 +22,6 @@ Json::Value operation(const char* op) {
 /** Notes an answer that must not be; the first one counts. */
 void complain(const char* op, const Json::Value& answer, Answers* out) {
     if (out->problem.empty()) out->problem = std::string(op) + " answered " + toLine(answer);
-}
-
-/** Asks with growing pauses until done says so or the time is over. */
-template <typename Done>
-bool retry(Stack& stack, const Done& done) {
-    const auto deadline = std::chrono::steady_clock::now() + stack.patience();
-    for (milliseconds pause = kFirstPause;; pause = std::min(pause * 2, kLongestPause)) {
-        if (done()) return true;
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        stack.pause(pause);
-    }
 }
 
 }  // namespace
@@ -91,7 +75,7 @@ Answers Headset::expect(const std::string& reader, Answers expected) {
         got = answersFor(reader);
         return got == expected;
     };
-    if (retry(mStack, asExpected)) return got;
+    if (mStack.retry(asExpected)) return got;
     std::string text = "the daemon's answers are not those that are due:";
     for (const std::string& line : differences(expected, got))
         text += "\n    " + line;
@@ -99,7 +83,7 @@ Answers Headset::expect(const std::string& reader, Answers expected) {
 }
 
 void Headset::awaitTrue(const std::string& what, const std::function<bool()>& condition) {
-    if (!retry(mStack, condition)) throw SessionError("never came true: " + what);
+    if (!mStack.retry(condition)) throw SessionError("never came true: " + what);
 }
 
 int Headset::displayMask() {

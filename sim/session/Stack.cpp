@@ -57,7 +57,8 @@ const std::vector<std::string>& Stack::serviceNames() {
 
 Stack::Stack(Options options) : mOptions(std::move(options)), mFolder(makeFolder()) {
     std::string missing;
-    for (const char* program : {kHub, kServiceManager, kServiceProgram, kDaemon, kAppProgram}) {
+    for (const char* program : {kHub, kServiceManager, kServiceProgram, kDaemon, kAppProgram,
+                                "dumpsys", "setprop", "telemetry"}) {
         if (access((mOptions.programs + "/" + program).c_str(), X_OK) == 0) continue;
         missing += (missing.empty() ? "" : ", ") + std::string(program);
     }
@@ -68,6 +69,7 @@ Stack::Stack(Options options) : mOptions(std::move(options)), mFolder(makeFolder
 }
 
 void Stack::boot(const World& world) {
+    prepareFiles();
     startCore(kHub, {"--socket", mFolder->file("binder"), "--ready-fd", passedFdText()});
     startCore(kServiceManager, {"--ready-fd", passedFdText()});
     for (const std::string& name : serviceNames())
@@ -176,8 +178,7 @@ std::string Stack::logTails() const {
 Launch Stack::launchOf(const std::string& program, const std::string& log) const {
     Launch launch;
     launch.program = mOptions.programs + "/" + program;
-    launch.environment = {{"BINDER_DRIVER", mFolder->file("binder")},
-                          {"HOST_PROPERTIES", mFolder->file("properties")}};
+    launch.environment = environment();
     launch.logFile = mFolder->file(log + ".log");
     return launch;
 }

@@ -7,6 +7,8 @@
 //            ── sim_service NAME  x 6  the platform services, each driven over its own channel
 //            ── vrfocus                the daemon, unmodified
 //
+// and, when asked for, the tools that people use in such a stack (StackTools.cpp).
+//
 // Owns the session's folder and everything in it. Programs are taken from one folder. One thread.
 // Whatever fails throws SessionError; whatever waits throws SessionStopped when told to stop.
 #pragma once
@@ -63,6 +65,32 @@ public:
     [[nodiscard]] std::unique_ptr<DrivenProcess> startApp(const std::string& name,
                                                           std::optional<uid_t> uid);
 
+    // Tools: programs of the same folder, run in the stack as a person would run them.
+
+    struct ToolRun {
+        int status = 0;      // as a shell says it
+        std::string output;  // standard output, then what it said on standard error
+    };
+    /** Runs a tool to its end. SessionError when it does not end in time. */
+    [[nodiscard]] ToolRun runTool(const std::vector<std::string>& arguments);
+    /** Starts a tool that writes to a descriptor, which stays the caller's. */
+    [[nodiscard]] std::unique_ptr<ChildProcess> startTool(const std::vector<std::string>& arguments,
+                                                          int outputFd);
+    /** What makes a program speak to this stack: the driver, the properties, the telemetry. */
+    [[nodiscard]] std::map<std::string, std::string> environment() const;
+    [[nodiscard]] const std::string& programs() const { return mOptions.programs; }
+
+    /** A process of the stack, by the name of its program or service. */
+    struct Member {
+        std::string name;
+        ChildProcess* process;  // valid until the process is killed or started anew
+    };
+    /** All that were started and not killed here. */
+    [[nodiscard]] std::vector<Member> members() const;
+
+    /** Tries with growing pauses until done says so; false when it never does in time. */
+    [[nodiscard]] bool retry(const std::function<bool()>& done);
+
     /** Waits; SessionError when a process that should run has ended meanwhile. */
     void pause(std::chrono::milliseconds time);
 
@@ -71,6 +99,7 @@ public:
 
     [[nodiscard]] const SessionFolder& folder() const { return *mFolder; }
     [[nodiscard]] std::chrono::milliseconds patience() const { return mOptions.patience; }
+    [[nodiscard]] StopSignals* stops() const { return mOptions.stops; }
 
     /** The last lines of every log that is not empty, for messages about failures. */
     [[nodiscard]] std::string logTails() const;
@@ -78,6 +107,7 @@ public:
 private:
     [[nodiscard]] Launch launchOf(const std::string& program, const std::string& log) const;
     [[nodiscard]] std::unique_ptr<ChildProcess> start(const Launch& launch) const;
+    void prepareFiles();
     void startCore(const std::string& name, std::vector<std::string> arguments);
     void awaitReadyByte(const std::string& name, int fd, ChildProcess& process) const;
     [[nodiscard]] std::unique_ptr<DrivenProcess> startDriven(Launch launch,

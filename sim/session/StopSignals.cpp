@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// SIGINT, SIGTERM and SIGHUP as something to wait for.
+// SIGINT, SIGQUIT, SIGTERM and SIGHUP as something to wait for.
 #include "session/StopSignals.h"
 
 #include <sys/signalfd.h>
@@ -12,7 +12,7 @@ namespace sim {
 StopSignals::StopSignals() {
     sigset_t stops;
     sigemptyset(&stops);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
+    for (const int number : {SIGINT, SIGQUIT, SIGTERM, SIGHUP})
         sigaddset(&stops, number);
     pthread_sigmask(SIG_BLOCK, &stops, &mBefore);
     mFd.reset(signalfd(-1, &stops, SFD_CLOEXEC | SFD_NONBLOCK));

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// SIGINT, SIGTERM and SIGHUP as something to wait for, so that a session that is told to end takes
-// down what it started. While this object lives they are blocked in the thread that made it and in
-// those started after; one at a time.
+// SIGINT, SIGQUIT, SIGTERM and SIGHUP as something to wait for, so that a session that is told to
+// end takes down what it started. While this object lives they are blocked in the thread that made
+// it and in those started after; one at a time.
 #pragma once
 
 #include <android-base/unique_fd.h>

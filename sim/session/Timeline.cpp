@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sstream>
 
 namespace sim {
 namespace {
@@ -56,6 +57,11 @@ void Timeline::ready(const std::string& name, int pid) {
          std::to_string(pid));
 }
 
+void Timeline::process(const std::string& name, int pid, int uid, const std::string& remark) {
+    line("  " + leftAligned(name, 24) + " pid " + leftAligned(std::to_string(pid), kNumberWidth) +
+         " uid " + leftAligned(std::to_string(uid), kNumberWidth) + " " + remark);
+}
+
 void Timeline::step(int number, int total, const std::string& title) {
     line("\n" + rightAligned(std::to_string(number) + "/" + std::to_string(total), 5) + "  " +
          styled(kBold, title));
@@ -63,6 +69,16 @@ void Timeline::step(int number, int total, const std::string& title) {
 
 void Timeline::event(const std::string& text) {
     line(kIndent + styled(kDim, "- " + text));
+}
+
+void Timeline::heard(const std::string& text) {
+    line(kIndent + styled(kGreen, "> ") + text);
+}
+
+void Timeline::block(const std::string& text) {
+    std::istringstream lines(text);
+    for (std::string each; std::getline(lines, each);)
+        line(kIndent + styled(kDim, "| ") + each);
 }
 
 void Timeline::answers(const std::vector<App>& apps, const Answers& answers) {

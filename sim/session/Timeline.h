@@ -4,10 +4,10 @@
 //
 //       3/15  The racer starts its XR session
 //             - com.orbit.racer reports its XR session visible
-//             app                   pid    uid  head  input
-//             com.velmar.shellenv  4101  10050  yes   yes
-//             com.orbit.racer      4102  10061  yes   yes
-//             immersive com.orbit.racer*   top com.orbit.racer
+//             > com.velmar.shellenv hears: top com.orbit.racer, immersive com.orbit.racer (pid
+//             4102) app                   pid    uid  head  input com.velmar.shellenv  4101  10050
+//             yes   yes com.orbit.racer      4102  10061  yes   yes immersive com.orbit.racer* top
+//             com.orbit.racer
 //
 // What differs from the step before is bold, or marked with a star where there are no colours.
 #pragma once
@@ -37,8 +37,14 @@ public:
 
     void line(const std::string& text);
     void ready(const std::string& name, int pid);
+    /** A row about a process that runs: what it does here. */
+    void process(const std::string& name, int pid, int uid, const std::string& remark);
     void step(int number, int total, const std::string& title);
     void event(const std::string& text);
+    /** What somebody was told by the daemon. */
+    void heard(const std::string& text);
+    /** Lines of a program's output, shown as they are. */
+    void block(const std::string& text);
     /** apps in the order of their rows; those that the answers do not hold have ended. */
     void answers(const std::vector<App>& apps, const Answers& answers);
     /** Goes to standard error. */
