@@ -135,6 +135,8 @@ TEST(ParcelTest, EveryValueComesBack) {
     parcel.writeString8(String8("eight"));
     parcel.writeCString("c");
     parcel.writeUtf8AsUtf16(std::string("t\xc3\xa4xt"));
+    parcel.writeString16(u"a\0b", 3);
+    parcel.writeUtf8AsUtf16(std::string("a\0b", 3));
     parcel.writeString16Vector(std::vector<String16>{String16("x"), String16("")});
     parcel.writeStrongBinderVector(std::vector<sp<IBinder>>{binder, nullptr});
     parcel.setDataPosition(0);
@@ -146,6 +148,9 @@ TEST(ParcelTest, EveryValueComesBack) {
     std::string text;
     EXPECT_EQ(parcel.readUtf8FromUtf16(&text), OK);
     EXPECT_EQ(text, "t\xc3\xa4xt");
+    EXPECT_EQ(parcel.readString16(), String16(u"a\0b", 3));
+    EXPECT_EQ(parcel.readUtf8FromUtf16(&text), OK);
+    EXPECT_EQ(text, std::string("a\0b", 3));
     std::vector<String16> texts;
     EXPECT_EQ(parcel.readString16Vector(&texts), OK);
     EXPECT_EQ(texts, (std::vector<String16>{String16("x"), String16("")}));
@@ -189,6 +194,40 @@ TEST(ParcelTest, InvalidUtf8IsRefused) {
     EXPECT_EQ(parcel.dataSize(), 0u);
 }
 
+TEST(ParcelTest, HalvesOfSurrogatePairsAreLeftOut) {
+    const std::pair<std::u16string, std::string> rows[] = {
+            {u"\xd800", ""},         {u"\xdc00\xd800", ""},
+            {u"a\xdbff", "a"},       {u"\xd800\xd800\xdc00", "\xf0\x90\x80\x80"},
+            {u"\xd800z\xdc00", "z"},
+    };
+    for (const auto& [units, expected] : rows) {
+        Parcel parcel;
+        parcel.writeString16(units.data(), units.size());
+        parcel.setDataPosition(0);
+        std::string text;
+        EXPECT_EQ(parcel.readUtf8FromUtf16(&text), OK);
+        EXPECT_EQ(text, expected);
+    }
+}
+
+TEST(ParcelTest, SizesThatNoCountCanSayAreRefused) {
+    const uint8_t byte = 0;
+    const int32_t number = 0;
+    for (const size_t size :
+         {size_t{INT32_MAX}, size_t{INT32_MAX} + 1, size_t{1} << 33, SIZE_MAX}) {
+        SCOPED_TRACE(size);
+        Parcel parcel;
+        EXPECT_EQ(parcel.writeByteArray(size, &byte), BAD_VALUE);
+        EXPECT_EQ(parcel.writeInt32Array(size, &number), BAD_VALUE);
+        EXPECT_EQ(parcel.writeString16(u"", size), BAD_VALUE);
+        EXPECT_EQ(parcel.setDataSize(size), BAD_VALUE);
+        EXPECT_EQ(parcel.setDataCapacity(size), BAD_VALUE);
+        EXPECT_EQ(parcel.dataSize(), 0u);
+        EXPECT_EQ(parcel.writeInplace(size), nullptr);
+        EXPECT_EQ(parcel.errorCheck(), BAD_VALUE);
+    }
+}
+
 TEST(ParcelTest, CountsBeyondWhatIsLeftAreRefused) {
     for (const int32_t count :
          {2, 1000, std::numeric_limits<int32_t>::max(), -2, std::numeric_limits<int32_t>::min()}) {
@@ -201,17 +240,24 @@ TEST(ParcelTest, CountsBeyondWhatIsLeftAreRefused) {
             EXPECT_NE(read(), OK);
         };
         std::vector<int32_t> ints{5};
+        std::optional<std::vector<int64_t>> longs;
+        std::vector<bool> truths;
         std::vector<String16> texts;
         std::vector<std::string> utf8;
         std::vector<sp<IBinder>> binders;
         String16 text;
         String8 text8;
         refused([&] { return parcel.readInt32Vector(&ints); });
+        refused([&] { return parcel.readInt64Vector(&longs); });
+        refused([&] { return parcel.readBoolVector(&truths); });
         refused([&] { return parcel.readString16Vector(&texts); });
         refused([&] { return parcel.readUtf8VectorFromUtf16Vector(&utf8); });
         refused([&] { return parcel.readStrongBinderVector(&binders); });
         if (count > 4 || count < 0) {
+            std::unique_ptr<std::vector<uint8_t>> bytes;
+            refused([&] { return parcel.readByteVector(&bytes); });
             refused([&] { return parcel.readString16(&text); });
+            refused([&] { return parcel.readUtf8FromUtf16(&utf8.emplace_back()); });
             refused([&] { return parcel.readString8(&text8); });
         }
         EXPECT_EQ(ints, std::vector<int32_t>{5});
