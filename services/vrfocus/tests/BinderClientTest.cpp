@@ -20,6 +20,7 @@
 #include "FakeLog.h"
 #include "FakeServiceManager.h"
 #include "Signal.h"
+#include "WatchedCall.h"
 
 namespace NQS::OS {
 namespace {
@@ -201,6 +202,20 @@ TEST_F(BinderClientTest, CallbacksMayAskForTheService) {
     first->die();
     ASSERT_TRUE(connected.await(2));
     EXPECT_EQ(seen.get(), second.get());
+}
+
+TEST_F(BinderClientTest, HandleIsNotGivenOutBeforeItsDeathLinkIsInPlace) {
+    const sp<FakeFocusHelper> first = addService();
+    makeClient(kForever);
+    const sp<FakeFocusHelper> second = addService();
+    std::unique_ptr<WatchedCall> query;
+    second->onLinked = [&] {
+        query = std::make_unique<WatchedCall>([&] { (void)client->getService(); });
+        EXPECT_TRUE(query->waitsIn(*client));
+    };
+    first->die();
+    ASSERT_TRUE(connected.await(2));
+    EXPECT_NE(query, nullptr);
 }
 
 TEST_F(BinderClientTest, DeadServiceThatIsNotRestartedLeavesNoHandle) {

@@ -70,6 +70,33 @@ TEST_F(ClientManagerConcurrencyTest, RecordsStayAsTheyAreWhileASnapshotIsTaken) 
               std::set<FocusType>{FocusType::HeadTracking});
 }
 
+TEST_F(ClientManagerConcurrencyTest, RecordOnFileStaysAsItIsWhileItsFreshNameIsRead) {
+    processes.set(10, 1000, "app");
+    ASSERT_TRUE(registry->buildClientInfo(10));
+    std::unique_ptr<WatchedCall> change;
+    processes.setNameHook([&](int) {
+        change = std::make_unique<WatchedCall>([&] {
+            registry->addCurrentFocus({.uid = 1000, .pid = 10}, FocusType::HeadTracking);
+        });
+        EXPECT_TRUE(change->waitsIn(*registry));
+    });
+    ASSERT_TRUE(registry->buildClientInfo(10));
+    EXPECT_NE(change, nullptr);
+}
+
+TEST_F(ClientManagerConcurrencyTest, RegistryIsFreeWhileUidAndNameOfANewProcessAreRead) {
+    processes.set(20, 10050, "new");
+    std::vector<std::unique_ptr<WatchedCall>> others;
+    const auto useRegistry = [&](int) {
+        others.push_back(std::make_unique<WatchedCall>([&] { (void)registry->getSnapshot(); }));
+        EXPECT_FALSE(others.back()->waitsIn(*registry));
+    };
+    processes.setUidHook(useRegistry);
+    processes.setNameHook(useRegistry);
+    ASSERT_TRUE(registry->buildClientInfo(20));
+    EXPECT_EQ(others.size(), 2U);
+}
+
 TEST_F(ClientManagerConcurrencyTest, LateRecordLeavesTheOneOnFileWithItsFocus) {
     const FocusClient client{.uid = 10050, .pid = 20};
     processes.set(20, 10050, "app");

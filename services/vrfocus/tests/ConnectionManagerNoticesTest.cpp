@@ -318,6 +318,29 @@ TEST_F(NoticesTest, NoticesBeforeTheCallbacksAreInstalledAreTakenIn) {
     EXPECT_EQ(tracker->getClientWithWindowFocus(), kClient);
 }
 
+TEST_F(NoticesTest, CallbacksSeeWhatTheNoticeChanged) {
+    putOnDisplays(kClient, {0}, true);
+    setPanel(true);
+    tracker->activityStateCallback = [this] {
+        if (++activityCallbacks == 1) {
+            EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{kClient});
+            EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients{kClient});
+            EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{kClient});
+        } else {
+            EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{kClient});
+        }
+    };
+    tracker->windowFocusCallback = [this] {
+        ++windowCallbacks;
+        EXPECT_EQ(tracker->getClientWithWindowFocus(), kClient);
+    };
+    noticeActivities(true);
+    noticeServices();
+    EXPECT_TRUE(window->observer()->onFocusedWindowChanged(nullptr, kUid, kPid).isOk());
+    EXPECT_EQ(activityCallbacks, 2);
+    EXPECT_EQ(windowCallbacks, 1);
+}
+
 TEST_F(NoticesTest, CallbacksMayUseTheWholeTracker) {
     setPanel(true);
     const auto useAll = [this] {

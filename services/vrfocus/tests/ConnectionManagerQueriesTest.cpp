@@ -264,6 +264,16 @@ TEST_F(QueriesTest, OnlyAStoppingClientTriggersTheRepair) {
     EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
 }
 
+TEST_F(QueriesTest, StoppingClientRendersNoMoreWhenTheRepairBegins) {
+    bringUp({1000, 50});
+    Clients rendering = {{1, 1}};
+    activity->world.access([&](FakeActivityManager::World& world) {
+        world.onPrimaryAsked = [&] { rendering = tracker->getClientsCurrentlyRendering(); };
+    });
+    tracker->onXrSessionStateChanged(50, 1000, 2);
+    EXPECT_EQ(rendering, Clients{});
+}
+
 TEST_F(QueriesTest, RepairTakesFailedAnswersForNo) {
     start({1000, 50});
     tracker->onForegroundActivitiesChanged(50, 1000, true);

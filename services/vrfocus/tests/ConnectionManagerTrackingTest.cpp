@@ -8,6 +8,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "TrackerTest.h"
@@ -158,6 +159,21 @@ TEST_F(TrackingTest, SetOfDisplaysStaysAsItIsWhileTheActivityManagerIsAskedAbout
     tracker->onForegroundActivitiesChanged(/*pid=*/1, /*uid=*/1, /*fg=*/true);
     grant.reset();
     EXPECT_EQ(display->masks(), (Masks{2}));
+}
+
+TEST_F(TrackingTest, SetOfDisplaysStaysAsItIsWhileTheWatchStartsOrEnds) {
+    std::unique_ptr<WatchedCall> other;
+    display->world.access([&](FakeDisplayManager::World& world) {
+        world.onRegister = [&] {
+            // Changes the set without another registration.
+            other = std::make_unique<WatchedCall>([&] { tracker->revokeTrackingServiceAccess(9); });
+            EXPECT_TRUE(other->waitsIn(*tracker));
+        };
+    });
+    tracker->grantTrackingServiceAccess(5);
+    EXPECT_NE(std::exchange(other, nullptr), nullptr);
+    tracker->revokeTrackingServiceAccess(5);
+    EXPECT_NE(other, nullptr);
 }
 
 using TrackingDeathTest = TrackingTest;

@@ -6,6 +6,7 @@
 #include <android/hardware/display/BnDisplayManager.h>
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "MortalService.h"
@@ -19,6 +20,8 @@ public:
         std::vector<int64_t> masks;
         android::sp<android::hardware::display::IDisplayManagerCallback> callback;
         android::binder::Status status;
+        /** Run by each registration, with no lock held. */
+        std::function<void()> onRegister;
     };
 
     ValueMutexBase<World> world;
@@ -34,6 +37,8 @@ public:
     android::binder::Status registerCallbackWithEventMask(
             const android::sp<android::hardware::display::IDisplayManagerCallback>& callback,
             int64_t eventMask) override {
+        const auto hook = world.access([](World& w) { return w.onRegister; });
+        if (hook) hook();
         return world.access([&](World& w) {
             w.masks.push_back(eventMask);
             w.callback = callback;

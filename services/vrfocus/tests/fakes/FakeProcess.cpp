@@ -18,6 +18,8 @@ void FakeProcessTable::clear() {
     const std::lock_guard<std::mutex> lock(mMutex);
     mProcesses.clear();
     mLivenessHook = nullptr;
+    mUidHook = nullptr;
+    mNameHook = nullptr;
     mLivenessChecks = 0;
     mShortNames = 0;
 }
@@ -37,6 +39,16 @@ void FakeProcessTable::setLivenessHook(std::function<void(int)> hook) {
     mLivenessHook = std::move(hook);
 }
 
+void FakeProcessTable::setUidHook(std::function<void(int)> hook) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mUidHook = std::move(hook);
+}
+
+void FakeProcessTable::setNameHook(std::function<void(int)> hook) {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    mNameHook = std::move(hook);
+}
+
 int FakeProcessTable::livenessChecks() {
     const std::lock_guard<std::mutex> lock(mMutex);
     return mLivenessChecks;
@@ -47,7 +59,17 @@ int FakeProcessTable::shortNames() {
     return mShortNames;
 }
 
+void FakeProcessTable::run(Hook FakeProcessTable::*hook, int pid) {
+    Hook function;
+    {
+        const std::lock_guard<std::mutex> lock(mMutex);
+        function = this->*hook;
+    }
+    if (function) function(pid);
+}
+
 std::optional<int> FakeProcessTable::uidOf(int pid) {
+    run(&FakeProcessTable::mUidHook, pid);
     const std::lock_guard<std::mutex> lock(mMutex);
     const auto process = mProcesses.find(pid);
     if (process == mProcesses.end()) return std::nullopt;
@@ -55,6 +77,7 @@ std::optional<int> FakeProcessTable::uidOf(int pid) {
 }
 
 std::string FakeProcessTable::nameOf(int pid, bool full) {
+    run(&FakeProcessTable::mNameHook, pid);
     const std::lock_guard<std::mutex> lock(mMutex);
     if (!full) ++mShortNames;
     const auto process = mProcesses.find(pid);
@@ -62,12 +85,7 @@ std::string FakeProcessTable::nameOf(int pid, bool full) {
 }
 
 bool FakeProcessTable::isAlive(int pid) {
-    std::function<void(int)> hook;
-    {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        hook = mLivenessHook;
-    }
-    if (hook) hook(pid);
+    run(&FakeProcessTable::mLivenessHook, pid);
     const std::lock_guard<std::mutex> lock(mMutex);
     ++mLivenessChecks;
     return mProcesses.count(pid) != 0;

@@ -25,8 +25,10 @@ public:
     /** Starts a process, or changes one: a new uid under the same pid is a reused pid. */
     void set(int pid, int uid, const std::string& name) EXCLUDES(mMutex);
     void kill(int pid) EXCLUDES(mMutex);
-    /** Run by each liveness check, with the pid and no lock held, before it answers. */
+    /** Run by each such question, with the pid and no lock held, before it is answered. */
     void setLivenessHook(std::function<void(int)> hook) EXCLUDES(mMutex);
+    void setUidHook(std::function<void(int)> hook) EXCLUDES(mMutex);
+    void setNameHook(std::function<void(int)> hook) EXCLUDES(mMutex);
     /** Liveness checks since the last clear(). */
     int livenessChecks() EXCLUDES(mMutex);
     /** Names that were asked for in their short form: none should be. */
@@ -42,9 +44,15 @@ private:
         std::string name;
     };
 
+    using Hook = std::function<void(int)>;
+    /** Runs the hook without the lock. */
+    void run(Hook FakeProcessTable::*hook, int pid) EXCLUDES(mMutex);
+
     std::mutex mMutex;
     std::map<int, Entry> mProcesses GUARDED_BY(mMutex);
-    std::function<void(int)> mLivenessHook GUARDED_BY(mMutex);
+    Hook mLivenessHook GUARDED_BY(mMutex);
+    Hook mUidHook GUARDED_BY(mMutex);
+    Hook mNameHook GUARDED_BY(mMutex);
     int mLivenessChecks GUARDED_BY(mMutex) = 0;
     int mShortNames GUARDED_BY(mMutex) = 0;
 };

@@ -3,10 +3,12 @@
 // Mortal service: an in-process stub that can be killed.
 //
 // A local object cannot die before its process does, so the runtime takes no death requests for
-// one. This one does, and die() delivers the notices on the calling thread. Any thread.
+// one. This one does, without cookie and flags, and die() delivers the notices on the calling
+// thread. Any thread.
 #pragma once
 
 #include <binder/IBinder.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <functional>
@@ -26,8 +28,10 @@ public:
     /** Run by each link request once it is on record. */
     std::function<void()> onLinked = [] {};
 
-    android::status_t linkToDeath(const android::sp<DeathRecipient>& recipient, void* /*cookie*/,
-                                  uint32_t /*flags*/) override EXCLUDES(mMutex) {
+    android::status_t linkToDeath(const android::sp<DeathRecipient>& recipient, void* cookie,
+                                  uint32_t flags) override EXCLUDES(mMutex) {
+        EXPECT_EQ(cookie, nullptr);
+        EXPECT_EQ(flags, 0U);
         {
             const std::lock_guard<std::mutex> lock(mMutex);
             mRecipients.push_back(recipient);
@@ -36,10 +40,13 @@ public:
         return android::OK;
     }
 
-    android::status_t unlinkToDeath(const android::wp<DeathRecipient>& recipient, void* /*cookie*/,
-                                    uint32_t /*flags*/,
-                                    android::wp<DeathRecipient>* /*outRecipient*/) override
+    android::status_t unlinkToDeath(const android::wp<DeathRecipient>& recipient, void* cookie,
+                                    uint32_t flags,
+                                    android::wp<DeathRecipient>* outRecipient) override
             EXCLUDES(mMutex) {
+        EXPECT_EQ(cookie, nullptr);
+        EXPECT_EQ(flags, 0U);
+        EXPECT_EQ(outRecipient, nullptr);
         const std::lock_guard<std::mutex> lock(mMutex);
         const auto link = std::find_if(mRecipients.begin(), mRecipients.end(),
                                        [&](auto& linked) { return linked == recipient.promote(); });
