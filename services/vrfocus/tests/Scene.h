@@ -88,7 +88,7 @@ public:
     template <typename Listener>
     Act death(const android::sp<Listener>& listener) {
         const android::wp<android::IBinder> who(listener.get());
-        return [this, recipients = listener->takeRecipients(), who] {
+        return [recipients = listener->takeRecipients(), who] {
             for (const auto& recipient : recipients)
                 recipient->binderDied(who);
             return "died";

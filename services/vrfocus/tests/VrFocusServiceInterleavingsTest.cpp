@@ -280,6 +280,8 @@ TEST_P(InterleavingsTest, WhateverNeedsTheListenersWaitsWhileTheyAreLockedAndNot
     for (const Second& second : kSeconds) {
         SCOPED_TRACE(second.name);
         EXPECT_EQ(runOnTwoThreads(GetParam(), second), runOnOneThread(GetParam(), second));
+        // A gate that is waited for in vain takes its whole patience: once is enough.
+        if (HasFailure()) return;
     }
 }
 
