@@ -3,7 +3,7 @@
 // Fake service manager: lookups and registrations in a map.
 #include "FakeServiceManager.h"
 
-#include <gtest/gtest.h>
+#include <log/log.h>
 #include <utils/String8.h>
 
 #include <utility>
@@ -53,8 +53,7 @@ int FakeServiceManager::lookups(const std::string& name) const {
 }
 
 sp<IBinder> FakeServiceManager::getService(const String16& name) const {
-    ADD_FAILURE() << "a lookup that may block: " << android::String8(name).c_str();
-    return nullptr;
+    LOG_ALWAYS_FATAL("a lookup that may block: %s", android::String8(name).c_str());
 }
 
 sp<IBinder> FakeServiceManager::checkService(const String16& name) const {
