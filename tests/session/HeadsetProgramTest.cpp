@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 constexpr uid_t kNobody = 65534;
 const char* const kPrograms[] = {"binderhub", "servicemanager", "sim_service", "vrfocus",
-                                 "sim_app"};
+                                 "sim_app",   "dumpsys",        "setprop",     "telemetry"};
 
 class HeadsetProgramTest : public testing::Test {
 protected:
@@ -68,8 +68,8 @@ protected:
 
 void expectWholeSession(RunningProgram& headset) {
     EXPECT_EQ(headset.finish(), 0) << headset.text();
-    for (int step = 1; step <= 15; ++step) {
-        EXPECT_THAT(headset.text(), HasSubstr(std::to_string(step) + "/15  "));
+    for (int step = 1; step <= 20; ++step) {
+        EXPECT_THAT(headset.text(), HasSubstr(std::to_string(step) + "/20  "));
     }
     EXPECT_THAT(headset.text(), HasSubstr("every answer was the one that was due"));
 }
@@ -90,12 +90,43 @@ TEST_F(HeadsetProgramTest, playsToItsEndAsAnOrdinaryUser) {
     if (!ChildProcess::canChangeUids()) GTEST_SKIP() << "no other user can be had here";
     TemporaryDir programs;
     moveTo(programs, {std::begin(kPrograms), std::end(kPrograms)}, /*copy=*/true);
+    fs::copy(fs::path(PROGRAMS) / "telemetry-events", fs::path(programs.path) / "telemetry-events");
     ASSERT_EQ(chown(mTemp.path, kNobody, kNobody), 0);
     mLaunch.uid = kNobody;
     RunningProgram headset(mLaunch);
     expectWholeSession(headset);
     EXPECT_THAT(headset.text(), HasSubstr("apps under uid 65534"));
     EXPECT_EQ(leftovers(), 0u);
+}
+
+TEST_F(HeadsetProgramTest, theTimelineShowsWhatTheDaemonToldReportedAndDumped) {
+    RunningProgram headset(mLaunch);
+    expectWholeSession(headset);
+    for (const char* line :
+         {"> com.velmar.shellenv hears: head focus x3; input focus x3; top com.orbit.racer, "
+          "immersive none x3\n",
+          "> com.pulse.coach:tracking hears: head focus; top com.orbit.racer, immersive "
+          "com.orbit.racer (pid ",
+          "> vrfocushelper hears: top com.velmar.shellenv, immersive com.velmar.shellenv x2\n",
+          "> telemetry: immersive_app_update: current_top_activity=com.orbit.racer\n",
+          "> telemetry: immersive_app_update: current_top_activity=com.orbit.racer "
+          "package_name=com.orbit.racer pid=",
+          "- dumpsys vrfocus\n       | === VrFocusService ===\n", "- dumpsys vrfocus json\n"}) {
+        EXPECT_THAT(headset.text(), HasSubstr(line));
+    }
+    const size_t unregistered = headset.text().find("unregisters its listener for input focus");
+    EXPECT_THAT(headset.text().substr(unregistered), Not(HasSubstr("hears: head focus; input")));
+}
+
+/** A daemon that says nothing but the truth, and a tool that does not decode it. */
+TEST_F(HeadsetProgramTest, telemetryThatCannotBeDecodedEndsTheSessionWithTheDifference) {
+    TemporaryDir programs;
+    moveTo(programs, {std::begin(kPrograms), std::end(kPrograms)}, /*copy=*/true);
+    RunningProgram headset(mLaunch);
+    EXPECT_EQ(headset.finish(), 1);
+    EXPECT_THAT(headset.text(), HasSubstr("step 4 (The game starts its XR session): telemetry"));
+    EXPECT_THAT(headset.text(), HasSubstr("expected {\"event\":\"VelmarVrfocusServiceEvents\""));
+    EXPECT_THAT(headset.text(), HasSubstr("got      {\"bytes\":\"0a14"));
 }
 
 TEST_F(HeadsetProgramTest, twoSessionsAtOnceDoNotMeet) {
@@ -108,7 +139,7 @@ TEST_F(HeadsetProgramTest, twoSessionsAtOnceDoNotMeet) {
 TEST_F(HeadsetProgramTest, aStopInTheMiddleLeavesNoProcessAndNoFolder) {
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         RunningProgram headset(mLaunch);
-        ASSERT_TRUE(headset.prints(" 3/15")) << headset.text();
+        ASSERT_TRUE(headset.prints(" 4/20")) << headset.text();
         headset.process().signal(number);
         EXPECT_EQ(headset.finish(), 128 + number) << headset.text();
         const std::set<pid_t> pids = pidsIn(headset.text());
@@ -131,7 +162,7 @@ TEST_F(HeadsetProgramTest, aStopWhileItStartsLeavesNothingEither) {
 
 TEST_F(HeadsetProgramTest, killingItKillsAllThatItStarted) {
     RunningProgram headset(mLaunch);
-    ASSERT_TRUE(headset.prints(" 3/15")) << headset.text();
+    ASSERT_TRUE(headset.prints(" 4/20")) << headset.text();
     headset.process().kill();
     for (const pid_t pid : pidsIn(headset.text()))
         EXPECT_TRUE(RunningProgram::awaitEnd(pid)) << pid;
@@ -145,16 +176,28 @@ TEST_F(HeadsetProgramTest, helpIsPrintedAndOtherWordsAreRefusedWithUsageOnStanda
 
     Launch shell = mLaunch;
     shell.program = "/bin/sh";
-    shell.arguments = {"sh", "-c", "exec " + mLaunch.program + " --colour >/dev/null"};
-    RunningProgram odd(shell);
-    EXPECT_EQ(odd.finish(), 2);
-    EXPECT_THAT(odd.text(), HasSubstr("--colour"));
-    EXPECT_THAT(odd.text(), HasSubstr("usage: headset"));
+    const struct {
+        const char* words;
+        const char* mistake;
+    } rows[] = {{"--colour", "what is '--colour'?"},
+                {"shell", "what is 'shell'?"},
+                {"--help --shell", "what is '--shell'?"},
+                {"--shell --loud", "what is '--loud'?"},
+                {"--shell ''", "what is ''?"}};
+    for (const auto& row : rows) {
+        shell.arguments = {"sh", "-c", "exec " + mLaunch.program + " " + row.words + " >/dev/null"};
+        RunningProgram odd(shell);
+        EXPECT_EQ(odd.finish(), 2) << row.words;
+        EXPECT_THAT(odd.text(), HasSubstr(row.mistake)) << row.words;
+        EXPECT_THAT(odd.text(), HasSubstr("usage: headset")) << row.words;
+    }
 }
 
 TEST_F(HeadsetProgramTest, missingProgramsAreNamed) {
     TemporaryDir programs;
-    moveTo(programs, {"servicemanager", "sim_service", "vrfocus"}, /*copy=*/false);
+    moveTo(programs,
+           {"servicemanager", "sim_service", "vrfocus", "dumpsys", "setprop", "telemetry"},
+           /*copy=*/false);
     RunningProgram headset(mLaunch);
     EXPECT_EQ(headset.finish(), 1);
     EXPECT_THAT(headset.text(),
@@ -164,7 +207,7 @@ TEST_F(HeadsetProgramTest, missingProgramsAreNamed) {
 
 TEST_F(HeadsetProgramTest, aProgramThatCannotStartEndsTheSessionWithItsName) {
     TemporaryDir programs;
-    moveTo(programs, {"servicemanager", "sim_service", "vrfocus", "sim_app"}, /*copy=*/false);
+    moveTo(programs, {std::begin(kPrograms) + 1, std::end(kPrograms)}, /*copy=*/false);
     fs::create_symlink("/bin/false", fs::path(programs.path) / "binderhub");
     RunningProgram headset(mLaunch);
     EXPECT_EQ(headset.finish(), 1);
