@@ -105,6 +105,9 @@ struct Transaction {
 /** A descriptor could not be received: the caller of the transaction in hand is to fail. */
 inline constexpr uint32_t kCommandReject = _IO('c', 0x70);
 
+/** With its cookie: a BR_DEAD_BINDER that a thread leaves unread; another is to be told. */
+inline constexpr uint32_t kCommandUntold = _IOW('c', 0x71, uint64_t);
+
 /** The objects of this build are all of one size: flat_binder_object and binder_fd_object. */
 inline constexpr size_t kObjectSize = sizeof(flat_binder_object);
 static_assert(sizeof(binder_fd_object) == kObjectSize);

@@ -120,6 +120,10 @@ void IncomingRecord::abandon(BufferTable* buffers) {
     uint32_t command = 0;
     std::span<const uint8_t> argument;
     while (reader.take(&command) && reader.takeBytes(_IOC_SIZE(command), &argument)) {
+        if (command == BR_DEAD_BINDER) {
+            appendBytes(&owed, frame::kCommandUntold);
+            owed.insert(owed.end(), argument.begin(), argument.end());
+        }
         if (command != BR_TRANSACTION && command != BR_REPLY) continue;
         binder_transaction_data data;
         std::memcpy(&data, argument.data(), sizeof(data));

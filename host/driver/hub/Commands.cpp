@@ -115,10 +115,11 @@ bool Hub::handleCookieCommand(Thread* thread, uint32_t command, ByteReader* read
             mDeaths.clear(thread, what);
             return true;
         }
-        case BC_DEAD_BINDER_DONE: {
+        case BC_DEAD_BINDER_DONE:
+        case frame::kCommandUntold: {
             uint64_t cookie = 0;
             if (!reader->take(&cookie)) return false;
-            mDeaths.seen(thread, cookie);
+            mDeaths.seen(thread, cookie, /*told=*/command == BC_DEAD_BINDER_DONE);
             return true;
         }
         default:

@@ -48,12 +48,17 @@ void Deaths::confirmCleared(Thread* thread, const DeathPtr& death) {
     }
 }
 
-void Deaths::seen(Thread* thread, uint64_t cookie) {
+void Deaths::seen(Thread* thread, uint64_t cookie, bool told) {
     auto& delivered = thread->process->deliveredDeaths;
     auto at = delivered.lower_bound({cookie, nullptr});
     if (at == delivered.end() || at->first != cookie) return;
     const DeathPtr death = at->second;
     delivered.erase(at);
+    if (!told) {
+        death->state = Death::State::DeadQueued;
+        mScheduler->queue(thread->process, death);
+        return;
+    }
     death->state = Death::State::Told;
     if (death->clearWanted) confirmCleared(thread, death);
 }

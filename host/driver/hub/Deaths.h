@@ -18,8 +18,8 @@ public:
     /** False: more links than a process may have. A wrong handle or a second link is ignored. */
     [[nodiscard]] bool request(Process* process, const binder_handle_cookie& what);
     void clear(Thread* thread, const binder_handle_cookie& what);
-    /** BC_DEAD_BINDER_DONE. */
-    void seen(Thread* thread, uint64_t cookie);
+    /** BC_DEAD_BINDER_DONE; or, not told, the notice goes out once more. */
+    void seen(Thread* thread, uint64_t cookie, bool told);
 
     /** The owner has gone: every link to the node gets its notice. */
     void nodeDied(const NodePtr& node);

@@ -311,6 +311,7 @@ TEST_F(HubCoreTest, randomFramesHarmNobodyElse) {
                               BC_CLEAR_DEATH_NOTIFICATION,
                               BC_DEAD_BINDER_DONE,
                               frame::kCommandReject,
+                              frame::kCommandUntold,
                               BC_TRANSACTION_SG};
     mServer.read(Packed().put(BC_ENTER_LOOPER));
     for (int round = 0; round < 3000; round++) {

@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <future>
+#include <optional>
 #include <set>
 #include <thread>
 
@@ -83,11 +84,15 @@ TEST_F(ProcessTest, aProcessThatChangesItsUidIsSeenUnderTheNewOneAtOnce) {
 
 TEST_F(ProcessTest, onlyTheFirstUidMayBeContextManagerAgain) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
+    RawClient client(path());
     {
         RawClient first(path());
         first.publish();
+        client.write(
+                Commands().count(BC_ACQUIRE, 0).death(BC_REQUEST_DEATH_NOTIFICATION, 0, kCookie));
+        awaitStat("death_links", 1);
     }
-    awaitStat("processes", 0);
+    awaitStat("processes", 1);
     Child stranger([&](Child::Door&) {
         require(seteuid(kOtherUid) == 0, "seteuid");
         RawClient me(path());
@@ -95,7 +100,13 @@ TEST_F(ProcessTest, onlyTheFirstUidMayBeContextManagerAgain) {
     });
     EXPECT_EQ(stranger.wait(), 0);
     RawClient again(path());
-    EXPECT_EQ(again.driver().becomeContextManager(), 0);
+    again.publish();
+    client.write(Commands().oneway(0, 1));
+    EXPECT_EQ(again.expect(BR_TRANSACTION).data().code, 1u);
+    // What it held and was linked to was the first one's.
+    (void)client.expect(BR_TRANSACTION_COMPLETE);
+    client.write(Commands().looper());
+    EXPECT_EQ(client.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
 }
 
 TEST_F(ProcessTest, aForkedChildHasNoPartInItsParentsDriver) {
@@ -346,6 +357,34 @@ TEST_F(ProcessTest, aThreadThatLeavesWithACallUnreadGivesItBack) {
     awaitStat("buffers", 1);  // the first reply, which the client still holds
     client.write(Commands().freeBuffer(reply));
     awaitStat("buffers", 0);
+}
+
+TEST_F(ProcessTest, aDeathThatALeavingThreadHasNotReadIsToldToAnother) {
+    RawClient server(path()), client(path());
+    std::optional<RawClient> mortal(path());
+    server.publish();
+    mortal->write(Commands().call(0, 1, Payload().node(kPtr)));
+    (void)keepNode(&server);
+    client.write(Commands().call(0, 1));
+    std::promise<void> replied, died;
+    std::thread pool([&] {
+        RawClient me(&server);
+        me.write(Commands().looper());
+        const Return call = me.expect(BR_TRANSACTION);
+        EXPECT_EQ(me.exchange(Commands().freeBuffer(call).reply(), /*read=*/true), 0);
+        replied.set_value();
+        died.get_future().wait();
+        me.driver().exitThread();
+    });
+    replied.get_future().wait();
+    (void)client.expectReply();
+    mortal.reset();
+    awaitStat("processes", 2);
+    EXPECT_EQ(stats()["queued"], 0u) << "the leaving thread has it";
+    died.set_value();
+    pool.join();
+    ASSERT_EQ(stats()["queued"], 1u);
+    EXPECT_EQ(server.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
 }
 
 TEST_F(ProcessTest, twoHundredQuickComersAndGoersLeaveNothing) {
