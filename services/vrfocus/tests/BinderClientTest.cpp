@@ -250,21 +250,59 @@ TEST_F(BinderClientTest, DestructionInterruptsTheWaitForTheNextLookup) {
     EXPECT_EQ(names->lookups(kName), 1);
 }
 
-TEST_F(BinderClientTest, DestructionWaitsForALookupThatIsUnderWay) {
-    Signal asked;
-    Signal release;
-    std::atomic<bool> isAnswered = false;
-    names->setLookupHook([&](const std::string&) {
-        if (names->lookups(kName) == 1) return;
-        asked.raise();
-        isAnswered = release.await();
-    });
-    makeClient(kShort);
-    ASSERT_TRUE(asked.await());
-    std::thread releaser([&] { release.raise(); });
-    client.reset();
-    EXPECT_TRUE(isAnswered);
-    releaser.join();
+TEST_F(BinderClientTest, DestructionWaitsForALookupOrACallbackThatIsUnderWay) {
+    using Hook = std::function<void()>;
+    std::thread killer;
+    const struct {
+        const char* what;
+        std::function<void(const Hook& stop)> begin;
+    } kRows[] = {
+            {"lookup",
+             [&](const Hook& stop) {
+                 makeClient(kShort);
+                 names->setLookupHook([stop](const std::string&) { stop(); });
+             }},
+            {"on-connected",
+             [&](const Hook& stop) {
+                 const sp<FakeFocusHelper> first = addService();
+                 makeClient(kForever);
+                 onConnected = [stop](const sp<IVrFocusHelper>&) { stop(); };
+                 addService();
+                 first->die();
+             }},
+            {"on-disconnected",
+             [&](const Hook& stop) {
+                 const sp<FakeFocusHelper> service = addService();
+                 makeClient(kForever);
+                 onDisconnected = stop;
+                 names->clear();
+                 killer = std::thread([service] { service->die(); });
+             }},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.what);
+        Signal begun, release;
+        std::atomic<bool> isOver = false, wasOver = false;
+        row.begin([&] {
+            begun.raise();
+            isOver = release.await();
+        });
+        EXPECT_TRUE(begun.await());
+        {
+            WatchedCall destruction([&] {
+                client.reset();
+                wasOver = isOver.load();
+            });
+            EXPECT_TRUE(destruction.waits());
+            release.raise();
+        }
+        EXPECT_TRUE(wasOver);
+        if (killer.joinable()) killer.join();
+        names->clear();
+        names->setLookupHook(nullptr);
+        onConnected = [](const auto&) {};
+        onDisconnected = [] {};
+    }
 }
 
 TEST_F(BinderClientTest, NoticeThatArrivesAfterDestructionDoesNothing) {
