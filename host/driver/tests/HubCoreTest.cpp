@@ -179,6 +179,19 @@ TEST_F(HubCoreTest, theNoticeOfADeathComesBeforeACallMadeAfterIt) {
     EXPECT_EQ(mServer.commands(), Seen{BR_TRANSACTION});
 }
 
+TEST_F(HubCoreTest, aLooperThatWaitsForAnAnswerGetsNoFreshWork) {
+    const uint32_t toClient = give(&mClient);
+    mServer.read(Packed().call(BC_TRANSACTION, toClient, 1));
+    Peer other(&mHub, 3);
+    other.write(Packed().call(BC_TRANSACTION, 0, 2));
+    EXPECT_EQ(mServer.commands(), Seen{});
+    mClient.read(Packed().put(BC_ENTER_LOOPER));
+    mClient.write(Packed().reply());
+    EXPECT_EQ(mServer.commands(), (Seen{BR_TRANSACTION_COMPLETE, BR_REPLY}));
+    mServer.read();
+    EXPECT_EQ(mServer.commands(), Seen{BR_TRANSACTION});
+}
+
 TEST_F(HubCoreTest, aReplyThatComesWhileTheCallerIsInANestedCallWaitsForItsReturn) {
     // client ─▶ server ─▶ third ─▶ client again; third dies, and the server replies at once.
     Peer third(&mHub, 3);

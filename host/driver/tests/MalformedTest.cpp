@@ -307,6 +307,29 @@ TEST_F(MalformedTest, aChildOnItsParentsConnectionEndsIt) {
     EXPECT_TRUE(thread.cutOff());
 }
 
+TEST_F(MalformedTest, aProcessEndsAlsoWhenAChildKeepsItsConnectionsOpen) {
+    int hold[2];
+    ASSERT_EQ(pipe2(hold, O_CLOEXEC), 0);
+    const unique_fd held(hold[0]);
+    unique_fd holding(hold[1]);
+    Child parent([&](Child::Door& door) {
+        Bare process(path());
+        process.becomeProcess();
+        const Bare thread(path(), process);
+        if (fork() == 0) {
+            holding.reset();
+            char byte = 0;
+            _exit(read(held.get(), &byte, 1) == 0 ? 0 : 1);
+        }
+        door.tell('f');
+        door.await('-');
+    });
+    parent.await('f');
+    EXPECT_EQ(stats()["processes"], 3u);
+    parent.killAndWait();
+    awaitStat("processes", 2);
+}
+
 TEST_F(MalformedTest, aThreadCannotJoinAnotherProcessEvenWithItsToken) {
     Bare process(path());
     process.becomeProcess();
