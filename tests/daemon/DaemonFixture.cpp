@@ -21,6 +21,8 @@ void DaemonFixture::SetUp() {
     HeadsetFixture::SetUp();
     if (HasFatalFailure()) return;
     run([this] { startGame(); });
+    // Has what the daemon opens at its first need and keeps opened before anything is counted.
+    (void)makeCaller()->dump({});
 }
 
 std::unique_ptr<sim::DrivenProcess> DaemonFixture::startDriven(const std::string& program,

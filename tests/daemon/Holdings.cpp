@@ -3,7 +3,12 @@
 // Holdings, from the process file system and the hub's own figures.
 #include "Holdings.h"
 
+#include <android-base/unique_fd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 #include <stdexcept>
@@ -41,6 +46,29 @@ size_t threadsOf(pid_t pid) {
 
 size_t socketsOf(pid_t pid) {
     return static_cast<size_t>(descriptorsOf(pid, /*sockets=*/true));
+}
+
+int64_t privateBytesOf(pid_t pid) {
+    std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
+    for (std::string word; rollup >> word;) {
+        int64_t kibibytes = 0;
+        if (word == "Private_Dirty:" && rollup >> kibibytes) return kibibytes * 1024;
+    }
+    throw std::runtime_error("nothing is said of the memory of " + std::to_string(pid));
+}
+
+pid_t hubPidOf(const std::string& hubPath) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    hubPath.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    ucred hub{};
+    socklen_t size = sizeof(hub);
+    const android::base::unique_fd asked(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+    if (connect(asked.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+        getsockopt(asked.get(), SOL_SOCKET, SO_PEERCRED, &hub, &size) != 0) {
+        throw std::runtime_error("no hub listens at " + hubPath);
+    }
+    return hub.pid;
 }
 
 Holdings holdingsOf(pid_t pid, const std::string& hubPath) {

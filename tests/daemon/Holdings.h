@@ -17,6 +17,12 @@ namespace daemontest {
 /** Open sockets of a process. */
 [[nodiscard]] size_t socketsOf(pid_t pid);
 
+/** Bytes of memory that a process has written to and shares with nobody. */
+[[nodiscard]] int64_t privateBytesOf(pid_t pid);
+
+/** The process that listens as the hub. */
+[[nodiscard]] pid_t hubPidOf(const std::string& hubPath);
+
 /**
  * By name: the process's descriptors but for sockets, and what the hub counts of all processes but
  * for threads. The pool may grow at any time up to its bound, each thread with a connection; that

@@ -8,6 +8,7 @@
 //      registerFocus, unregisterFocus    {"type": N}    {"exception": E, "result": B}
 //      registerTop, unregisterTop        -              likewise
 //      heard                             -              {"focus": [n, n], "tops": n, "top": {...}}
+//      status                            -              {"tops": ["activity", ...]}, all, in order
 //
 // Ends when the other side of that descriptor is closed.
 #include <android-base/thread_annotations.h>
@@ -51,7 +52,7 @@ public:
     }
     void top(const String16& activity, const ImmersiveApp& app) {
         const std::lock_guard lock(mMutex);
-        mTops++;
+        mTops.append(utf8(activity));
         mTop["activity"] = utf8(activity);
         mTop["package"] = utf8(app.packageName);
         mTop["pid"] = app.pid;
@@ -63,8 +64,15 @@ public:
         Json::Value value(Json::objectValue);
         for (const int count : mFocus)
             value["focus"].append(count);
-        value["tops"] = mTops;
+        value["tops"] = mTops.size();
         value["top"] = mTop;
+        return value;
+    }
+    /** The activities of all notices, in their order. */
+    Json::Value activities() {
+        const std::lock_guard lock(mMutex);
+        Json::Value value(Json::objectValue);
+        value["tops"] = mTops;
         return value;
     }
 
@@ -72,7 +80,7 @@ private:
     /** Guards all of it. */
     std::mutex mMutex;
     int mFocus[kTypes + 1] GUARDED_BY(mMutex) = {};
-    int mTops GUARDED_BY(mMutex) = 0;
+    Json::Value mTops GUARDED_BY(mMutex) = Json::arrayValue;
     Json::Value mTop GUARDED_BY(mMutex);
 };
 
@@ -110,7 +118,14 @@ public:
 
     Json::Value answer(const Json::Value& request) {
         const std::string op = request["op"].asString();
-        Json::Value answer = op == "heard" ? mHeard.json() : call(op, request["type"].asInt());
+        Json::Value answer;
+        if (op == "heard") {
+            answer = mHeard.json();
+        } else if (op == "status") {
+            answer = mHeard.activities();
+        } else {
+            answer = call(op, request["type"].asInt());
+        }
         answer["id"] = request["id"];
         return answer;
     }

@@ -1,94 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // Listeners in processes of their own: who is told what, and what is left of those that go.
 #include <gmock/gmock.h>
-#include <json/reader.h>
-#include <signal.h>
 
-#include "DaemonFixture.h"
+#include "ListenersFixture.h"
 
 namespace daemontest {
 namespace {
 
-using sim::DrivenProcess;
 using sim::kGame;
 using sim::kShell;
 using testing::ElementsAre;
 
-constexpr int kIllegalArgument = -3;
-
-class ListenersTest : public DaemonFixture {
-protected:
-    /** An app with listeners, under the test's uid; gone with the object. */
-    std::unique_ptr<DrivenProcess> startListener() {
-        return startDriven(LISTENER_PROGRAM, "com.velmar.test");
-    }
-
-    Json::Value ask(DrivenProcess& listener, const char* op, int type = 0) {
-        Json::Value request = operation(op);
-        request["type"] = type;
-        return listener.request(request, patience());
-    }
-    void expectTaken(DrivenProcess& listener, const char* op, int type = 0) {
-        const Json::Value answer = ask(listener, op, type);
-        EXPECT_EQ(answer["exception"], 0) << op << type;
-        EXPECT_EQ(answer["result"], true) << op << type;
-    }
-    void expectIllegal(DrivenProcess& listener, const char* op, int type = 0) {
-        const Json::Value answer = ask(listener, op, type);
-        EXPECT_EQ(answer["exception"], kIllegalArgument) << op << type;
-    }
-    void registerAll(DrivenProcess& listener) {
-        expectTaken(listener, "registerFocus", 0);
-        expectTaken(listener, "registerFocus", 1);
-        expectTaken(listener, "registerTop");
-    }
-
-    /** Notices of each kind: the focus of type 0, of type 1, of a wrong type, the top activity. */
-    struct Counts {
-        int head, input, wrong, top;
-        bool operator==(const Counts&) const = default;
-    };
-    Counts heard(DrivenProcess& listener) {
-        const Json::Value value = ask(listener, "heard");
-        return {value["focus"][0].asInt(), value["focus"][1].asInt(), value["focus"][2].asInt(),
-                value["tops"].asInt()};
-    }
-    void awaitHeard(DrivenProcess& listener, const Counts& due) {
-        mHeadset->awaitTrue("the listener has heard", [&] { return heard(listener) == due; });
-    }
-    /** Waits until the last notice of the top activity was this, with the immersive app of now. */
-    void awaitTop(DrivenProcess& listener, const std::string& activity) {
-        Json::Value top;
-        std::string immersive;
-        const auto told = [&] {
-            top = ask(listener, "heard")["top"];
-            immersive = mHeadset->answersFor(kShell).immersive;
-            return top["activity"] == activity && top["package"] == immersive;
-        };
-        EXPECT_EQ(errorOf([&] { mHeadset->awaitTrue("it is told", told); }), "")
-                << top.toStyledString() << immersive;
-        EXPECT_EQ(top["pid"].asInt(), immersive.empty() ? 0 : mHeadset->app(immersive).pid());
-        EXPECT_EQ(top["uid"].asInt(), immersive.empty() ? 0 : mHeadset->uidOf(immersive));
-        EXPECT_EQ(top["isTop"].asBool(), activity == immersive);
-    }
-
-    /** The pids on record, by focus type, as the dump has them. */
-    std::vector<std::vector<int>> registered() {
-        Json::Value dump;
-        std::string errors;
-        const std::string text = makeCaller()->dump({u"json"});
-        const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-        EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &dump, &errors))
-                << errors << text;
-        std::vector<std::vector<int>> pids(2);
-        for (const Json::Value& entry : dump["types"]) {
-            for (const Json::Value& pid : entry["listeners"])
-                pids.at(entry["type"].asUInt()).push_back(pid.asInt());
-            EXPECT_EQ(entry["size"].asUInt(), entry["listeners"].size());
-        }
-        return pids;
-    }
-};
+using ListenersTest = ListenersFixture;
 
 TEST_F(ListenersTest, eachIsToldOfNoticesOfTheSystem) {
     run([this] {
@@ -174,48 +97,22 @@ TEST_F(ListenersTest, aKilledOneIsForgottenAndLeavesNothing) {
     });
 }
 
-TEST_F(ListenersTest, aStoppedOneHindersNobodyAndIsToldLater) {
+/** The permission controller, asked by the daemon, calls it before it answers. */
+TEST_F(ListenersTest, aListenerIsTheCallersWhoeverCallsWhileThePermissionIsChecked) {
     run([this] {
-        constexpr int kNotices = 300;
-        const auto stopped = startListener();
-        const auto other = startListener();
-        registerAll(*stopped);
-        registerAll(*other);
-        stopped->process().signal(SIGSTOP);
-        for (int i = 0; i < kNotices; ++i)
-            mHeadset->reportXrSession(
-                    kGame, i % 2 == 0 ? sim::Headset::kStopping : sim::Headset::kVisible);
-        awaitHeard(*other, {0, 0, 0, kNotices});
-        EXPECT_TRUE(makeCaller()->isAnswered());
-        EXPECT_EQ(registered()[0].size(), 2u);
-        stopped->process().signal(SIGCONT);
-        awaitHeard(*stopped, {0, 0, 0, kNotices});
-    });
-}
-
-/** Its share of one-way space is full long before that. */
-TEST_F(ListenersTest, aStoppedOneWithoutRoomLeftHindersNobodyEither) {
-    run([this] {
-        const auto stopped = startListener();
-        const auto other = startListener();
-        registerAll(*stopped);
-        registerAll(*other);
-        stopped->process().signal(SIGSTOP);
-        const int pid = getpid();
-        const auto app = makeCaller();
-        constexpr int kNotices = 8000;
-        for (int i = 0; i < kNotices; ++i) {
-            const FocusRequest report = FocusRequest().int32(pid).int32(i % 2 == 0 ? 0 : 2);
-            ASSERT_EQ(app->call(kSetAppState, report), Answer());
-        }
-        awaitHeard(*other, {0, 0, 0, kNotices});
-        stopped->process().signal(SIGCONT);
-        mHeadset->awaitTrue("it hears what there was room for",
-                            [&] { return heard(*stopped).top > 0; });
-        EXPECT_LT(heard(*stopped).top, kNotices);
-        // There is room again.
-        mHeadset->showActivity(kShell);
-        awaitTop(*stopped, kShell);
+        const auto controller = replaceService("permission");
+        // One that has not asked about anybody yet.
+        mHeadset->killDaemon();
+        mHeadset->restartDaemon();
+        const auto listener = startListener();
+        registerAll(*listener);
+        const Json::Value seen = controller->request(operation("status"), patience());
+        ASSERT_GE(seen["pids"].size(), 1u);
+        EXPECT_EQ(seen["pids"][0], listener->pid());
+        for (const Json::Value& exception : seen["exceptions"])
+            EXPECT_EQ(exception, 0) << "called as itself";
+        EXPECT_EQ(registered(), std::vector<std::vector<int>>(2, {listener->pid()}));
+        expectTaken(*listener, "unregisterTop");
     });
 }
 
