@@ -10,6 +10,7 @@
 #include <memory>
 #include <regex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -141,6 +142,34 @@ TEST_F(PolicyDumpTest, DumpingChoosesNothing) {
     EXPECT_EQ(mWorld.policy->dumpJson()["immersiveApp"].asString(), "");
 }
 
+TEST_F(PolicyDumpTest, TheHistoryTellsWhenEachChoiceWasMade) {
+    const FocusClient game = mWorld.run(10001, 101, "com.game");
+    mWorld.tracker->foreground = mWorld.tracker->rendering = {game};
+    const std::string before = localTimeText(std::chrono::system_clock::now());
+    mWorld.policy->getImmersiveApp();
+    const std::string after = localTimeText(std::chrono::system_clock::now());
+    const std::string text = dumpText([this](int fd) { mWorld.policy->dump(fd, {}); });
+    const std::string heading = "History =\n  ";
+    const std::size_t line = text.find(heading);
+    ASSERT_NE(line, std::string::npos);
+    const std::string time = text.substr(line + heading.size(), before.size());
+    EXPECT_LE(before, time);
+    EXPECT_LE(time, after);
+}
+
+TEST_F(PolicyDumpTest, TheTextShowsPermissiveModeAsItCounts) {
+    const struct {
+        bool debuggable, permissive;
+        const char* text;
+    } kRows[] = {{false, true, "false"}, {true, false, "false"}, {true, true, "true"}};
+    for (const auto& row : kRows) {
+        FakeProperties::instance().set("ro.debuggable", row.debuggable);
+        FakeProperties::instance().set("debug.nqs.vrfocus.permissive", row.permissive);
+        const std::string last = std::string("  Permissive: ") + row.text + "\n";
+        EXPECT_TRUE(dump().ends_with(last)) << row.debuggable << row.permissive;
+    }
+}
+
 TEST_F(PolicyDumpTest, TheObjectOfAnEmptyWorldHasEmptyArrays) {
     EXPECT_EQ(mWorld.policy->dumpJson().toStyledString(),
               R"({
@@ -214,19 +243,44 @@ TEST_F(PolicyDumpTest, TheTextIsWrittenUnderTheLockFromTheImmersiveAppOn) {
     EXPECT_TRUE(choice->ends());
 }
 
+TEST_F(PolicyDumpTest, TheTextsLockComesAfterTheTopActivityAndIsHeldForTheLastClient) {
+    const FocusClient game = mWorld.runKnown(10001, 101, "com.game");
+    mWorld.tracker->foreground = {game};
+    std::unique_ptr<WatchedCall> waiting;
+    // The table runs copies of its hook, which share this.
+    bool isAsked = false;
+    const auto askForTheLastClient = [&](int) {
+        if (std::exchange(isAsked, true)) return;
+        waiting = std::make_unique<WatchedCall>([this] { mWorld.policy->getImmersiveApp(); });
+        EXPECT_TRUE(waiting->waitsIn(*mWorld.policy));
+    };
+    mWorld.clients->onBuild = [&, first = true](int pid) mutable {
+        if (pid != game.pid || !std::exchange(first, false)) return;
+        WatchedCall free([this] { mWorld.policy->getImmersiveApp(); });
+        EXPECT_TRUE(free.ends());
+        // From here on the dump alone looks who lives: for the section of all clients.
+        FakeProcessTable::instance().setLivenessHook(askForTheLastClient);
+    };
+    dump();
+    ASSERT_NE(waiting, nullptr);
+    EXPECT_TRUE(waiting->ends());
+}
+
 TEST_F(PolicyDumpTest, TheObjectIsMadeWithoutTheLockButForTheStoredApp) {
+    mWorld.tracker->foreground = {mWorld.run(10001, 101, "com.game")};
     int done = 0;
-    // At the dump's first question and at one behind the stored app, not at the choice's own.
-    const auto choose = [&, free = true]() mutable {
-        if (!std::exchange(free, false)) return;
+    // At each question of the dump, not at the choice's own.
+    const auto choose = [&, dumper = std::this_thread::get_id()] {
+        if (std::this_thread::get_id() != dumper) return;
         WatchedCall choice([this] { mWorld.policy->getImmersiveApp(); });
         if (choice.ends()) ++done;
     };
     mWorld.tracker->onWindowFocusAsked = choose;
-    mWorld.policy->dumpJson();
     mWorld.tracker->onRenderingAsked = choose;
+    mWorld.clients->onBuild = [&](int) { choose(); };
     mWorld.policy->dumpJson();
-    EXPECT_EQ(done, 2);
+    // Window focus and its record, the top activity's record, the foreground's, rendering.
+    EXPECT_EQ(done, 5);
 }
 
 TEST_F(PolicyDumpTest, BothAskTheOverridableTopActivityAndTheObjectHoldsItWhole) {

@@ -41,7 +41,7 @@ protected:
     android::status_t dumpTo(int fd, const std::vector<std::string>& words) {
         android::Vector<android::String16> args;
         for (const std::string& word : words)
-            args.push_back(android::String16(word.c_str()));
+            args.push_back(android::String16(word.data(), word.size()));
         const CallAs caller(mUid, kPid);
         return mWorld.service->dump(fd, args);
     }
@@ -87,6 +87,11 @@ TEST_F(ServiceDumpTest, ArgumentsChooseTheFormOrAreRefusedOnTheDescriptor) {
             {{"json"}, kEmptyJson},
             {{"-A"}, unexpected + "-A\n" + kHelp},
             {{"JSON"}, unexpected + "JSON\n" + kHelp},
+            {{"json "}, unexpected + "json \n" + kHelp},
+            {{"-a "}, unexpected + "-a \n" + kHelp},
+            // A NUL counts in the comparison and ends what is shown.
+            {{std::string("json\0", 5)}, unexpected + "json\n" + kHelp},
+            {{std::string("-a\0x", 4)}, unexpected + "-a\n" + kHelp},
             {{""}, unexpected + "\n" + kHelp},
             {{"%s%n"}, unexpected + "%s%n\n" + kHelp},
             {{"json", "-a"}, number + kHelp},
@@ -143,6 +148,22 @@ TEST_F(ServiceDumpTest, TypesAndPidsAreListedAscendingAndAnUnusedTypeStays) {
 }
 
 )");
+}
+
+TEST_F(ServiceDumpTest, ARefusedRegistrationLeavesNoTypeBehind) {
+    const struct {
+        int uid, type;
+    } kRows[] = {{mUid, 2}, {mUid, -1}, {mWorld.user(kDumpPermission), 0}};
+    for (const auto& row : kRows) {
+        const CallAs caller(row.uid, kPid);
+        bool result = true;
+        mWorld.service->registerVrFocusListener(new FakeFocusListener("f", mWorld.log), row.type,
+                                                &result);
+        EXPECT_FALSE(result);
+        mWorld.service->unregisterVrFocusListener(row.type, &result);
+        EXPECT_FALSE(result);
+    }
+    EXPECT_EQ(dump({}), std::string(kEmptyText) + "(policy, 0 arguments)\n");
 }
 
 TEST_F(ServiceDumpTest, TopActivityListenersAreNotListed) {

@@ -203,6 +203,7 @@ TEST_F(ListenersTest, ADeathRemovesTheFirstFocusListenerAndTheFirstTopListenerOf
     addTop(kThree, top);
     const auto notices = twice->takeRecipients();
     ASSERT_EQ(notices.size(), 3u);
+    EXPECT_EQ(top->takeRecipients(), (decltype(notices){notices[0], notices[0]}));
     const wp<android::IBinder> who(twice.get());
     notices[0]->binderDied(who);
     EXPECT_EQ(told(), (Calls{"other focus 0", "twice focus 0", "twice focus 1",
@@ -264,6 +265,24 @@ TEST_F(ListenersTest, RegistrationUnregistrationAndDeathOfOneBinderInEveryOrder)
         removeFocus(kOne, 0);
         removeFocus(kOne, 1);
     }
+}
+
+TEST_F(ListenersTest, ADeathRemovesTheFocusListenerAndTheTopListenerThatAreOneBinder) {
+    const auto listener = focusListener("both");
+    addFocus(kOne, 0, listener);
+    {
+        // Nothing on the wire keeps a process from it.
+        const CallAs caller(mUid, kOne);
+        bool result = false;
+        mWorld.service->registerVrTopActivityListener(
+                android::interface_cast<velmar::internal::IVrTopActivityListener>(
+                        sp<android::IBinder>(listener)),
+                &result);
+        EXPECT_TRUE(result);
+    }
+    listener->takeRecipients().at(0)->binderDied(wp<android::IBinder>(listener.get()));
+    EXPECT_EQ(removeFocus(kOne, 0), Status::EX_ILLEGAL_ARGUMENT);
+    EXPECT_EQ(removeTop(kOne), Status::EX_ILLEGAL_ARGUMENT);
 }
 
 TEST_F(ListenersTest, AFailingListenerDoesNotKeepTheOthersFromBeingTold) {
@@ -336,6 +355,16 @@ TEST_F(ListenersTest, TheHelperGetsASecondTopActivityListenersTheFirst) {
     };
     EXPECT_EQ(told(), (Calls{"t top com.first immersive  0 0 0"}));
     EXPECT_EQ(mWorld.helper->calls.take(), (Calls{"top com.second", "immersive (none)"}));
+}
+
+TEST_F(ListenersTest, ANewServiceTakesTheTrackersCallbacksOver) {
+    addFocus(kOne, 0, focusListener("old"));
+    const sp<VrFocusService> old = mWorld.service;
+    mWorld.service = new VrFocusService(mWorld.tracker, mWorld.policy);
+    addFocus(kOne, 0, focusListener("new"));
+    EXPECT_EQ(told(), (Calls{"new focus 0"}));
+    mWorld.tracker->activityStateCallback();
+    EXPECT_EQ(mWorld.log->take().at(0), "new focus 0");
 }
 
 TEST_F(ListenersTest, ALateNoticeFindsNobodyOnceTheServiceIsGone) {
