@@ -293,20 +293,21 @@ class StoppedNotice {
 public:
     StoppedNotice(Scene& scene, Hook& hook) : mNotice(start(scene, hook)) {}
     ~StoppedNotice() {
-        gate.open();
-        landing.open();
+        gate->open();
+        landing->open();
     }
 
-    Gate gate;
-    Gate landing;
+    // Shared with the hooks, which stay behind.
+    const std::shared_ptr<Gate> gate = std::make_shared<Gate>();
+    const std::shared_ptr<Gate> landing = std::make_shared<Gate>();
 
 private:
     std::function<void()> start(Scene& scene, Hook& hook) {
-        hook = [this] { gate.pass(); };
-        scene.policy->onTopActivityAsked = [this] { landing.pass(); };
+        hook = [gate = gate] { gate->pass(); };
+        scene.policy->onTopActivityAsked = [landing = landing] { landing->pass(); };
         return [this, notice = scene.notice()] {
-            gate.stopThisThread();
-            landing.stopThisThread();
+            gate->stopThisThread();
+            landing->stopThisThread();
             notice();
         };
     }
@@ -325,15 +326,15 @@ TEST(InterleavingsOfThreeTest, ListenerThatLeavesWhileItIsToldIsKeptUntilThePass
         listener.clear();
         {
             StoppedNotice notice(scene, hook);
-            EXPECT_TRUE(notice.gate.awaitArrival());
+            EXPECT_TRUE(notice.gate->awaitArrival());
             WatchedCall leaving(leave);
             EXPECT_TRUE(leaving.waitsIn(*scene.service));
             EXPECT_NE(kept.promote(), nullptr);
-            notice.gate.open();
-            EXPECT_TRUE(notice.landing.awaitArrival());
+            notice.gate->open();
+            EXPECT_TRUE(notice.landing->awaitArrival());
             EXPECT_TRUE(leaving.ends());
             EXPECT_EQ(kept.promote(), nullptr);
-            notice.landing.open();
+            notice.landing->open();
         }
         EXPECT_EQ(scene.told(), kEverybody);
     }
@@ -345,16 +346,16 @@ TEST(InterleavingsOfThreeTest, DeathThatWaitsForAPassMayEndAfterTheOwnersLastRef
     const Act death = scene.death(scene.second);
     {
         StoppedNotice notice(scene, scene.first->onCalled);
-        EXPECT_TRUE(notice.gate.awaitArrival());
+        EXPECT_TRUE(notice.gate->awaitArrival());
         WatchedCall dying(death);
         EXPECT_TRUE(dying.waitsIn(*scene.service));
         scene.service.clear();
         EXPECT_NE(service.promote(), nullptr);
-        notice.gate.open();
-        EXPECT_TRUE(notice.landing.awaitArrival());
+        notice.gate->open();
+        EXPECT_TRUE(notice.landing->awaitArrival());
         EXPECT_TRUE(dying.ends());
         EXPECT_NE(service.promote(), nullptr) << "the notice is still under way";
-        notice.landing.open();
+        notice.landing->open();
     }
     EXPECT_EQ(service.promote(), nullptr);
     EXPECT_EQ(scene.outcome(),
@@ -366,18 +367,18 @@ TEST(InterleavingsOfThreeTest, DeathThatWaitsForAPassMayEndAfterTheOwnersLastRef
 /** Registers the listener, which dies once it is linked and before its registration is over. */
 template <typename Listener>
 void dieWhileRegistering(Scene& scene, const android::sp<Listener>& listener, const Act& add) {
-    Gate gate;
-    listener->onLinked = [&gate] { gate.pass(); };
+    const auto gate = std::make_shared<Gate>();
+    listener->onLinked = [gate] { gate->pass(); };
     std::string result;
     {
         WatchedCall registration([&] {
-            gate.stopThisThread();
+            gate->stopThisThread();
             result = add();
         });
-        EXPECT_TRUE(gate.awaitArrival());
+        EXPECT_TRUE(gate->awaitArrival());
         WatchedCall dying(scene.death(listener));
         EXPECT_TRUE(dying.waitsIn(*scene.service));
-        gate.open();
+        gate->open();
     }
     EXPECT_EQ(result, "0 true");
     EXPECT_EQ(scene.told(), kEverybody);
