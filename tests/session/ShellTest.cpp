@@ -126,11 +126,15 @@ TEST_F(ShellTest, theEndOfADaemonOrAnAppIsSaid) {
     ASSERT_TRUE(android::base::WriteStringToFile(
             "await() { until grep -q \"$1\" " + said +
                     "; do sleep 0.01; done; }\n"
-                    "kill -9 $(pidof com.orbit.racer)\n"
+                    // Of this session, whatever else runs on the machine.
+                    "pidOf() { sed -n \"s/^  $1  *pid \\([0-9]*\\).*/\\1/p\" " +
+                    said +
+                    "; }\n"
+                    "kill -9 $(pidOf com.orbit.racer)\n"
                     "await 'com.velmar.shellenv has the focused window'\n"
                     "until dumpsys vrfocus json | grep -q '\"immersiveApp\" : "
                     "\"com.velmar.shellenv\"'; do :; done\n"
-                    "kill -9 $(pidof vrfocus)\n"
+                    "kill -9 $(pidOf vrfocus)\n"
                     "await 'vrfocus (pid [0-9]*) has ended (signal 9)'\n"
                     "exit 3\n",
             file));
