@@ -2,6 +2,7 @@
 //
 // What a focus decision costs in process, beside the bare system calls it cannot do without: who
 // owns the process, what it is called, whether it lives.
+#include <android/log.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -77,6 +78,8 @@ void bareLook(int pid) {
 
 int main(int argc, char** argv) {
     pinToOneProcessor();
+    // The daemon's own lines would drown the table.
+    __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
     // Children first: the tracker has threads, and a fork of those is no clean process.
     const SleepingProcesses processes;
     // Every process is looked up at a permission controller once, when it is first seen.

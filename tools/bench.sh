@@ -11,6 +11,5 @@ options=(--benchmark_repetitions=9 --benchmark_enable_random_interleaving=true
          --benchmark_min_time=0.05)
 for program in driver_bench focus_bench; do
     printf '\n== %s\n' "$program"
-    # The daemon's own log lines would drown the table.
-    ANDROID_LOG_TAGS='*:S' "$build/bin/$program" "${options[@]}" "$@"
+    "$build/bin/$program" "${options[@]}" "$@"
 done

@@ -115,8 +115,12 @@ BBinder::BBinder() = default;
 
 BBinder::~BBinder() {
     if (mExtras == nullptr) return;
-    std::lock_guard lock(mExtras->lock);
-    for (const auto& [id, attachment] : mExtras->attachments) {
+    std::map<const void*, Extras::Attachment> attachments;
+    {
+        std::lock_guard lock(mExtras->lock);
+        attachments.swap(mExtras->attachments);
+    }
+    for (const auto& [id, attachment] : attachments) {
         if (attachment.cleanup == nullptr) continue;
         attachment.cleanup(id, attachment.object, attachment.cleanupCookie);
     }

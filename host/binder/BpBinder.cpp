@@ -93,6 +93,8 @@ const String16& BpBinder::getInterfaceDescriptor() const {
 
 status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie, uint32_t flags) {
     if (recipient == nullptr) return BAD_VALUE;
+    // What a write releases may run a user's code; below, under the lock, nothing is left of it.
+    IPCThreadState::self()->flushCommands();
     std::lock_guard lock(mLock);
     if (mObituariesSent) return DEAD_OBJECT;
     mObituaries.push_back({recipient, cookie, flags});
@@ -108,6 +110,7 @@ status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie
 
 status_t BpBinder::unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie, uint32_t flags,
                                  wp<DeathRecipient>* outRecipient) {
+    IPCThreadState::self()->flushCommands();
     // Released outside the lock: it may be the last reference.
     wp<DeathRecipient> removed;
     std::lock_guard lock(mLock);

@@ -34,7 +34,9 @@ std::unique_ptr<binderhost::Driver> openOrExit(const std::string& path) {
     std::unique_ptr<binderhost::Driver> driver = binderhost::openDriver(path, &error);
     if (driver == nullptr) {
         std::fprintf(stderr, "%s\n", error.c_str());
-        std::exit(1);
+        std::fflush(nullptr);
+        // Handlers of the exit are not run: they might ask for the process state, which is locked.
+        _exit(1);
     }
     return driver;
 }

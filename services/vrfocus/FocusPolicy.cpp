@@ -64,7 +64,8 @@ String16 FocusPolicy::getTopActivity() {
 }
 
 bool FocusPolicy::isTopActivity(int pid) {
-    // A process name against a package: secondary processes ("package:suffix") never match.
+    // A process name against a package: a secondary process ("package:suffix") matches only where
+    // its uid has several packages, because its own name then stands for its package.
     const std::string name = Process::getProcessName(pid, /*full=*/true);
     return name == toUtf8(getTopActivity());
 }

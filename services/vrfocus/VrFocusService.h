@@ -13,8 +13,9 @@
 //                                                                 ----> focus helper
 //
 // Threads: calls and notices come on any number of binder threads. Listeners and the helper are
-// called with the listener mutex held, which is why their interfaces are one-way. The policy is
-// asked before, without it: of two passes at once, the one with the older answer may end last.
+// called with the listener mutex held, which is why their interfaces are one-way. What listeners
+// are told the policy is asked before, without it: of two passes at once, the one with the older
+// answer may end last. For the helper, and for a dump, it is asked under the mutex.
 //
 // Life: the tracker holds the two change callbacks for good, and a death notice may be under way
 // at any time, so both reach the service through weak references: a notice that comes late finds

@@ -3,7 +3,8 @@
 // Hub: what the kernel's binder module does, without any socket.
 //
 // Frames go in, records come out through each thread's Link. One thread, no clock, no system call
-// but the check of memory files: any interleaving can be played to it.
+// but the check of memory files and the closing of descriptors: any interleaving can be played to
+// it.
 //
 //      handle() ─▶ Calls, References, Deaths ─▶ Scheduler (lists) ─▶ flush() ─▶ Link::send()
 //

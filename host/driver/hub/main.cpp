@@ -142,7 +142,8 @@ int main(int argc, char** argv) {
         std::fputs(kUsage, stdout);
         return 0;
     }
-    const bool given = !options.socket.empty() || std::getenv("BINDER_DRIVER") != nullptr;
+    const char* variable = std::getenv("BINDER_DRIVER");
+    const bool given = !options.socket.empty() || (variable != nullptr && *variable != 0);
     const std::string path = options.socket.empty() ? driverPath() : options.socket;
     return options.stats ? printStats(path) : serve(path, !given, options.readyFd);
 }

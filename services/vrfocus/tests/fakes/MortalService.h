@@ -3,12 +3,12 @@
 // Mortal service: an in-process stub that can be killed.
 //
 // A local object cannot die before its process does, so the runtime takes no death requests for
-// one. This one does, without cookie and flags, and die() delivers the notices on the calling
-// thread. Any thread.
+// one. This one does, ends the test at one with a cookie or flags, and die() delivers the notices
+// on the calling thread. Any thread.
 #pragma once
 
 #include <binder/IBinder.h>
-#include <gtest/gtest.h>
+#include <log/log.h>
 
 #include <algorithm>
 #include <functional>
@@ -30,8 +30,7 @@ public:
 
     android::status_t linkToDeath(const android::sp<DeathRecipient>& recipient, void* cookie,
                                   uint32_t flags) override EXCLUDES(mMutex) {
-        EXPECT_EQ(cookie, nullptr);
-        EXPECT_EQ(flags, 0U);
+        LOG_ALWAYS_FATAL_IF(cookie != nullptr || flags != 0, "linked with cookie or flags");
         {
             const std::lock_guard<std::mutex> lock(mMutex);
             mRecipients.push_back(recipient);
@@ -44,9 +43,8 @@ public:
                                     uint32_t flags,
                                     android::wp<DeathRecipient>* outRecipient) override
             EXCLUDES(mMutex) {
-        EXPECT_EQ(cookie, nullptr);
-        EXPECT_EQ(flags, 0U);
-        EXPECT_EQ(outRecipient, nullptr);
+        LOG_ALWAYS_FATAL_IF(cookie != nullptr || flags != 0 || outRecipient != nullptr,
+                            "unlinked with cookie, flags or the wish for the recipient");
         const std::lock_guard<std::mutex> lock(mMutex);
         const auto link = std::find_if(mRecipients.begin(), mRecipients.end(),
                                        [&](auto& linked) { return linked == recipient.promote(); });
