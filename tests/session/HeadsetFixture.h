@@ -25,7 +25,7 @@ protected:
         Headset::Options options;
         options.stack.programs = PROGRAMS;
         // A failure guard, not a measure: machines that run the tests may be slow.
-        options.stack.patience = std::chrono::seconds(30);
+        options.stack.patience = std::chrono::seconds(60);
         options.ownUids = ChildProcess::canChangeUids();
         options.onEvent = [this](const std::string& line) { mEvents += "  " + line + "\n"; };
         mHeadset = std::make_unique<Headset>(options);

@@ -64,7 +64,7 @@ public:
         if (mPid == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
             if (getppid() != parent) _exit(1);
-            alarm(60);
+            alarm(200);
             close(ends[0]);
             _exit(runGuarded(run, ends[1]));
         }
