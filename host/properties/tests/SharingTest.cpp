@@ -1,22 +1,18 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Property store under many hands: threads, processes, and writers that are killed.
-#include <errno.h>
 #include <gtest/gtest.h>
 #include <properties/PropertyStore.h>
-#include <signal.h>
-#include <stdlib.h>
 #include <sys/file.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <thread>
 #include <vector>
 
+#include "../../testing/Child.h"
 #include "../StoreLayout.h"
 #include "../StoreMapping.h"
 #include "TempStore.h"
@@ -24,6 +20,7 @@
 namespace hostproperties {
 
 using android::base::unique_fd;
+using hosttesting::Child;
 using test::TempStore;
 
 namespace {
@@ -37,36 +34,6 @@ bool isUniform(const std::string& value) {
     return value.size() == PROP_VALUE_MAX - 1 &&
            std::all_of(value.begin(), value.end(), [&](char c) { return c == value[0]; });
 }
-
-/** A process that sets properties until it is killed. */
-class Writer {
-public:
-    explicit Writer(const StorePlace& place) {
-        mPid = fork();
-        if (mPid < 0) abort();
-        if (mPid > 0) return;
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        PropertyStore store(place);
-        for (int i = 0;; ++i) {
-            if (!store.set("debug.foo", uniform(i)).ok()) _exit(1);
-        }
-    }
-    ~Writer() { stop(); }
-    Writer(const Writer&) = delete;
-    Writer& operator=(const Writer&) = delete;
-
-    void stop() {
-        if (mPid == 0) return;
-        kill(mPid, SIGKILL);
-        int result = 0;
-        if (TEMP_FAILURE_RETRY(waitpid(mPid, &result, 0)) != mPid) abort();
-        EXPECT_TRUE(WIFSIGNALED(result)) << "the writer failed to set a property";
-        mPid = 0;
-    }
-
-private:
-    pid_t mPid;
-};
 
 /** Threads that make a check over and over. */
 class Readers {
@@ -163,19 +130,14 @@ TEST(Sharing, NamesOfSeveralThreadsAllArrive) {
 TEST(Sharing, StoreMadeByManyProcessesAtOnceIsOneStore) {
     const TempStore temp;
     constexpr int kProcesses = 8;
-    std::vector<pid_t> children;
+    std::vector<std::unique_ptr<Child>> children;
     for (int i = 0; i < kProcesses; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
-            _exit(PropertyStore(temp.place()).set("n" + std::to_string(i), "1").error);
-        }
-        children.push_back(child);
+        children.push_back(std::make_unique<Child>([&temp, i] {
+            return PropertyStore(temp.place()).set("n" + std::to_string(i), "1").error;
+        }));
     }
-    for (const pid_t child : children) {
-        int result = 0;
-        ASSERT_EQ(waitpid(child, &result, 0), child);
-        EXPECT_EQ(result, 0);
-    }
+    for (const auto& child : children)
+        EXPECT_EQ(child->wait(), 0);
     const PropertyStore store(temp.place());
     for (int i = 0; i < kProcesses; ++i)
         EXPECT_EQ(store.get("n" + std::to_string(i)), "1");
@@ -186,11 +148,17 @@ TEST(Sharing, KilledWriterHarmsNobody) {
     PropertyStore store(temp.place());
     for (int round = 0; round < 50; ++round) {
         ASSERT_TRUE(store.set("debug.foo", uniform(0)).ok());
-        Writer writer(temp.place());
+        Child writer([&temp] {
+            PropertyStore own(temp.place());
+            for (int i = 0; own.set("debug.foo", uniform(i)).ok(); ++i)
+                continue;
+            return 1;
+        });
         // It is at work, somewhere in its cycle, once a value of its own is seen.
         while (store.get("debug.foo") == uniform(0))
             std::this_thread::yield();
-        writer.stop();
+        kill(writer.pid(), SIGKILL);
+        EXPECT_EQ(writer.wait(), -SIGKILL) << "the writer failed to set a property";
         const auto value = store.get("debug.foo");
         ASSERT_TRUE(value && isUniform(*value));
         ASSERT_TRUE(store.set("debug.foo", "mine").ok());

@@ -1,14 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "FollowedTool.h"
 
-#include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <stdlib.h>
-#include <sys/prctl.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -33,20 +29,11 @@ FollowedTool::FollowedTool(const std::string& path) {
     if (pipe2(ends.data(), O_CLOEXEC) != 0) abort();
     mOutput.reset(ends[0]);
     unique_fd output(ends[1]);
-    const pid_t parent = getpid();
-    mPid = fork();
-    if (mPid < 0) abort();
-    if (mPid > 0) return;
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() != parent || dup2(output.get(), STDOUT_FILENO) < 0) _exit(127);
-    execl(PROGRAMS "/telemetry", "telemetry", "--follow", "--json", path.c_str(), nullptr);
-    _exit(127);
-}
-
-FollowedTool::~FollowedTool() {
-    if (mPid == 0) return;
-    kill(mPid, SIGKILL);
-    (void)TEMP_FAILURE_RETRY(waitpid(mPid, nullptr, 0));
+    mChild.emplace([&] {
+        if (dup2(output.get(), STDOUT_FILENO) < 0) return 127;
+        execl(PROGRAMS "/telemetry", "telemetry", "--follow", "--json", path.c_str(), nullptr);
+        return 127;
+    });
 }
 
 std::optional<std::string> FollowedTool::nextLine() {
@@ -66,13 +53,10 @@ std::optional<std::string> FollowedTool::nextLine() {
 }
 
 std::optional<int> FollowedTool::wait() {
-    const unique_fd process(static_cast<int>(syscall(SYS_pidfd_open, mPid, 0)));
+    const unique_fd process(static_cast<int>(syscall(SYS_pidfd_open, mChild->pid(), 0)));
     if (!process.ok()) abort();
     if (!isReady(process.get())) return std::nullopt;
-    int status = 0;
-    if (TEMP_FAILURE_RETRY(waitpid(mPid, &status, 0)) != mPid) abort();
-    mPid = 0;
-    return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+    return mChild->wait();
 }
 
 }  // namespace hosttelemetry::test

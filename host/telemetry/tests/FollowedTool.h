@@ -4,10 +4,11 @@
 #pragma once
 
 #include <android-base/unique_fd.h>
-#include <sys/types.h>
 
 #include <optional>
 #include <string>
+
+#include "../../testing/Child.h"
 
 namespace hosttelemetry::test {
 
@@ -15,11 +16,6 @@ class FollowedTool {
 public:
     /** Runs `telemetry --follow --json PATH`. */
     explicit FollowedTool(const std::string& path);
-    /** Kills it when it still runs. */
-    ~FollowedTool();
-    FollowedTool(const FollowedTool&) = delete;
-    FollowedTool& operator=(const FollowedTool&) = delete;
-
     /** The next line without its end; empty when none comes within the deadline. */
     [[nodiscard]] std::optional<std::string> nextLine();
 
@@ -30,8 +26,9 @@ public:
     [[nodiscard]] std::optional<int> wait();
 
 private:
-    pid_t mPid = 0;
     android::base::unique_fd mOutput;
+    /** Kills it when it still runs. */
+    std::optional<hosttesting::Child> mChild;
     std::string mText;
 };
 

@@ -7,12 +7,12 @@
 #include <thread>
 #include <vector>
 
-#include "Child.h"
+#include "../../testing/Child.h"
 #include "TempSink.h"
 
 namespace hosttelemetry {
 
-using test::Child;
+using hosttesting::Child;
 using test::report;
 using test::TempSink;
 

@@ -14,14 +14,14 @@
 
 #include <array>
 
+#include "../../testing/Child.h"
 #include "../SinkLimits.h"
-#include "Child.h"
 #include "TempSink.h"
 
 namespace hosttelemetry {
 
 using android::base::unique_fd;
-using test::Child;
+using hosttesting::Child;
 using test::report;
 using test::TempSink;
 using testing::ElementsAre;

@@ -2,16 +2,13 @@
 //
 // Telemetry tool, as transcripts. Event 7 has a description, a SampleEvent; others have none.
 #include <android-base/file.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 
-#include <sstream>
-
+#include "../../testing/ToolTranscript.h"
 #include "../tool/TelemetryTool.h"
 #include "TempSink.h"
 
@@ -25,7 +22,7 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-class TelemetryTool : public testing::Test {
+class TelemetryTool : public hosttesting::ToolTranscript {
 protected:
     TelemetryTool() {
         setenv("TZ", "Asia/Kathmandu", /*overwrite=*/1);
@@ -37,19 +34,8 @@ protected:
     }
 
     void call(const Arguments& arguments) {
-        mOut.str("");
-        mErr.str("");
-        mStatus = telemetry(arguments, mEnvironment, mOut, mErr);
-    }
-    void expectPrinted(const std::string& text) {
-        EXPECT_EQ(mStatus, 0);
-        EXPECT_EQ(mOut.str(), text);
-        EXPECT_EQ(mErr.str(), "");
-    }
-    void expectFailed(int status, const testing::Matcher<std::string>& message) {
-        EXPECT_EQ(mStatus, status);
-        EXPECT_EQ(mOut.str(), "");
-        EXPECT_THAT(mErr.str(), message);
+        transcribe(
+                [&](auto& out, auto& err) { return telemetry(arguments, mEnvironment, out, err); });
     }
     void write(const std::string& text) {
         if (!android::base::WriteStringToFile(text, mSink.path())) abort();
@@ -61,9 +47,6 @@ protected:
 
     const test::TempSink mSink;
     ToolEnvironment mEnvironment{.sink = mSink.path(), .schemas = SAMPLE_SCHEMAS};
-    std::ostringstream mOut;
-    std::ostringstream mErr;
-    int mStatus = -1;
 };
 
 }  // namespace
@@ -156,13 +139,12 @@ TEST_F(TelemetryTool, ADescriptionThatIsNoneIsToldOfOnce) {
         ASSERT_TRUE(android::base::WriteStringToFile(row.contents, mSink.folder() + "/7.desc"));
         call({"--json"});
         EXPECT_EQ(mStatus, 0);
-        EXPECT_EQ(mOut.str(),
+        EXPECT_EQ(mOut,
                   "{\"time_us\":0,\"id\":7,\"bytes\":\"\"}\n{\"time_us\":0,\"id\":7,"
                   "\"bytes\":\"\"}\n");
-        const std::string told = mErr.str();
-        EXPECT_THAT(told, AllOf(StartsWith("telemetry: " + mSink.folder() + "/7.desc: "),
+        EXPECT_THAT(mErr, AllOf(StartsWith("telemetry: " + mSink.folder() + "/7.desc: "),
                                 HasSubstr(row.problem)));
-        EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 1) << told;
+        EXPECT_EQ(std::count(mErr.begin(), mErr.end(), '\n'), 1) << mErr;
     }
 }
 
@@ -170,8 +152,8 @@ TEST_F(TelemetryTool, WhatIsNoEventIsSkippedAndCounted) {
     write("@0 8 1 6@0 8 0 \nrubbish\n@0 8 2 61");
     call({"--json"});
     EXPECT_EQ(mStatus, 0);
-    EXPECT_EQ(mOut.str(), "{\"time_us\":0,\"id\":8,\"bytes\":\"\"}\n");
-    EXPECT_EQ(mErr.str(), "telemetry: " + mSink.path() + ": skipped what is no event (3 places)\n");
+    EXPECT_EQ(mOut, "{\"time_us\":0,\"id\":8,\"bytes\":\"\"}\n");
+    EXPECT_EQ(mErr, "telemetry: " + mSink.path() + ": skipped what is no event (3 places)\n");
 }
 
 TEST_F(TelemetryTool, TheFileIsTheOneNamedElseTheEnvironments) {
@@ -217,8 +199,7 @@ TEST_F(TelemetryTool, WrongWordsAreNamedWithTheUsageAndStatusTwo) {
                                    "\nusage: telemetry [--follow] [--json] [FILE]\n"));
     }
     call({"--help"});
-    EXPECT_EQ(mStatus, 0);
-    EXPECT_THAT(mOut.str(), StartsWith("usage: telemetry "));
+    expectPrinted(StartsWith("usage: telemetry "));
 }
 
 TEST_F(TelemetryTool, TheProgramTellsThatItsOutputIsFull) {

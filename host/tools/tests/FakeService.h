@@ -53,8 +53,6 @@ public:
         Dump dump = nullptr;
         /** Of the calls; the transactions that every binder knows are the base's. */
         Answer answer = nullptr;
-        /** Called before the descriptor is told. */
-        std::function<void()> beforeDescriptor = nullptr;
     };
 
     explicit FakeService(Behaviour behaviour)
@@ -79,10 +77,7 @@ public:
         return sLiving == 0;
     }
 
-    const android::String16& getInterfaceDescriptor() const override {
-        if (mBehaviour.beforeDescriptor) mBehaviour.beforeDescriptor();
-        return mDescriptor;
-    }
+    const android::String16& getInterfaceDescriptor() const override { return mDescriptor; }
     android::status_t dump(int fd, const android::Vector<android::String16>& args) override {
         return mBehaviour.dump ? mBehaviour.dump(fd, args) : BBinder::dump(fd, args);
     }

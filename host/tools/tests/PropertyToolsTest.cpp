@@ -4,12 +4,10 @@
 #include "../PropertyTools.h"
 
 #include <android-base/file.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <stdio.h>
 #include <sys/wait.h>
 
-#include <sstream>
+#include "../../testing/ToolTranscript.h"
 
 namespace tools {
 
@@ -21,25 +19,13 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-class PropertyTools : public testing::Test {
+class PropertyTools : public hosttesting::ToolTranscript {
 protected:
     void callGetprop(const Arguments& arguments) {
-        clear();
-        mStatus = getprop(arguments, mStore, mOut, mErr);
+        transcribe([&](auto& out, auto& err) { return getprop(arguments, mStore, out, err); });
     }
     void callSetprop(const Arguments& arguments) {
-        clear();
-        mStatus = setprop(arguments, mStore, mOut, mErr);
-    }
-    void expectPrinted(const std::string& text) {
-        EXPECT_EQ(mStatus, 0);
-        EXPECT_EQ(mOut.str(), text);
-        EXPECT_EQ(mErr.str(), "");
-    }
-    void expectFailed(int status, const testing::Matcher<std::string>& message) {
-        EXPECT_EQ(mStatus, status);
-        EXPECT_EQ(mOut.str(), "");
-        EXPECT_THAT(mErr.str(), message);
+        transcribe([&](auto& out, auto& err) { return setprop(arguments, mStore, out, err); });
     }
 
     /** Runs a built program on this test's store; its output, errors included. */
@@ -53,16 +39,8 @@ protected:
     [[nodiscard]] std::string path() const { return std::string(mFolder.path) + "/properties"; }
 
 private:
-    void clear() {
-        mOut.str("");
-        mErr.str("");
-    }
-
     TemporaryDir mFolder;
     PropertyStore mStore{{.path = path(), .privateFolder = {}}};
-    int mStatus = -1;
-    std::ostringstream mOut;
-    std::ostringstream mErr;
 };
 
 }  // namespace

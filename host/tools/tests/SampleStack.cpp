@@ -57,8 +57,4 @@ ToolProcess& SampleStack::startServices(const std::vector<std::string>& names) {
     return start(words);
 }
 
-Transcript SampleStack::run(const std::vector<std::string>& words) const {
-    return runTool(words, surroundings());
-}
-
 }  // namespace tools

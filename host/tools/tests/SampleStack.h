@@ -23,9 +23,6 @@ public:
     /** A process with services of these names; see SampleService.cpp for what they do. */
     ToolProcess& startServices(const std::vector<std::string>& names);
 
-    /** Runs a tool on this stack. */
-    [[nodiscard]] Transcript run(const std::vector<std::string>& words) const;
-
     /** What a process on this stack needs. */
     [[nodiscard]] Surroundings surroundings() const;
     [[nodiscard]] std::string folder() const { return mFolder.path; }

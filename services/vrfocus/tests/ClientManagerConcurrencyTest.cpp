@@ -7,6 +7,7 @@
 #include <future>
 #include <memory>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ClientManager.h"
@@ -52,35 +53,25 @@ TEST_F(ClientManagerConcurrencyTest, KnownClientsAnswerWhileANewOneIsBeingBuilt)
     EXPECT_EQ(registry->getSnapshot().size(), 2U);
 }
 
-TEST_F(ClientManagerConcurrencyTest, RecordsStayAsTheyAreWhileASnapshotIsTaken) {
-    processes.set(10, 1000, "app");
-    ASSERT_TRUE(registry->buildClientInfo(10));
+TEST_F(ClientManagerConcurrencyTest, RecordsStayAsTheyAreWhileTheirProcessesAreLookedAt) {
+    const FocusClient client{.uid = 1000, .pid = 10};
+    processes.set(client.pid, client.uid, "app");
+    ASSERT_TRUE(registry->buildClientInfo(client.pid));
     std::unique_ptr<WatchedCall> change;
-    processes.setLivenessHook([&](int) {
-        change = std::make_unique<WatchedCall>([&] {
-            registry->addCurrentFocus({.uid = 1000, .pid = 10}, FocusType::HeadTracking);
-        });
+    const auto changeMeanwhile = [&](int) {
+        change = std::make_unique<WatchedCall>(
+                [&] { registry->addCurrentFocus(client, FocusType::HeadTracking); });
         EXPECT_TRUE(change->waitsIn(*registry));
-    });
+    };
+    processes.setLivenessHook(changeMeanwhile);
     const auto snapshot = registry->getSnapshot();
-    change.reset();
+    EXPECT_NE(std::exchange(change, nullptr), nullptr);
     ASSERT_EQ(snapshot.size(), 1U);
     EXPECT_TRUE(snapshot.begin()->currentFocus.empty());
-    EXPECT_EQ(registry->buildClientInfo(10)->currentFocus,
+    EXPECT_EQ(registry->buildClientInfo(client.pid)->currentFocus,
               std::set<FocusType>{FocusType::HeadTracking});
-}
-
-TEST_F(ClientManagerConcurrencyTest, RecordOnFileStaysAsItIsWhileItsFreshNameIsRead) {
-    processes.set(10, 1000, "app");
-    ASSERT_TRUE(registry->buildClientInfo(10));
-    std::unique_ptr<WatchedCall> change;
-    processes.setNameHook([&](int) {
-        change = std::make_unique<WatchedCall>([&] {
-            registry->addCurrentFocus({.uid = 1000, .pid = 10}, FocusType::HeadTracking);
-        });
-        EXPECT_TRUE(change->waitsIn(*registry));
-    });
-    ASSERT_TRUE(registry->buildClientInfo(10));
+    processes.setNameHook(changeMeanwhile);
+    ASSERT_TRUE(registry->buildClientInfo(client.pid));
     EXPECT_NE(change, nullptr);
 }
 

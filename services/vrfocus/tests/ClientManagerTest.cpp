@@ -143,9 +143,7 @@ TEST_F(ClientManagerTest, NewRecordAsksForPackagesThenEachPermissionByType) {
     EXPECT_EQ(permission->calls.take(),
               (Lines{"packages 10050", std::string("permission ") + kHeadPermission + " 10050/4321",
                      std::string("permission ") + kInputPermission + " 10050/4321"}));
-}
-
-TEST_F(ClientManagerTest, RootIsGivenAccessWithoutAnyPermissionQuestion) {
+    // Root has both without being asked about.
     processes.set(kPid, 0, "init");
     EXPECT_EQ(build().backgroundAccess, kBoth);
     EXPECT_EQ(permission->calls.take(), (Lines{"packages 0"}));
@@ -166,16 +164,9 @@ TEST_F(ClientManagerTest, SecondAnswerIsTheRecordOnFileWithAFreshProcessName) {
     EXPECT_EQ(again.backgroundAccess, kNone);
     EXPECT_EQ(permission->calls.take(), Lines{});
     EXPECT_EQ(processes.shortNames(), 0);
-}
-
-TEST_F(ClientManagerTest, FreshProcessNameStaysOutOfTheRecordOnFile) {
-    processes.set(kPid, 10050, "zygote64");
-    build();
-    processes.set(kPid, 10050, "com.app");
-    build();
     const auto snapshot = registry->getSnapshot();
     ASSERT_EQ(snapshot.size(), 1U);
-    EXPECT_EQ(snapshot.begin()->process, "zygote64");
+    EXPECT_EQ(snapshot.begin()->process, "zygote64") << "on file it stays what it was";
 }
 
 TEST_F(ClientManagerTest, ReusedPidGetsARecordOfItsOwn) {
@@ -255,13 +246,6 @@ TEST_F(ClientManagerTest, FocusIsNotedForTheExactClientOnly) {
     registry->removeCurrentFocus(client, FocusType::InputTracking);
     EXPECT_EQ(focusOf(), kHead);
     EXPECT_EQ(log.take(), Lines{});
-}
-
-TEST_F(ClientManagerTest, AnswerIsACopy) {
-    processes.set(kPid, 10050, "com.app");
-    FocusClientWithMetadata record = build();
-    record.currentFocus = kBoth;
-    EXPECT_EQ(focusOf(), kNone);
 }
 
 TEST_F(ClientManagerTest, SnapshotIsOrderedAndWithoutTheDead) {

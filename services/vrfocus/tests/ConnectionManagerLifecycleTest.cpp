@@ -23,14 +23,8 @@ using Lines = std::vector<std::string>;
 class LifecycleTest : public TrackerTest {
 protected:
     /** Strong references on the newest process observer: the activity manager's, the tracker's. */
-    int observerReferences() {
-        return activity->world.access(
-                [](FakeActivityManager::World& w) { return w.observers.back()->getStrongCount(); });
-    }
-    int windowObserverReferences() {
-        return window->observers.access([](std::vector<FakeWindowManager::Observer>& observers) {
-            return observers.back()->getStrongCount();
-        });
+    static int observerReferences(FakeActivityManager& manager) {
+        return manager.world.access([](auto& w) { return w.observers.back()->getStrongCount(); });
     }
 
     /** Has it come back as another instance, and waits until the tracker is registered there. */
@@ -48,36 +42,27 @@ protected:
     }
 };
 
-TEST_F(LifecycleTest, ServicesAreLookedUpOneAfterTheOther) {
-    CallLog lookups;
-    names.setLookupHook([&](const std::string& name) { lookups.add(name); });
-    makeTracker();
-    EXPECT_EQ(lookups.take(), (Lines{"activity", "display", "package_native", "permission",
-                                     "VelmarWindowManager", "vrfocushelper"}));
+TEST_F(LifecycleTest, ServicesAreLookedUpOneAfterTheOtherWhetherTheyAreThereOrNot) {
+    for (const bool areThere : {true, false}) {
+        if (!areThere) names.clear();
+        CallLog lookups;
+        names.setLookupHook([&](const std::string& name) { lookups.add(name); });
+        makeTracker();
+        EXPECT_EQ(lookups.take(), (Lines{"activity", "display", "package_native", "permission",
+                                         "VelmarWindowManager", "vrfocushelper"}));
+        EXPECT_EQ(log.take(), Lines{});
+        tracker.reset();
+        names.setLookupHook(nullptr);
+    }
 }
 
-TEST_F(LifecycleTest, ConstructionDoesNotWaitForMissingServices) {
-    names.clear();
-    CallLog lookups;
-    names.setLookupHook([&](const std::string& name) { lookups.add(name); });
+TEST_F(LifecycleTest, ObserversOfTheConstructionLiveByTheirServicesAloneAndDisplaysHaveNone) {
     makeTracker();
-    EXPECT_EQ(lookups.take().size(), 6U);
-    EXPECT_EQ(log.take(), Lines{});
-    tracker.reset();
-    names.setLookupHook(nullptr);
-}
-
-TEST_F(LifecycleTest, ObserversAreRegisteredWhenTheConstructorReturnsButTheDisplayCallbackIsNot) {
-    makeTracker();
-    EXPECT_EQ(activity->registrations(), 1U);
-    EXPECT_EQ(window->registrations(), 1U);
+    ASSERT_EQ(activity->registrations(), 1U);
+    ASSERT_EQ(window->registrations(), 1U);
     EXPECT_EQ(display->callback(), nullptr);
-}
-
-TEST_F(LifecycleTest, ObserversOfTheConstructionLiveByTheirServicesAlone) {
-    makeTracker();
-    EXPECT_EQ(observerReferences(), 1);
-    EXPECT_EQ(windowObserverReferences(), 1);
+    EXPECT_EQ(observerReferences(*activity), 1);
+    EXPECT_EQ(window->observers.access([](auto& all) { return all.back()->getStrongCount(); }), 1);
     EXPECT_TRUE(activity->observer()->onForegroundActivitiesChanged(7, 10050, true).isOk());
     EXPECT_EQ(tracker->getAllClientsWithTopActivities(), (Clients{{10050, 7}}));
 }
@@ -90,27 +75,9 @@ TEST_F(LifecycleTest, ObserverOfAReconnectionIsHeldByTheTrackerToo) {
     EXPECT_EQ(old->registrations(), 1U);
     EXPECT_NE(next->observer(), old->observer());
     // Destruction waits for the connection, which then holds nothing any more.
-    const auto references = [&] {
-        return next->world.access(
-                [](FakeActivityManager::World& w) { return w.observers.back()->getStrongCount(); });
-    };
-    EXPECT_GE(references(), 2);
+    EXPECT_GE(observerReferences(*next), 2);
     tracker.reset();
-    EXPECT_EQ(references(), 1);
-}
-
-TEST_F(LifecycleTest, ServiceThatComesUpLateIsRegisteredWith) {
-    names.remove("activity");
-    Signal registered;
-    activity->world.access([&](FakeActivityManager::World& world) {
-        world.onRegister = [&registered] { registered.raise(); };
-    });
-    makeTracker();
-    EXPECT_EQ(activity->registrations(), 0U);
-    names.add("activity", activity);
-    ASSERT_TRUE(registered.await());
-    tracker.reset();
-    EXPECT_EQ(activity->registrations(), 1U);
+    EXPECT_EQ(observerReferences(*next), 1);
 }
 
 TEST_F(LifecycleTest, MissingServicesAreLookedForEveryHalfSecond) {
@@ -135,6 +102,7 @@ TEST_F(LifecycleTest, MissingServicesAreLookedForEveryHalfSecond) {
     ASSERT_TRUE(registered.await());
     ASSERT_TRUE(askedAgain.await(6));
     tracker.reset();
+    EXPECT_EQ(activity->registrations(), 1U);
     const auto times = lookups.access([](const auto& all) { return all; });
     ASSERT_EQ(times.size(), 6U);
     ASSERT_EQ(times.at("activity").size(), kFoundOn);
@@ -145,15 +113,6 @@ TEST_F(LifecycleTest, MissingServicesAreLookedForEveryHalfSecond) {
     }
     // No back-off: far above what a busy machine adds to a second and a half.
     EXPECT_LT(times.at("activity").back() - times.at("activity").front(), std::chrono::seconds(10));
-}
-
-TEST_F(LifecycleTest, ReconnectionRegistersOncePerInstance) {
-    makeTracker();
-    sp<FakeActivityManager> current = activity;
-    for (int i = 0; i < 20; ++i) {
-        current = restartActivityManager(*current);
-        EXPECT_EQ(current->registrations(), 1U);
-    }
 }
 
 TEST_F(LifecycleTest, LateNoticeOfAnOldObserverIsTakenIn) {
@@ -231,13 +190,14 @@ TEST_F(LifecycleTest, NoticesQueriesAndReconnectionsMayRunAtOnce) {
         }
     });
     sp<FakeActivityManager> current = activity;
-    for (int i = 0; i < 50; ++i)
+    for (int i = 0; i < 50; ++i) {
         current = restartActivityManager(*current);
+        EXPECT_EQ(current->registrations(), 1U);
+    }
     for (std::thread& thread : threads)
         thread.join();
     isOver = true;
     reader.join();
-    EXPECT_EQ(current->registrations(), 1U);
     (void)tracker->getClientsWithForegroundActivity();
     log.take();
 }

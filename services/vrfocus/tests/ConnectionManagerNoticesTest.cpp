@@ -54,6 +54,18 @@ protected:
         EXPECT_TRUE(
                 activity->observer()->onForegroundServicesChanged(kPid, kUid, /*types=*/7).isOk());
     }
+    void noticeWindow(const FocusClient& client = kClient) {
+        EXPECT_TRUE(
+                window->observer()->onFocusedWindowChanged(nullptr, client.uid, client.pid).isOk());
+    }
+    /** Three notices, each of which lists the client. */
+    void noticeAll() {
+        putOnDisplays(kClient, {0}, true);
+        setPanel(true);
+        noticeActivities(true);
+        noticeServices();
+        noticeWindow();
+    }
     void setPanel(bool hasPanel) {
         activity->world.access([&](FakeActivityManager::World& world) {
             world.panels.clear();
@@ -185,18 +197,14 @@ TEST_F(NoticesTest, PanelServicesAreAskedForAndTheCallbackRunsChangedOrNot) {
     noticeServices();
     noticeServices();
     EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{});
-    EXPECT_EQ(activityCallbacks, 4);
-    EXPECT_EQ(activity->calls.take(), Lines(4, "panel 10050/4321"));
-    EXPECT_EQ(log.take(), Lines{});
-}
-
-TEST_F(NoticesTest, FailedPanelAnswerCountsAsNoPanel) {
     setPanel(true);
     noticeServices();
     failCalls();
     noticeServices();
-    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{});
-    EXPECT_EQ(activityCallbacks, 2);
+    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{}) << "a failure means no panel";
+    EXPECT_EQ(activityCallbacks, 6);
+    EXPECT_EQ(activity->calls.take(), Lines(6, "panel 10050/4321"));
+    EXPECT_EQ(log.take(), Lines{});
 }
 
 TEST_F(NoticesTest, PanelNoticeWithoutAnActivityManagerIsDropped) {
@@ -221,10 +229,11 @@ TEST_F(NoticesTest, DeathOfAProcessChangesNothing) {
 }
 
 TEST_F(NoticesTest, FocusedWindowIsTakenWithUidBeforePid) {
+    EXPECT_EQ(tracker->getClientWithWindowFocus(), (FocusClient{0, 0})) << "of nobody at first";
     const android::sp<android::IBinder> token = new android::BBinder;
     EXPECT_TRUE(window->observer()->onFocusedWindowChanged(token, kUid, kPid).isOk());
     EXPECT_EQ(tracker->getClientWithWindowFocus(), kClient);
-    EXPECT_TRUE(window->observer()->onFocusedWindowChanged(nullptr, -5, -6).isOk());
+    noticeWindow({.uid = -5, .pid = -6});
     EXPECT_EQ(tracker->getClientWithWindowFocus(), (FocusClient{.uid = -5, .pid = -6}));
     EXPECT_EQ(windowCallbacks, 2);
     EXPECT_EQ(activityCallbacks, 0);
@@ -232,19 +241,15 @@ TEST_F(NoticesTest, FocusedWindowIsTakenWithUidBeforePid) {
 }
 
 TEST_F(NoticesTest, WindowManagerDeathClearsTheWindowFocusAndTellsNobody) {
-    EXPECT_TRUE(window->observer()->onFocusedWindowChanged(nullptr, kUid, kPid).isOk());
+    noticeWindow();
     loseService("VelmarWindowManager", *window);
     EXPECT_EQ(tracker->getClientWithWindowFocus(), (FocusClient{0, 0}));
     EXPECT_EQ(windowCallbacks, 1);
 }
 
 TEST_F(NoticesTest, ActivityManagerDeathEmptiesThreeCollectionsAndTellsNobody) {
-    putOnDisplays(kClient, {0}, true);
-    setPanel(true);
-    noticeActivities(true);
-    noticeServices();
+    noticeAll();
     tracker->onXrSessionStateChanged(kPid, kUid, 0);
-    EXPECT_TRUE(window->observer()->onFocusedWindowChanged(nullptr, kUid, kPid).isOk());
     activityCallbacks = 0;
     loseService("activity", *activity);
     EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
@@ -308,19 +313,13 @@ TEST_F(NoticesTest, XrSessionStatesMoveTheRenderingClients) {
 TEST_F(NoticesTest, NoticesBeforeTheCallbacksAreInstalledAreTakenIn) {
     tracker->activityStateCallback = nullptr;
     tracker->windowFocusCallback = nullptr;
-    putOnDisplays(kClient, {0}, true);
-    setPanel(true);
-    noticeActivities(true);
-    noticeServices();
-    EXPECT_TRUE(window->observer()->onFocusedWindowChanged(nullptr, kUid, kPid).isOk());
+    noticeAll();
     EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{kClient});
     EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{kClient});
     EXPECT_EQ(tracker->getClientWithWindowFocus(), kClient);
 }
 
 TEST_F(NoticesTest, CallbacksSeeWhatTheNoticeChanged) {
-    putOnDisplays(kClient, {0}, true);
-    setPanel(true);
     tracker->activityStateCallback = [this] {
         if (++activityCallbacks == 1) {
             EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{kClient});
@@ -334,15 +333,12 @@ TEST_F(NoticesTest, CallbacksSeeWhatTheNoticeChanged) {
         ++windowCallbacks;
         EXPECT_EQ(tracker->getClientWithWindowFocus(), kClient);
     };
-    noticeActivities(true);
-    noticeServices();
-    EXPECT_TRUE(window->observer()->onFocusedWindowChanged(nullptr, kUid, kPid).isOk());
+    noticeAll();
     EXPECT_EQ(activityCallbacks, 2);
     EXPECT_EQ(windowCallbacks, 1);
 }
 
 TEST_F(NoticesTest, CallbacksMayUseTheWholeTracker) {
-    setPanel(true);
     const auto useAll = [this] {
         (void)tracker->getClientsWithForegroundActivity();
         (void)tracker->getClientsCurrentlyRendering();
@@ -357,9 +353,7 @@ TEST_F(NoticesTest, CallbacksMayUseTheWholeTracker) {
     };
     tracker->activityStateCallback = useAll;
     tracker->windowFocusCallback = useAll;
-    noticeActivities(true);
-    noticeServices();
-    EXPECT_TRUE(window->observer()->onFocusedWindowChanged(nullptr, kUid, kPid).isOk());
+    noticeAll();
     EXPECT_EQ(activityCallbacks, 3);
 }
 

@@ -40,16 +40,6 @@ protected:
     }
 };
 
-TEST_F(QueriesTest, NewTrackerKnowsNobody) {
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
-    EXPECT_EQ(tracker->getClientsCurrentlyRendering(), Clients{});
-    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{});
-    EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients{});
-    EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{});
-    EXPECT_EQ(tracker->getClientWithWindowFocus(), (FocusClient{0, 0}));
-    EXPECT_EQ(processes.livenessChecks(), 0);
-}
-
 TEST_F(QueriesTest, EverySubsetOfDeadProcessesIsPrunedForGood) {
     // Neither in pid nor in uid order.
     const Clients arrivals = {{10050, 6}, {1000, 3}, {10050, 1}, {0, 4}, {1000, 2}, {10060, 5}};
@@ -254,12 +244,11 @@ TEST_F(RepairTest, ClientsWithTopActivitiesStayAsTheyAreWhileTheActivityManagerI
     EXPECT_NE(query, nullptr);
 }
 
-TEST_F(QueriesTest, OnlyAStoppingClientTriggersTheRepair) {
-    start({1000, 50});
-    tracker->onForegroundActivitiesChanged(50, 1000, true);
-    setOnPrimary({{1000, 50}});
+TEST_F(RepairTest, OnlyAStoppingClientTriggersIt) {
+    list({});
+    setOnPrimary({kLow});
     for (const int state : {0, 1, 3})
-        tracker->onXrSessionStateChanged(50, 1000, state);
+        tracker->onXrSessionStateChanged(kLow.pid, kLow.uid, state);
     EXPECT_EQ(activity->calls.take(), Lines{});
     EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
 }
@@ -274,22 +263,16 @@ TEST_F(QueriesTest, StoppingClientRendersNoMoreWhenTheRepairBegins) {
     EXPECT_EQ(rendering, Clients{});
 }
 
-TEST_F(QueriesTest, RepairTakesFailedAnswersForNo) {
-    start({1000, 50});
-    tracker->onForegroundActivitiesChanged(50, 1000, true);
-    setOnPrimary({{1000, 50}});
+TEST_F(RepairTest, FailedAnswersAndAMissingActivityManagerCountAsNo) {
+    list({});
+    setOnPrimary({kLow});
     activity->world.access([](FakeActivityManager::World& w) {
         w.status = android::binder::Status::fromExceptionCode(-1);
     });
     tracker->maybeUpdateActivityState();
     EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
-}
-
-TEST_F(QueriesTest, RepairDoesNothingWithoutAnActivityManager) {
-    start({1000, 50});
-    tracker->onForegroundActivitiesChanged(50, 1000, true);
-    setOnPrimary({{1000, 50}});
     loseService("activity", *activity);
+    activity->calls.take();
     tracker->maybeUpdateActivityState();
     EXPECT_EQ(activity->calls.take(), Lines{});
     EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
@@ -307,14 +290,10 @@ TEST_F(QueriesTest, ForwardersSendWhatTheyAreGivenEachTime) {
     EXPECT_EQ(helper->calls.take(),
               (Lines{"top com.app", "top com.app", "top ", "top (none)", "immersive com.game",
                      "immersive ", "immersive (none)", "immersive (none)"}));
-    EXPECT_EQ(log.take(), Lines{});
-}
-
-TEST_F(QueriesTest, NoticesForAMissingHelperAreLost) {
     loseService("vrfocushelper", *helper);
     tracker->forwardTopActivityChanged(String16("com.app"));
     tracker->forwardImmersiveAppChanged(std::nullopt);
-    EXPECT_EQ(helper->calls.take(), Lines{});
+    EXPECT_EQ(helper->calls.take(), Lines{}) << "lost without a helper";
     EXPECT_EQ(log.take(), Lines{});
 }
 

@@ -178,17 +178,14 @@ TEST_F(TrackingTest, SetOfDisplaysStaysAsItIsWhileTheWatchStartsOrEnds) {
 
 using TrackingDeathTest = TrackingTest;
 
-TEST_F(TrackingDeathTest, MissingDisplayManagerEndsTheProcessWhenTheWatchMustStart) {
+TEST_F(TrackingDeathTest, MissingDisplayManagerEndsTheProcessWhenTheWatchMustStartOrEnd) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    loseService("display", *display);
-    EXPECT_DEATH(tracker->grantTrackingServiceAccess(3), "display manager is not connected");
-}
-
-TEST_F(TrackingDeathTest, MissingDisplayManagerEndsTheProcessWhenTheWatchMustEnd) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    constexpr char kMessage[] = "display manager is not connected";
+    EXPECT_DEATH(loseService("display", *display);
+                 tracker->grantTrackingServiceAccess(3), kMessage);
     tracker->grantTrackingServiceAccess(3);
     loseService("display", *display);
-    EXPECT_DEATH(tracker->revokeTrackingServiceAccess(3), "display manager is not connected");
+    EXPECT_DEATH(tracker->revokeTrackingServiceAccess(3), kMessage);
 }
 
 TEST_F(TrackingTest, MissingDisplayManagerIsNotMissedWhereTheWatchStays) {
@@ -202,23 +199,20 @@ TEST_F(TrackingTest, MissingDisplayManagerIsNotMissedWhereTheWatchStays) {
     EXPECT_EQ(tracked(), "displays 1 [0 4]");
 }
 
-TEST_F(TrackingTest, PermissionIsTheControllersAnswer) {
+TEST_F(TrackingTest, PermissionAndPackagesAreTheControllersAnswer) {
     permission->grant("p.YES", 10050);
     EXPECT_TRUE(tracker->checkPermission(String16("p.YES"), 4321, 10050));
     EXPECT_FALSE(tracker->checkPermission(String16("p.NO"), 4321, 10050));
     EXPECT_FALSE(tracker->checkPermission(String16("p.YES"), 4321, 10051));
-    EXPECT_EQ(permission->calls.take(),
-              (Lines{"permission p.YES 10050/4321", "permission p.NO 10050/4321",
-                     "permission p.YES 10051/4321"}));
-}
-
-TEST_F(TrackingTest, PackagesAreTheControllersAnswer) {
     permission->install(10050, {"com.a", "com.b"});
     android::Vector<String16> packages;
     tracker->getPackagesForUid(10050, packages);
     ASSERT_EQ(packages.size(), 2U);
     EXPECT_EQ(packages[0], String16("com.a"));
     EXPECT_EQ(packages[1], String16("com.b"));
+    EXPECT_EQ(permission->calls.take(),
+              (Lines{"permission p.YES 10050/4321", "permission p.NO 10050/4321",
+                     "permission p.YES 10051/4321", "packages 10050"}));
     EXPECT_EQ(log.take(), Lines{});
 }
 

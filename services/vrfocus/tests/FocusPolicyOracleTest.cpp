@@ -230,8 +230,8 @@ TEST(FocusPolicyOracleTest, PolicyAndOracleAgreeOnRandomStates) {
         }
         ASSERT_EQ(recorded, worlds.currentFocus) << "state " << state;
         worlds.fakes.log->take();
-        worlds.fakes.activities->calls.take();
-        worlds.fakes.permissions->calls.take();
+        worlds.fakes.activity->calls.take();
+        worlds.fakes.permission->calls.take();
         FakeProperties::instance().takeReads();
     }
     // The worlds were worth asking about.

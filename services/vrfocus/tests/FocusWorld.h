@@ -11,50 +11,25 @@
 #pragma once
 
 #include <json/value.h>
-#include <utils/String16.h>
-#include <utils/String8.h>
 
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "CallLog.h"
-#include "FakeActivityManager.h"
 #include "FakeClientManager.h"
 #include "FakeConnectionManager.h"
-#include "FakeFocusHelper.h"
-#include "FakeLog.h"
-#include "FakePermissionController.h"
-#include "FakeProcess.h"
-#include "FakeProperties.h"
-#include "FakeServiceManager.h"
+#include "FakePlatform.h"
 #include "FocusPolicy.h"
 
 namespace NQS::OS {
 
-inline std::string text(const android::String16& value) {
-    return android::String8(value).c_str();
-}
-
-class FocusWorld {
+class FocusWorld : public FakePlatform {
 public:
-    FocusWorld() {
-        FakeProcessTable::instance().clear();
-        FakeProperties::instance().clear();
-        FakeLog::instance().take();
-        FakeServiceManager& services = FakeServiceManager::installed();
-        services.add("activity", activities);
-        services.add("permission", permissions);
-        services.add("vrfocushelper", helper);
-        tracker = std::make_shared<FakeConnectionManager>(log);
-        clients = std::make_shared<FakeClientManager>(tracker, log);
-        policy = std::make_shared<FocusPolicy>(tracker, clients);
-    }
-
     /** Starts a process; its uid gets the one package, or none when that is empty. */
     FocusClient run(int uid, int pid, const std::string& process, const std::string& package) {
-        FakeProcessTable::instance().set(pid, uid, process);
-        permissions->install(uid, package.empty() ? std::vector<std::string>()
+        processes.set(pid, uid, process);
+        permission->install(uid, package.empty() ? std::vector<std::string>()
                                                   : std::vector<std::string>{package});
         return {uid, pid};
     }
@@ -69,28 +44,28 @@ public:
         clients->ClientManager::buildClientInfo(pid);
         return client;
     }
-    void end(int pid) { FakeProcessTable::instance().kill(pid); }
+    void end(int pid) { processes.kill(pid); }
 
     /** Before the registry first hears of the client. */
     void grantPermission(const FocusClient& client, const std::string& permission) {
-        permissions->grant(permission, client.uid);
+        permission->grant(permission, client.uid);
     }
 
     /** Has the activity manager tell the tracker whether the client runs a panel service. */
     void setPanel(const FocusClient& client, bool present) {
-        activities->world.access([&](FakeActivityManager::World& world) {
+        activity->world.access([&](FakeActivityManager::World& world) {
             if (present) {
                 world.panels.insert(client);
             } else {
                 world.panels.erase(client);
             }
         });
-        activities->observer()->onForegroundServicesChanged(client.pid, client.uid,
+        activity->observer()->onForegroundServicesChanged(client.pid, client.uid,
                                                             /*serviceTypes=*/0);
     }
 
     void setPrimaryTop(const std::string& package) {
-        activities->world.access([&](FakeActivityManager::World& world) {
+        activity->world.access([&](FakeActivityManager::World& world) {
             world.topActivity = android::String16(package.c_str());
         });
     }
@@ -99,12 +74,11 @@ public:
     std::string storedPackage() { return policy->dumpJson()["immersiveApp"].asString(); }
 
     const std::shared_ptr<CallLog> log = std::make_shared<CallLog>();
-    const android::sp<FakeActivityManager> activities = new FakeActivityManager;
-    const android::sp<FakePermissionController> permissions = new FakePermissionController;
-    const android::sp<FakeFocusHelper> helper = new FakeFocusHelper;
-    std::shared_ptr<FakeConnectionManager> tracker;
-    std::shared_ptr<FakeClientManager> clients;
-    std::shared_ptr<FocusPolicy> policy;
+    const std::shared_ptr<FakeConnectionManager> tracker =
+            std::make_shared<FakeConnectionManager>(log);
+    const std::shared_ptr<FakeClientManager> clients =
+            std::make_shared<FakeClientManager>(tracker, log);
+    const std::shared_ptr<FocusPolicy> policy = std::make_shared<FocusPolicy>(tracker, clients);
 };
 
 }  // namespace NQS::OS

@@ -110,7 +110,7 @@ const First kFirsts[] = {
         {"RegistrationAskingForThePermission", At::Free, 1,
          [](Scene& s, const Hook& stop, const Hook&) {
              const int stranger = s.user(kReadFocus);
-             s.permissions->world.access([&](FakePermissionController::World& world) {
+             s.permission->world.access([&](FakePermissionController::World& world) {
                  world.onPermission = [stop, stranger](int asked) {
                      if (asked == stranger) stop();
                  };

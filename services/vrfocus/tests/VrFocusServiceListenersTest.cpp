@@ -310,8 +310,8 @@ TEST_F(ListenersTest, BothNoticesOfTheTrackerRunTheFullNotification) {
     mWorld.policy->immersiveApp->uid = 8;
     mWorld.policy->immersiveApp->isTopActivity = true;
     const std::function<void()> notices[] = {
-            [&] { mWorld.activities->observer()->onForegroundActivitiesChanged(1, 2, true); },
-            [&] { mWorld.windows->observer()->onFocusedWindowChanged(nullptr, 2, 1); },
+            [&] { mWorld.activity->observer()->onForegroundActivitiesChanged(1, 2, true); },
+            [&] { mWorld.window->observer()->onFocusedWindowChanged(nullptr, 2, 1); },
     };
     for (const auto& notice : notices) {
         mWorld.log->take();

@@ -171,59 +171,27 @@ std::vector<WireRow> displayAndWindowManagerRows() {
 
 std::vector<WireRow> helperRows() {
     const auto helper = [] { return GoldenParcel::request(kHelper); };
+    const auto text = [](const char* value) { return std::make_unique<String16>(value); };
     using H = IVrFocusHelper;
+    const auto oneWay = [](const char* what, uint32_t code, const GoldenParcel& request,
+                           const std::function<Status(H&)>& call) {
+        return WireRow{what, code,        IBinder::FLAG_ONEWAY,  request,
+                       {},   "untouched", withoutResult<H>(call)};
+    };
     return {
-            {"onFocusChanged", 1, 1, helper().int32(1), {}, "untouched", withoutResult<H>([](H& h) {
-                 return h.onFocusChanged(1);
-             })},
-            {"onTopActivityChanged",
-             2,
-             1,
-             helper().string16(u"com.app"),
-             {},
-             "untouched",
-             withoutResult<H>([](H& h) {
-                 return h.onTopActivityChanged(std::make_unique<String16>("com.app"));
-             })},
-            {"onTopActivityChanged, empty",
-             2,
-             1,
-             helper().string16(u""),
-             {},
-             "untouched",
-             withoutResult<H>(
-                     [](H& h) { return h.onTopActivityChanged(std::make_unique<String16>()); })},
-            {"onTopActivityChanged, none",
-             2,
-             1,
-             helper().nullString(),
-             {},
-             "untouched",
-             withoutResult<H>([](H& h) { return h.onTopActivityChanged(nullptr); })},
-            {"onImmersiveAppChanged",
-             3,
-             1,
-             helper().string16(u"com.velmar.game"),
-             {},
-             "untouched",
-             withoutResult<H>([](H& h) {
-                 return h.onImmersiveAppChanged(std::make_unique<String16>("com.velmar.game"));
-             })},
-            {"onImmersiveAppChanged, empty",
-             3,
-             1,
-             helper().string16(u""),
-             {},
-             "untouched",
-             withoutResult<H>(
-                     [](H& h) { return h.onImmersiveAppChanged(std::make_unique<String16>()); })},
-            {"onImmersiveAppChanged, none",
-             3,
-             1,
-             helper().nullString(),
-             {},
-             "untouched",
-             withoutResult<H>([](H& h) { return h.onImmersiveAppChanged(nullptr); })},
+            oneWay("focus", 1, helper().int32(1), [](H& h) { return h.onFocusChanged(1); }),
+            oneWay("top", 2, helper().string16(u"com.app"),
+                   [=](H& h) { return h.onTopActivityChanged(text("com.app")); }),
+            oneWay("top, empty", 2, helper().string16(u""),
+                   [=](H& h) { return h.onTopActivityChanged(text("")); }),
+            oneWay("top, none", 2, helper().nullString(),
+                   [](H& h) { return h.onTopActivityChanged(nullptr); }),
+            oneWay("immersive", 3, helper().string16(u"com.velmar.game"),
+                   [=](H& h) { return h.onImmersiveAppChanged(text("com.velmar.game")); }),
+            oneWay("immersive, empty", 3, helper().string16(u""),
+                   [=](H& h) { return h.onImmersiveAppChanged(text("")); }),
+            oneWay("immersive, none", 3, helper().nullString(),
+                   [](H& h) { return h.onImmersiveAppChanged(nullptr); }),
     };
 }
 

@@ -62,16 +62,17 @@ class WindowStub : public velmar::internal::BnWindowLayoutObserver {
 struct StubRow {
     const char* what;
     sp<IBinder> stub;
+    const char16_t* descriptor;
     uint32_t code;
     GoldenParcel request;
-    /** Handed over as the first argument; null where there is none. */
-    sp<IBinder> binder;
     std::string handled;
+    /** Handed over as the first argument; null where there is none. */
+    sp<IBinder> binder = nullptr;
 };
 
 /** The parcel as it arrives; a binder among its bytes is marked as such, as a driver does it. */
-void fill(Parcel& parcel, const StubRow& row, std::u16string_view descriptor) {
-    const size_t head = GoldenParcel::request(descriptor).bytes().size();
+void fill(Parcel& parcel, const StubRow& row) {
+    const size_t head = GoldenParcel::request(row.descriptor).bytes().size();
     const std::vector<uint8_t>& bytes = row.request.bytes();
     if (row.binder == nullptr) {
         ASSERT_EQ(parcel.setData(bytes.data(), bytes.size()), android::OK);
@@ -91,122 +92,94 @@ protected:
     WireStubTest() { gHandled.clear(); }
     ~WireStubTest() override { gToken = nullptr; }
 
-    struct Interface {
-        const char16_t* descriptor;
-        sp<IBinder> stub;
-        std::vector<StubRow> rows;
-    };
-
-    std::vector<Interface> interfaces() {
+    std::vector<StubRow> rows() {
         const sp<IBinder> process = new ProcessStub;
-        const sp<IBinder> display = new DisplayStub;
-        const sp<IBinder> window = new WindowStub;
-        const auto request = [](const char16_t* name) { return GoldenParcel::request(name); };
-        return {
-                {kProcess,
-                 process,
-                 {{"activities", process, 1, request(kProcess).int32(4321).int32(10050).int32(1),
-                   nullptr, "activities 4321 10050 1"},
-                  {"activities end", process, 1, request(kProcess).int32(-1).int32(-2).int32(0),
-                   nullptr, "activities -1 -2 0"},
-                  {"services", process, 2, request(kProcess).int32(4321).int32(10050).int32(7),
-                   nullptr, "services 4321 10050 7"},
-                  {"died", process, 3, request(kProcess).int32(4321).int32(10050), nullptr,
-                   "died 4321 10050"}}},
-                {kDisplay,
-                 display,
-                 {{"event", display, 1, request(kDisplay).int32(5).int32(3), nullptr,
-                   "display 5 3"}}},
-                {kWindow,
-                 window,
-                 {{"window", window, 1, request(kWindow).binder(token).int32(10050).int32(4321),
-                   token, "window 10050 4321"}}},
+        const auto row = [](const char* what, const sp<IBinder>& stub, const char16_t* descriptor,
+                            uint32_t code, std::initializer_list<int32_t> arguments) {
+            StubRow made{what, stub, descriptor, code, GoldenParcel::request(descriptor), what};
+            for (const int32_t argument : arguments) {
+                made.request.int32(argument);
+                made.handled += " " + std::to_string(argument);
+            }
+            return made;
         };
+        std::vector<StubRow> all = {
+                row("activities", process, kProcess, 1, {4321, 10050, 1}),
+                row("activities", process, kProcess, 1, {-1, -2, 0}),
+                row("services", process, kProcess, 2, {4321, 10050, 7}),
+                row("died", process, kProcess, 3, {4321, 10050}),
+                row("display", new DisplayStub, kDisplay, 1, {5, 3}),
+                row("window", new WindowStub, kWindow, 1, {}),
+        };
+        all.back().request.binder(token).int32(10050).int32(4321);
+        all.back().handled += " 10050 4321";
+        all.back().binder = token;
+        return all;
     }
 
     const sp<IBinder> token = new android::BBinder;
 };
 
 TEST_F(WireStubTest, GoldenRequestsReachTheirHandlersAndGetNoReply) {
-    for (const Interface& interface : interfaces()) {
-        for (const StubRow& row : interface.rows) {
-            SCOPED_TRACE(row.what);
-            Parcel data;
-            Parcel reply;
-            ASSERT_NO_FATAL_FAILURE(fill(data, row, interface.descriptor));
-            gHandled.clear();
-            EXPECT_EQ(row.stub->transact(row.code, data, &reply, IBinder::FLAG_ONEWAY),
-                      android::OK);
-            EXPECT_EQ(gHandled, Lines{row.handled});
-            EXPECT_EQ(reply.dataSize(), 0U);
-        }
+    for (const StubRow& row : rows()) {
+        SCOPED_TRACE(row.handled);
+        Parcel data, reply;
+        ASSERT_NO_FATAL_FAILURE(fill(data, row));
+        gHandled.clear();
+        EXPECT_EQ(row.stub->transact(row.code, data, &reply, IBinder::FLAG_ONEWAY), android::OK);
+        EXPECT_EQ(gHandled, Lines{row.handled});
+        EXPECT_EQ(reply.dataSize(), 0U);
     }
     EXPECT_EQ(gToken, token);
 }
 
 TEST_F(WireStubTest, RequestThatIsCutAnywhereIsAnErrorAndReachesNoHandler) {
-    for (const Interface& interface : interfaces()) {
-        for (const StubRow& row : interface.rows) {
-            Parcel whole;
-            ASSERT_NO_FATAL_FAILURE(fill(whole, row, interface.descriptor));
-            for (size_t length = 4; length < whole.dataSize(); length += 4) {
-                SCOPED_TRACE(row.what + std::string(" cut at ") + std::to_string(length));
-                Parcel data;
-                Parcel reply;
-                ASSERT_EQ(data.appendFrom(&whole, 0, length), android::OK);
-                EXPECT_NE(row.stub->transact(row.code, data, &reply, IBinder::FLAG_ONEWAY),
-                          android::OK);
-            }
-        }
-    }
-    EXPECT_EQ(gHandled, Lines{});
-}
-
-TEST_F(WireStubTest, EmptyRequestIsRefused) {
-    for (const Interface& interface : interfaces()) {
-        for (const StubRow& row : interface.rows) {
-            const Parcel data;
-            Parcel reply;
-            EXPECT_EQ(row.stub->transact(row.code, data, &reply, IBinder::FLAG_ONEWAY),
-                      -2147483647);
+    for (const StubRow& row : rows()) {
+        Parcel whole;
+        ASSERT_NO_FATAL_FAILURE(fill(whole, row));
+        for (size_t length = 0; length < whole.dataSize(); length += 4) {
+            SCOPED_TRACE(row.what + std::string(" cut at ") + std::to_string(length));
+            Parcel data, reply;
+            ASSERT_EQ(data.appendFrom(&whole, 0, length), android::OK);
+            const status_t status =
+                    row.stub->transact(row.code, data, &reply, IBinder::FLAG_ONEWAY);
+            EXPECT_NE(status, android::OK);
+            EXPECT_TRUE(length != 0 || status == android::BAD_TYPE) << status;
         }
     }
     EXPECT_EQ(gHandled, Lines{});
 }
 
 TEST_F(WireStubTest, ForeignDescriptorIsRefusedBeforeAnyArgumentIsRead) {
-    for (const Interface& interface : interfaces()) {
-        for (const StubRow& row : interface.rows) {
-            for (const char16_t* descriptor : {u"android.app.IActivityManager", u"", u"a"}) {
-                SCOPED_TRACE(row.what);
-                const std::vector<uint8_t> bytes =
-                        GoldenParcel::request(descriptor).int32(1).int32(2).int32(3).bytes();
-                Parcel data;
-                Parcel reply;
-                ASSERT_EQ(data.setData(bytes.data(), bytes.size()), android::OK);
-                EXPECT_EQ(row.stub->transact(row.code, data, &reply, IBinder::FLAG_ONEWAY),
-                          -2147483647);
-                EXPECT_LE(data.dataPosition(), bytes.size() - 12);
-            }
+    for (const StubRow& row : rows()) {
+        for (const char16_t* descriptor : {u"android.app.IActivityManager", u"", u"a"}) {
+            SCOPED_TRACE(row.what);
+            const std::vector<uint8_t> bytes =
+                    GoldenParcel::request(descriptor).int32(1).int32(2).int32(3).bytes();
+            Parcel data, reply;
+            ASSERT_EQ(data.setData(bytes.data(), bytes.size()), android::OK);
+            EXPECT_EQ(row.stub->transact(row.code, data, &reply, IBinder::FLAG_ONEWAY),
+                      -2147483647);
+            EXPECT_LE(data.dataPosition(), bytes.size() - 12);
         }
     }
     EXPECT_EQ(gHandled, Lines{});
 }
 
 TEST_F(WireStubTest, UnknownCodesAreAnsweredAsByAnyBinder) {
-    for (const Interface& interface : interfaces()) {
-        for (const uint32_t code : {0U, static_cast<uint32_t>(interface.rows.back().code) + 1, 99U,
-                                    uint32_t{IBinder::LAST_CALL_TRANSACTION}}) {
-            Parcel data;
-            Parcel reply;
-            ASSERT_NO_FATAL_FAILURE(fill(data, interface.rows.front(), interface.descriptor));
-            EXPECT_EQ(interface.stub->transact(code, data, &reply), -74) << code;
+    const std::vector<StubRow> all = rows();
+    // The last row of each interface has its highest code.
+    for (const size_t last : {3, 4, 5}) {
+        const StubRow& row = all[last];
+        for (const uint32_t code :
+             {0U, row.code + 1, 99U, uint32_t{IBinder::LAST_CALL_TRANSACTION}}) {
+            Parcel data, reply;
+            ASSERT_NO_FATAL_FAILURE(fill(data, row));
+            EXPECT_EQ(row.stub->transact(code, data, &reply), -74) << row.what << code;
         }
-        Parcel data;
-        Parcel reply;
-        EXPECT_EQ(interface.stub->transact(IBinder::INTERFACE_TRANSACTION, data, &reply),
-                  android::OK);
-        EXPECT_EQ(reply.readString16(), android::String16(interface.descriptor));
+        Parcel data, reply;
+        EXPECT_EQ(row.stub->transact(IBinder::INTERFACE_TRANSACTION, data, &reply), android::OK);
+        EXPECT_EQ(reply.readString16(), android::String16(row.descriptor));
     }
     EXPECT_EQ(gHandled, Lines{});
 }
@@ -228,20 +201,19 @@ TEST_F(WireStubTest, NullTokenOfAWindowReachesNoHandler) {
 
 TEST_F(WireStubTest, AnyBytesAfterTheTokenEitherMakeOneCallOrAnError) {
     std::mt19937 random(1);
-    for (const Interface& interface : interfaces()) {
-        for (int round = 0; round < 500; ++round) {
-            GoldenParcel request = GoldenParcel::request(interface.descriptor);
-            for (auto words = random() % 8; words > 0; --words) {
-                request.int32(static_cast<int32_t>(random()));
-            }
-            Parcel data;
-            Parcel reply;
-            ASSERT_EQ(data.setData(request.bytes().data(), request.bytes().size()), android::OK);
-            gHandled.clear();
-            const status_t status =
-                    interface.stub->transact(1 + random() % 4, data, &reply, IBinder::FLAG_ONEWAY);
-            EXPECT_EQ(gHandled.size(), status == android::OK ? 1U : 0U);
-        }
+    const std::vector<StubRow> all = rows();
+    for (int round = 0; round < 3000; ++round) {
+        const StubRow& row = all[random() % all.size()];
+        GoldenParcel request = GoldenParcel::request(row.descriptor);
+        for (auto words = random() % 8; words > 0; --words)
+            request.int32(static_cast<int32_t>(random()));
+        Parcel data;
+        Parcel reply;
+        ASSERT_EQ(data.setData(request.bytes().data(), request.bytes().size()), android::OK);
+        gHandled.clear();
+        const status_t status =
+                row.stub->transact(1 + random() % 4, data, &reply, IBinder::FLAG_ONEWAY);
+        EXPECT_EQ(gHandled.size(), status == android::OK ? 1U : 0U);
     }
 }
 

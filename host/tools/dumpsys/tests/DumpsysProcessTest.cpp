@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Dumpsys, the program, on services in other processes.
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "tests/SampleStack.h"
+#include "tests/StackTest.h"
 
 namespace tools {
 
@@ -15,34 +12,15 @@ using testing::StartsWith;
 
 namespace {
 
-class DumpsysProcess : public testing::Test {
+class DumpsysProcess : public StackTest {
 protected:
-    void startAll() {
-        mStack.startHub();
-        mStack.startServiceManager();
-    }
-
-    void call(const std::vector<std::string>& arguments) {
-        std::vector<std::string> words{"dumpsys"};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        mSeen = mStack.run(words);
-    }
-    void expectSeen(int status, const testing::Matcher<std::string>& out,
-                    const testing::Matcher<std::string>& err) {
-        EXPECT_EQ(mSeen.status, status);
-        EXPECT_THAT(mSeen.out, out);
-        EXPECT_THAT(mSeen.err, err);
-    }
-
-    SampleStack mStack;
-    Transcript mSeen;
+    DumpsysProcess() : StackTest("dumpsys") {}
 };
 
 }  // namespace
 
 TEST_F(DumpsysProcess, ServiceInAnotherProcessIsListedAndDumped) {
-    startAll();
-    const ToolProcess& service = mStack.startServices({"sample"});
+    const ToolProcess& service = startAll();
     call({"-l"});
     expectSeen(0, "Currently running services:\n  manager\n  sample\n", "");
     call({"sample", "json", "-l"});
@@ -58,30 +36,16 @@ TEST_F(DumpsysProcess, ServiceInAnotherProcessIsListedAndDumped) {
     expectSeen(1, "", "Can't find service: other\n");
 }
 
-TEST_F(DumpsysProcess, LargeDumpArrivesWhole) {
+TEST_F(DumpsysProcess, RefusalAndDeathInMidDumpAreReportedBesideWhatWasSaid) {
     startAll();
-    mStack.startServices({"sample"});
-    call({"sample", "big", "24"});
-    expectSeen(0, testing::SizeIs(24 * 1024 * 1024), "");
-}
-
-TEST_F(DumpsysProcess, RefusedDumpIsReported) {
-    startAll();
-    mStack.startServices({"sample"});
     call({"sample", "refuse"});
     expectSeen(1, "", "Error with service 'sample' while dumping: PERMISSION_DENIED\n");
-}
-
-TEST_F(DumpsysProcess, ServiceThatDiesInMidDumpIsReportedWithWhatItSaid) {
-    startAll();
-    mStack.startServices({"sample"});
     call({"sample", "die"});
     expectSeen(1, "begun\n", "Error with service 'sample' while dumping: DEAD_OBJECT\n");
 }
 
 TEST_F(DumpsysProcess, StoppedServiceIsGivenUpAndAnswersAgainAfterwards) {
-    startAll();
-    const ToolProcess& service = mStack.startServices({"sample"});
+    const ToolProcess& service = startAll();
     service.stop();
     call({"-T", "100", "sample"});
     expectSeen(1, "\n*** SERVICE 'sample' DUMP TIMEOUT (100ms) EXPIRED ***\n\n", "");
@@ -94,28 +58,24 @@ TEST_F(DumpsysProcess, StoppedServiceIsGivenUpAndAnswersAgainAfterwards) {
 
 TEST_F(DumpsysProcess, ReaderThatGoesAwayHarmsNeitherTheToolNorTheService) {
     startAll();
-    mStack.startServices({"sample"});
     unique_fd readEnd;
     unique_fd writeEnd;
     ASSERT_TRUE(android::base::Pipe(&readEnd, &writeEnd));
     readEnd.reset();
     Surroundings around = mStack.surroundings();
     around.out = writeEnd.get();
-    const Transcript seen = runTool({"dumpsys", "sample", "big", "24"}, around);
-    EXPECT_EQ(seen.status, 1);
-    EXPECT_EQ(seen.err, "");
+    call({"sample", "big", "24"}, around);
+    expectSeen(1, "", "");
     call({"sample", "json"});
     expectSeen(0, "json\n", "");
 }
 
 TEST_F(DumpsysProcess, ClosedOutputIsNotTakenForTheDrivers) {
     startAll();
-    mStack.startServices({"sample"});
     Surroundings around = mStack.surroundings();
     around.closeOut = true;
-    const Transcript seen = runTool({"dumpsys"}, around);
-    EXPECT_EQ(seen.status, 1);
-    EXPECT_EQ(seen.err, "dumpsys: cannot write the output: Bad file descriptor\n");
+    call({}, around);
+    expectSeen(1, "", "dumpsys: cannot write the output: Bad file descriptor\n");
 }
 
 TEST_F(DumpsysProcess, MissingHubAndServiceManagerSayWhatToStart) {
@@ -126,13 +86,6 @@ TEST_F(DumpsysProcess, MissingHubAndServiceManagerSayWhatToStart) {
     expectSeen(1, "",
                AllOf(StartsWith("dumpsys: no service manager on "),
                      EndsWith(": start servicemanager\n")));
-}
-
-TEST_F(DumpsysProcess, WrongCommandLinesGetTheUsage) {
-    call({"--thread", "sample"});
-    expectSeen(2, "", StartsWith("dumpsys: unknown option '--thread'\nusage: dumpsys"));
-    call({"--help"});
-    expectSeen(0, StartsWith("usage: dumpsys"), "");
 }
 
 }  // namespace tools

@@ -83,15 +83,6 @@ TEST(CallArguments, FileIsOpenedForWhatItAllows) {
     EXPECT_EQ(parcel.readUniqueFileDescriptor(&fd), android::OK);
 }
 
-TEST(CallArguments, MissingFileIsSaidWhenItIsNeeded) {
-    std::string error;
-    const auto arguments = parseCallArguments({"1", "fd", "/nowhere/file"}, &error);
-    ASSERT_TRUE(arguments);
-    Parcel parcel;
-    EXPECT_FALSE(writeCallArguments(*arguments, &parcel, &error));
-    EXPECT_EQ(error, "fd /nowhere/file: NAME_NOT_FOUND");
-}
-
 TEST(CallArguments, CodeIsAnyUnsignedNumber) {
     std::string error;
     EXPECT_EQ(parseCallArguments({"110"}, &error)->code, 110u);

@@ -2,10 +2,8 @@
 //
 // Service, the program, on services in other processes.
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include "tests/SampleStack.h"
+#include "tests/StackTest.h"
 
 namespace tools {
 
@@ -16,34 +14,15 @@ using testing::StartsWith;
 
 namespace {
 
-class ServiceProcess : public testing::Test {
+class ServiceProcess : public StackTest {
 protected:
-    void startAll() {
-        mStack.startHub();
-        mStack.startServiceManager();
-    }
-
-    void call(const std::vector<std::string>& arguments) {
-        std::vector<std::string> words{"service"};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        mSeen = mStack.run(words);
-    }
-    void expectSeen(int status, const testing::Matcher<std::string>& out,
-                    const testing::Matcher<std::string>& err) {
-        EXPECT_EQ(mSeen.status, status);
-        EXPECT_THAT(mSeen.out, out);
-        EXPECT_THAT(mSeen.err, err);
-    }
-
-    SampleStack mStack;
-    Transcript mSeen;
+    ServiceProcess() : StackTest("service") {}
 };
 
 }  // namespace
 
 TEST_F(ServiceProcess, ServicesInOtherProcessesAreListedAndChecked) {
-    startAll();
-    mStack.startServices({"sample", "another"});
+    startAll({"sample", "another"});
     call({"list"});
     expectSeen(0,
                "Found 3 services:\n"
@@ -59,7 +38,6 @@ TEST_F(ServiceProcess, ServicesInOtherProcessesAreListedAndChecked) {
 
 TEST_F(ServiceProcess, ReplyOfACallIsPrinted) {
     startAll();
-    mStack.startServices({"sample"});
     call({"call", "sample", "1", "i32", "7", "s16", "hi"});
     expectSeen(0, "Result: Parcel(00000007 00000002 00690068 00000000 '........h.i.....')\n", "");
     call({"call", "sample", "3"});
@@ -68,7 +46,6 @@ TEST_F(ServiceProcess, ReplyOfACallIsPrinted) {
 
 TEST_F(ServiceProcess, DescriptorOfAFileIsHandedOver) {
     startAll();
-    mStack.startServices({"sample"});
     const std::string path = mStack.folder() + "/file";
     ASSERT_TRUE(android::base::WriteStringToFile("", path));
     call({"call", "sample", "2", "fd", path});
@@ -81,7 +58,6 @@ TEST_F(ServiceProcess, DescriptorOfAFileIsHandedOver) {
 
 TEST_F(ServiceProcess, StoppedServiceDoesNotKeepTheOthersFromBeingListed) {
     startAll();
-    mStack.startServices({"sample"});
     mStack.startServices({"another"}).stop();
     call({"list"});
     expectSeen(1,
@@ -97,9 +73,8 @@ TEST_F(ServiceProcess, OutputThatFailsIsReported) {
     const unique_fd full(open("/dev/full", O_WRONLY | O_CLOEXEC));
     Surroundings around = mStack.surroundings();
     around.out = full.get();
-    const Transcript seen = runTool({"service", "list"}, around);
-    EXPECT_EQ(seen.status, 1);
-    EXPECT_EQ(seen.err, "service: cannot write the output\n");
+    call({"list"}, around);
+    expectSeen(1, "", "service: cannot write the output\n");
 }
 
 TEST_F(ServiceProcess, MissingHubAndServiceManagerSayWhatToStart) {

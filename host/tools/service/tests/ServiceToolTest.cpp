@@ -3,11 +3,7 @@
 // Service tool, as transcripts.
 #include "service/ServiceTool.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <sstream>
-
+#include "../../../testing/ToolTranscript.h"
 #include "tests/FakeService.h"
 #include "tests/FakeServiceManager.h"
 
@@ -20,46 +16,22 @@ using testing::StartsWith;
 
 namespace {
 
-class ServiceToolTranscript : public testing::Test {
+class ServiceToolTranscript : public hosttesting::ToolTranscript {
 protected:
-    ~ServiceToolTranscript() override {
-        mManager->clear();
-        mGate->open();
-        EXPECT_TRUE(FakeService::waitUntilNoneIsLeft());
-    }
-
     void add(const std::string& name, FakeService::Behaviour behaviour) {
         mManager->add(name, new FakeService(std::move(behaviour)));
     }
 
     void callMain(const std::vector<std::string>& arguments) {
-        std::ostringstream out;
-        std::ostringstream err;
         const auto connect = [this](std::ostream& why) -> sp<android::IServiceManager> {
             if (!mConnects) why << "no service manager\n";
             return mConnects ? mManager : nullptr;
         };
-        mStatus = serviceMain(arguments, connect, out, err);
-        mOut = out.str();
-        mErr = err.str();
-    }
-    void expectPrinted(const std::string& text) {
-        EXPECT_EQ(mStatus, 0);
-        EXPECT_EQ(mOut, text);
-        EXPECT_EQ(mErr, "");
-    }
-    void expectFailed(int status, const testing::Matcher<std::string>& message) {
-        EXPECT_EQ(mStatus, status);
-        EXPECT_EQ(mOut, "");
-        EXPECT_THAT(mErr, message);
+        transcribe([&](auto& out, auto& err) { return serviceMain(arguments, connect, out, err); });
     }
 
     const sp<FakeServiceManager> mManager{new FakeServiceManager};
-    const std::shared_ptr<Gate> mGate = std::make_shared<Gate>();
     bool mConnects = true;
-    int mStatus = -1;
-    std::string mOut;
-    std::string mErr;
 };
 
 }  // namespace
@@ -76,24 +48,6 @@ TEST_F(ServiceToolTranscript, ServicesAreListedWithTheirDescriptors) {
             "0\tactivity: []\n"
             "1\tgone: []\n"
             "2\tvrfocus: [test.IFocus]\n");
-}
-
-TEST_F(ServiceToolTranscript, ServiceThatDoesNotAnswerIsListedAllTheSame) {
-    add("a", {.beforeDescriptor = [gate = mGate] { gate->pass(); }});
-    add("b", {.descriptor = "test.IOther"});
-    std::ostringstream out;
-    std::ostringstream err;
-    EXPECT_EQ(ServiceTool(mManager, std::chrono::milliseconds(20), out, err).list(), 1);
-    EXPECT_EQ(out.str(), "Found 2 services:\n0\ta: []\n1\tb: [test.IOther]\n");
-    EXPECT_EQ(err.str(), "service: a does not answer\n");
-}
-
-TEST_F(ServiceToolTranscript, CheckSaysWhetherAServiceRuns) {
-    add("vrfocus", {});
-    callMain({"check", "vrfocus"});
-    expectPrinted("Service vrfocus: found\n");
-    callMain({"check", "focus"});
-    expectPrinted("Service focus: not found\n");
 }
 
 TEST_F(ServiceToolTranscript, CallCarriesTheTokenAndTheValuesAndPrintsTheReply) {
@@ -119,12 +73,6 @@ TEST_F(ServiceToolTranscript, CallCarriesTheTokenAndTheValuesAndPrintsTheReply) 
     EXPECT_TRUE(tokenMatches);
     EXPECT_EQ(number, -7);
     EXPECT_EQ(text, String16("abc"));
-}
-
-TEST_F(ServiceToolTranscript, EmptyReplyIsShownAsNone) {
-    add("vrfocus", {.answer = [](uint32_t, const Parcel&, Parcel*) { return android::OK; }});
-    callMain({"call", "vrfocus", "1"});
-    expectPrinted("Result: Parcel(NULL)\n");
 }
 
 TEST_F(ServiceToolTranscript, FailedCallIsReported) {
@@ -158,8 +106,7 @@ TEST_F(ServiceToolTranscript, MissingServiceManagerIsReported) {
 TEST_F(ServiceToolTranscript, HelpAndWrongCommandLinesNeedNoServiceManager) {
     mConnects = false;
     callMain({"--help"});
-    expectPrinted(mOut);
-    EXPECT_THAT(mOut, StartsWith("usage: service list"));
+    expectPrinted(StartsWith("usage: service list"));
     const struct {
         std::vector<std::string> arguments;
         const char* message;

@@ -6,42 +6,18 @@
 // the tracker registered with them.
 #pragma once
 
-#include <binder/Binder.h>
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
 
 #include "ConnectionManager.h"
-#include "FakeActivityManager.h"
-#include "FakeDisplayManager.h"
-#include "FakeFocusHelper.h"
-#include "FakeLog.h"
-#include "FakePermissionController.h"
-#include "FakeProcess.h"
-#include "FakeServiceManager.h"
-#include "FakeWindowManager.h"
+#include "FakePlatform.h"
 
 namespace NQS::OS {
 
-class TrackerTest : public testing::Test {
+class TrackerTest : public testing::Test, protected FakePlatform {
 protected:
-    TrackerTest() {
-        processes.clear();
-        log.take();
-        names.add("activity", activity);
-        names.add("display", display);
-        names.add("package_native", new android::BBinder);
-        names.add("permission", permission);
-        names.add("VelmarWindowManager", window);
-        names.add("vrfocushelper", helper);
-    }
-    ~TrackerTest() override {
-        tracker.reset();
-        names.clear();
-        processes.clear();
-    }
-
     std::shared_ptr<ConnectionManager> makeTracker() {
         tracker = std::make_shared<ConnectionManager>();
         return tracker;
@@ -59,14 +35,7 @@ protected:
         processes.set(client.pid, client.uid, "process" + std::to_string(client.pid));
     }
 
-    FakeServiceManager& names = FakeServiceManager::installed();
-    FakeProcessTable& processes = FakeProcessTable::instance();
     FakeLog& log = FakeLog::instance();
-    const android::sp<FakeActivityManager> activity = new FakeActivityManager;
-    const android::sp<FakeDisplayManager> display = new FakeDisplayManager;
-    const android::sp<FakePermissionController> permission = new FakePermissionController;
-    const android::sp<FakeWindowManager> window = new FakeWindowManager;
-    const android::sp<FakeFocusHelper> helper = new FakeFocusHelper;
     std::shared_ptr<ConnectionManager> tracker;
 };
 

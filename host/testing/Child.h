@@ -12,7 +12,7 @@
 
 #include <functional>
 
-namespace hosttelemetry::test {
+namespace hosttesting {
 
 class Child {
 public:
@@ -29,6 +29,8 @@ public:
     ~Child() { end(SIGKILL); }
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
+
+    [[nodiscard]] pid_t pid() const { return mPid; }
 
     /** Waits; the exit status, or minus the signal that ended it. */
     int wait() {
@@ -48,4 +50,4 @@ private:
     pid_t mPid;
 };
 
-}  // namespace hosttelemetry::test
+}  // namespace hosttesting
