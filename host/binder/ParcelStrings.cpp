@@ -84,35 +84,30 @@ const char16_t* Parcel::readString16Inplace(size_t* outLength) const {
     return static_cast<const char16_t*>(text);
 }
 
-status_t Parcel::readString16(std::optional<String16>* out) const {
+status_t Parcel::readUnits(const char16_t** outUnits, size_t* outLength) const {
     const size_t start = dataPosition();
     int32_t length = 0;
     if (const status_t status = readInt32(&length); status != OK) return status;
-    if (length == kAbsent) {
-        out->reset();
-        return OK;
-    }
+    if (length == kAbsent) return UNEXPECTED_NULL;
     setDataPosition(start);
-    size_t units = 0;
-    const char16_t* text = readString16Inplace(&units);
-    if (text == nullptr) return BAD_VALUE;
-    out->emplace(text, units);
-    return OK;
+    *outUnits = readString16Inplace(outLength);
+    return *outUnits == nullptr ? BAD_VALUE : OK;
 }
 
 status_t Parcel::readString16(String16* out) const {
-    std::optional<String16> text;
-    if (const status_t status = readString16(&text); status != OK) return status;
-    if (!text) return UNEXPECTED_NULL;
-    *out = *text;
+    const char16_t* units = nullptr;
+    size_t length = 0;
+    if (const status_t status = readUnits(&units, &length); status != OK) return status;
+    *out = String16(units, length);
     return OK;
 }
 
+status_t Parcel::readString16(std::optional<String16>* out) const {
+    return readNullable(out, [this](String16* text) { return readString16(text); });
+}
+
 status_t Parcel::readString16(std::unique_ptr<String16>* out) const {
-    std::optional<String16> text;
-    if (const status_t status = readString16(&text); status != OK) return status;
-    *out = text ? std::make_unique<String16>(*text) : nullptr;
-    return OK;
+    return readNullable(out, [this](String16* text) { return readString16(text); });
 }
 
 String16 Parcel::readString16() const {
@@ -140,41 +135,26 @@ status_t Parcel::writeUtf8AsUtf16(const std::optional<std::string>& text) {
     return text ? writeUtf8AsUtf16(*text) : writeInt32(kAbsent);
 }
 
-status_t Parcel::readUtf8FromUtf16(std::optional<std::string>* out) const {
-    const size_t start = dataPosition();
-    int32_t length = 0;
-    if (const status_t status = readInt32(&length); status != OK) return status;
-    if (length == kAbsent) {
-        out->reset();
-        return OK;
-    }
-    setDataPosition(start);
-    size_t units = 0;
-    const char16_t* text = readString16Inplace(&units);
-    if (text == nullptr) return BAD_VALUE;
-    const ssize_t bytes = units == 0 ? 0 : utf16_to_utf8_length(text, units);
+status_t Parcel::readUtf8FromUtf16(std::string* out) const {
+    const char16_t* units = nullptr;
+    size_t length = 0;
+    if (const status_t status = readUnits(&units, &length); status != OK) return status;
+    const ssize_t bytes = length == 0 ? 0 : utf16_to_utf8_length(units, length);
     if (bytes < 0) return BAD_VALUE;
     // The converter ends its output with a zero, which needs room as well.
     std::string converted(size_t(bytes) + 1, '\0');
-    if (units > 0) utf16_to_utf8(text, units, converted.data(), converted.size());
+    if (length > 0) utf16_to_utf8(units, length, converted.data(), converted.size());
     converted.resize(size_t(bytes));
     *out = std::move(converted);
     return OK;
 }
 
-status_t Parcel::readUtf8FromUtf16(std::string* out) const {
-    std::optional<std::string> text;
-    if (const status_t status = readUtf8FromUtf16(&text); status != OK) return status;
-    if (!text) return UNEXPECTED_NULL;
-    *out = std::move(*text);
-    return OK;
+status_t Parcel::readUtf8FromUtf16(std::optional<std::string>* out) const {
+    return readNullable(out, [this](std::string* text) { return readUtf8FromUtf16(text); });
 }
 
 status_t Parcel::readUtf8FromUtf16(std::unique_ptr<std::string>* out) const {
-    std::optional<std::string> text;
-    if (const status_t status = readUtf8FromUtf16(&text); status != OK) return status;
-    *out = text ? std::make_unique<std::string>(std::move(*text)) : nullptr;
-    return OK;
+    return readNullable(out, [this](std::string* text) { return readUtf8FromUtf16(text); });
 }
 
 int32_t Parcel::readExceptionCode() const {

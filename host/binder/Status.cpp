@@ -34,17 +34,11 @@ Status::Status(int32_t exceptionCode, int32_t errorCode, const String8& message)
 Status Status::ok() {
     return {};
 }
-Status Status::fromExceptionCode(int32_t exceptionCode) {
-    return Status(exceptionCode, OK, String8());
-}
 Status Status::fromExceptionCode(int32_t exceptionCode, const String8& message) {
     return Status(exceptionCode, OK, message);
 }
 Status Status::fromExceptionCode(int32_t exceptionCode, const char* message) {
     return fromExceptionCode(exceptionCode, String8(message));
-}
-Status Status::fromServiceSpecificError(int32_t serviceSpecificErrorCode) {
-    return Status(EX_SERVICE_SPECIFIC, serviceSpecificErrorCode, String8());
 }
 Status Status::fromServiceSpecificError(int32_t serviceSpecificErrorCode, const String8& message) {
     return Status(EX_SERVICE_SPECIFIC, serviceSpecificErrorCode, message);

@@ -10,7 +10,15 @@ namespace {
 using namespace android;
 using namespace scripted;
 
-class CallTest : public ScriptedTest {};
+class CallTest : public ScriptedTest {
+protected:
+    /** An empty call, without looking at what it brings. */
+    static status_t call(const sp<IBinder>& binder, uint32_t flags = 0) {
+        Parcel data;
+        Parcel reply;
+        return binder->transact(1, data, &reply, flags);
+    }
+};
 
 TEST_F(CallTest, ReplyBringsItsData) {
     driver().caller(Reads().put(BR_NOOP).put(BR_TRANSACTION_COMPLETE));
@@ -49,10 +57,9 @@ TEST_F(CallTest, EveryWayToFailHasItsStatus) {
 TEST_F(CallTest, DeadProxyIsNotAskedAgain) {
     const sp<IBinder> binder = proxy();
     driver().caller(Reads().put(BR_DEAD_REPLY));
-    Parcel data;
-    EXPECT_EQ(binder->transact(1, data, nullptr), DEAD_OBJECT);
+    EXPECT_EQ(call(binder), DEAD_OBJECT);
     EXPECT_FALSE(binder->isBinderAlive());
-    EXPECT_EQ(binder->transact(1, data, nullptr), DEAD_OBJECT);
+    EXPECT_EQ(call(binder), DEAD_OBJECT);
     EXPECT_EQ(written(BC_TRANSACTION).size(), 1u);
 }
 
@@ -64,44 +71,32 @@ TEST_F(CallTest, ParcelWithAnErrorIsNotSent) {
 }
 
 TEST_F(CallTest, OneWayCallEndsWithItsDelivery) {
-    driver().caller(Reads().put(BR_TRANSACTION_COMPLETE));
-    Parcel data;
-    Parcel reply;
-    EXPECT_EQ(proxy()->transact(1, data, &reply, IBinder::FLAG_ONEWAY), OK);
+    const struct {
+        uint32_t end;
+        status_t status;
+    } rows[] = {{BR_TRANSACTION_COMPLETE, OK},
+                {BR_ONEWAY_SPAM_SUSPECT, OK},
+                {BR_FAILED_REPLY, FAILED_TRANSACTION}};
+    for (const auto& row : rows) {
+        driver().caller(Reads().put(row.end));
+        EXPECT_EQ(call(proxy(), IBinder::FLAG_ONEWAY), row.status) << row.end;
+    }
     const std::vector<Written> calls = written(BC_TRANSACTION);
-    ASSERT_EQ(calls.size(), 1u);
+    ASSERT_EQ(calls.size(), std::size(rows));
     EXPECT_NE(calls[0].transaction.flags & TF_ONE_WAY, 0u);
 }
 
-TEST_F(CallTest, OneWayCallToAFullQueueFails) {
-    driver().caller(Reads().put(BR_FAILED_REPLY));
-    Parcel data;
-    EXPECT_EQ(proxy()->transact(1, data, nullptr, IBinder::FLAG_ONEWAY), FAILED_TRANSACTION);
-}
-
-TEST_F(CallTest, SlowReceiverIsNoError) {
-    driver().caller(Reads().put(BR_ONEWAY_SPAM_SUSPECT));
-    Parcel data;
-    EXPECT_EQ(proxy()->transact(1, data, nullptr, IBinder::FLAG_ONEWAY), OK);
-}
-
-TEST_F(CallTest, InterruptedExchangeSendsNothingTwice) {
+TEST_F(CallTest, InterruptedExchangeIsGoneOnWithAndSendsNothingTwice) {
+    // How much of the commands the driver has taken when the signal comes.
     const sp<IBinder> binder = proxy();
-    driver().addCaller({Reads(), -EINTR, SIZE_MAX});
-    driver().addCaller({Reads(), -EINTR, SIZE_MAX});
-    driver().caller(Reads().put(BR_TRANSACTION_COMPLETE).put(BR_REPLY, number(1)));
-    Parcel data;
-    EXPECT_EQ(binder->transact(1, data, nullptr), OK);
-    EXPECT_EQ(written(BC_TRANSACTION).size(), 1u);
-}
-
-TEST_F(CallTest, InterruptedBeforeTheWriteIsSentAfterwards) {
-    const sp<IBinder> binder = proxy();
-    driver().addCaller({Reads(), -EINTR, 0});
-    driver().caller(Reads().put(BR_TRANSACTION_COMPLETE).put(BR_REPLY, number(1)));
-    Parcel data;
-    EXPECT_EQ(binder->transact(1, data, nullptr), OK);
-    EXPECT_EQ(written(BC_TRANSACTION).size(), 1u);
+    size_t sent = 0;
+    for (const size_t taken : {SIZE_MAX, size_t{0}}) {
+        driver().addCaller({Reads(), -EINTR, taken});
+        driver().addCaller({Reads(), -EINTR, taken});
+        driver().caller(Reads().put(BR_TRANSACTION_COMPLETE).put(BR_REPLY, number(1)));
+        EXPECT_EQ(call(binder), OK);
+        EXPECT_EQ(written(BC_TRANSACTION).size(), ++sent);
+    }
 }
 
 TEST_F(CallTest, ObjectSentOutIsAcknowledgedAndOutlivesItsCreator) {
@@ -178,8 +173,7 @@ TEST_F(CallTest, AnswerToANestedCallIsNotTheCompletionOfAOneWayCallMadeInIt) {
     driver().caller(Reads().put(BR_TRANSACTION_COMPLETE));  // of the one-way call
     driver().caller(Reads().put(BR_TRANSACTION_COMPLETE));  // of the answer
     driver().caller(Reads().put(BR_REPLY, number(5)));
-    Parcel data;
-    EXPECT_EQ(proxy()->transact(1, data, nullptr), OK);
+    EXPECT_EQ(call(proxy()), OK);
     EXPECT_EQ(written(BC_REPLY).size(), 1u);
 }
 
@@ -196,8 +190,7 @@ TEST_F(CallTest, WaitingThreadOutsideThePoolRunsNoDeathRecipient) {
     const uint64_t cookie = written(BC_REQUEST_DEATH_NOTIFICATION)[0].value;
     driver().caller(Reads().put(BR_DEAD_BINDER, binder_uintptr_t(cookie)));
     driver().caller(Reads().put(BR_DEAD_REPLY));
-    Parcel data;
-    EXPECT_EQ(binder->transact(1, data, nullptr), DEAD_OBJECT);
+    EXPECT_EQ(call(binder), DEAD_OBJECT);
     EXPECT_EQ(recipient->toldBy, std::thread::id());
 
     driver().pool(Reads().put(BR_FINISHED));
@@ -209,19 +202,11 @@ TEST_F(CallTest, WaitingThreadOutsideThePoolRunsNoDeathRecipient) {
 
 TEST_F(CallTest, SmallBufferGoesBackWithTheNextCommand) {
     const sp<IBinder> binder = proxy();
-    {
-        driver().caller(Reads().put(BR_REPLY, number(1)));
-        Parcel data;
-        Parcel reply;
-        ASSERT_EQ(binder->transact(1, data, &reply), OK);
-    }
+    driver().caller(Reads().put(BR_REPLY, number(1)));
+    ASSERT_EQ(call(binder), OK);
     EXPECT_EQ(driver().liveBuffers(), 1u);
     driver().caller(Reads().put(BR_REPLY, number(2)));
-    {
-        Parcel data;
-        Parcel reply;
-        ASSERT_EQ(binder->transact(1, data, &reply), OK);
-    }
+    ASSERT_EQ(call(binder), OK);
     const std::vector<Written> freed = written(BC_FREE_BUFFER);
     ASSERT_EQ(freed.size(), 1u);
     EXPECT_EQ(freed[0].exchange, written(BC_TRANSACTION)[1].exchange);
@@ -230,20 +215,14 @@ TEST_F(CallTest, SmallBufferGoesBackWithTheNextCommand) {
 TEST_F(CallTest, LargeBufferGoesBackAtOnce) {
     const std::vector<uint8_t> large(5000);
     driver().caller(Reads().put(BR_REPLY, driver().payload(large.data(), large.size())));
-    {
-        Parcel data;
-        Parcel reply;
-        ASSERT_EQ(proxy()->transact(1, data, &reply), OK);
-    }
+    ASSERT_EQ(call(proxy()), OK);
     EXPECT_EQ(driver().liveBuffers(), 0u);
 }
 
 TEST_F(CallTest, BufferKeptByAThreadThatEndsGoesBack) {
     std::thread([] {
         driver().caller(Reads().put(BR_REPLY, number(1)));
-        Parcel data;
-        Parcel reply;
-        EXPECT_EQ(proxy()->transact(1, data, &reply), OK);
+        EXPECT_EQ(call(proxy()), OK);
     }).join();
     EXPECT_EQ(driver().liveBuffers(), 0u);
 }

@@ -176,29 +176,6 @@ TEST(GeneratedCodeTest, RequestCutAnywhereIsRefusedBeforeTheHandler) {
     EXPECT_EQ(watcher->handled, 1);
 }
 
-TEST(GeneratedCodeTest, WrongDescriptorIsABadTypeBeforeAnyArgument) {
-    const sp<Packages> packages = new Packages();
-    for (uint32_t code = 1; code <= 3; code++) {
-        Parcel data;
-        Parcel reply;
-        data.writeInterfaceToken(String16("android.os.IServiceManager"));
-        EXPECT_EQ(packages->transact(code, data, &reply), -2147483647);
-    }
-    EXPECT_EQ(packages->handled, 0);
-}
-
-TEST(GeneratedCodeTest, NullBinderWhereNoneMayBeIsAnException) {
-    const sp<Watcher> watcher = new Watcher();
-    Parcel data;
-    Parcel reply;
-    data.writeInterfaceToken(watcher->getInterfaceDescriptor());
-    data.writeUtf8AsUtf16(std::string("service"));
-    data.writeStrongBinder(nullptr);
-    EXPECT_EQ(watcher->transact(1, data, &reply), OK);
-    EXPECT_EQ(reply.readExceptionCode(), Status::EX_NULL_POINTER);
-    EXPECT_EQ(watcher->handled, 0);
-}
-
 TEST(GeneratedCodeTest, StubsSurviveRandomRequests) {
     std::mt19937 random(20211);
     const sp<Packages> packages = new Packages();
@@ -269,36 +246,6 @@ TEST(GeneratedCodeTest, ProxiesSurviveRandomReplies) {
     }
     EXPECT_GT(fine, 0);
     EXPECT_GT(refused, 0);
-}
-
-TEST(GeneratedCodeTest, DefaultImplementationAnswersUnknownTransactionsOnly) {
-    struct Default : content::pm::IPackageManagerNativeDefault {
-        // Owned by a unique_ptr: libutils frees the counts of an object that nobody has ever
-        // referenced in this mode only.
-        Default() { extendObjectLifetime(OBJECT_LIFETIME_WEAK); }
-        Status getInstallerForPackage(const String16&, std::string* installer) override {
-            *installer = "default";
-            return Status::ok();
-        }
-    };
-    class Refusing : public BBinder {
-    public:
-        status_t result = OK;
-
-    protected:
-        status_t onTransact(uint32_t, const Parcel&, Parcel*, uint32_t) override { return result; }
-    };
-    ASSERT_TRUE(IPackageManagerNative::setDefaultImpl(std::make_unique<Default>()));
-    EXPECT_FALSE(IPackageManagerNative::setDefaultImpl(std::make_unique<Default>()));
-    const sp<Refusing> remote = new Refusing();
-    const sp<IPackageManagerNative> proxy = interface_cast<IPackageManagerNative>(remote);
-    std::string installer;
-    remote->result = UNKNOWN_TRANSACTION;
-    EXPECT_TRUE(proxy->getInstallerForPackage(String16("x"), &installer).isOk());
-    EXPECT_EQ(installer, "default");
-    remote->result = DEAD_OBJECT;
-    EXPECT_EQ(proxy->getInstallerForPackage(String16("x"), &installer).transactionError(),
-              DEAD_OBJECT);
 }
 
 }  // namespace

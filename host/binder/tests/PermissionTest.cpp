@@ -106,18 +106,15 @@ TEST_F(PermissionTest, GrantIsAskedForOncePerUid) {
     EXPECT_EQ(mController->asked, 2);
 }
 
-TEST_F(PermissionTest, DenialIsRememberedToo) {
-    mController->answer = false;
-    EXPECT_FALSE(check(100, 1000));
-    mController->answer = true;
-    EXPECT_FALSE(check(100, 1000));
-    EXPECT_EQ(mController->asked, 1);
-}
-
-TEST_F(PermissionTest, RootIsAskedAboutLikeAnyOther) {
-    mController->answer = false;
-    EXPECT_FALSE(check(100, 0));
-    EXPECT_EQ(mController->asked, 1);
+TEST_F(PermissionTest, DenialIsRememberedTooAndRootIsAskedAboutLikeAnyOther) {
+    for (const uid_t uid : {1000, 0}) {
+        mController->asked = 0;
+        mController->answer = false;
+        EXPECT_FALSE(check(100, uid));
+        mController->answer = true;
+        EXPECT_FALSE(check(100, uid));
+        EXPECT_EQ(mController->asked, 1);
+    }
 }
 
 TEST_F(PermissionTest, WithoutAControllerTheAnswerIsNoAndIsNotRemembered) {

@@ -19,6 +19,19 @@ protected:
         });
     }
 
+    /** Has one call served, and gives the one answer to it. */
+    static Written serve(const binder_transaction_data& transaction) {
+        driver().pool(Reads().put(BR_TRANSACTION, transaction));
+        driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));
+        finish();
+        return onlyReply();
+    }
+    static Written onlyReply() {
+        const std::vector<Written> replies = written(BC_REPLY);
+        EXPECT_EQ(replies.size(), 1u);
+        return replies.empty() ? Written() : replies[0];
+    }
+
     static void finish() {
         driver().pool(Reads().put(BR_FINISHED));
         runPoolThread();
@@ -27,16 +40,12 @@ protected:
 
 TEST_F(ServeTest, AnswerAndTheNextReadAreOneExchange) {
     const sp<BBinder> target = answering(OK, 3);
-    driver().pool(Reads().put(BR_TRANSACTION, request(target, 1)));
-    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));
-    finish();
-    const std::vector<Written> replies = written(BC_REPLY);
-    ASSERT_EQ(replies.size(), 1u);
-    EXPECT_TRUE(replies[0].reads);
-    EXPECT_EQ(replies[0].transaction.data_size, 4u);
+    const Written answer = serve(request(target, 1));
+    EXPECT_TRUE(answer.reads);
+    EXPECT_EQ(answer.transaction.data_size, 4u);
     const std::vector<Written> freed = written(BC_FREE_BUFFER);
     ASSERT_EQ(freed.size(), 1u);
-    EXPECT_EQ(freed[0].exchange, replies[0].exchange);
+    EXPECT_EQ(freed[0].exchange, answer.exchange);
 }
 
 TEST_F(ServeTest, ResultsAreSentAsTheyAre) {
@@ -54,15 +63,11 @@ TEST_F(ServeTest, ResultsAreSentAsTheyAre) {
         SCOPED_TRACE(row.name);
         driver().reset();
         const sp<BBinder> target = answering(row.result, 77);
-        driver().pool(Reads().put(BR_TRANSACTION, request(target, 1)));
-        driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));
-        finish();
-        const std::vector<Written> replies = written(BC_REPLY);
-        ASSERT_EQ(replies.size(), 1u);
-        EXPECT_EQ((replies[0].transaction.flags & TF_STATUS_CODE) != 0, row.asStatus);
+        const Written answer = serve(request(target, 1));
+        EXPECT_EQ((answer.transaction.flags & TF_STATUS_CODE) != 0, row.asStatus);
         int32_t sent = 0;
-        ASSERT_EQ(replies[0].payload.size(), sizeof(sent));
-        std::memcpy(&sent, replies[0].payload.data(), sizeof(sent));
+        ASSERT_EQ(answer.payload.size(), sizeof(sent));
+        std::memcpy(&sent, answer.payload.data(), sizeof(sent));
         EXPECT_EQ(sent, row.asStatus ? row.result : 77);
     }
 }
@@ -137,9 +142,7 @@ TEST_F(ServeTest, DestructorBehindACallRunsAfterTheAnswerHasLeft) {
     driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));
     finish();
     EXPECT_TRUE(answered);
-    const std::vector<Written> replies = written(BC_REPLY);
-    ASSERT_EQ(replies.size(), 1u);
-    EXPECT_FALSE(replies[0].reads);
+    EXPECT_FALSE(onlyReply().reads);
 }
 
 TEST_F(ServeTest, AnswerThatHoldsABinderIsSentAloneAndReleasedWhenItIsDone) {
@@ -161,9 +164,7 @@ TEST_F(ServeTest, AnswerThatHoldsABinderIsSentAloneAndReleasedWhenItIsDone) {
         return Step{Reads().put(BR_RELEASE, given).put(BR_DECREFS, given), 0, SIZE_MAX};
     });
     finish();
-    const std::vector<Written> replies = written(BC_REPLY);
-    ASSERT_EQ(replies.size(), 1u);
-    EXPECT_FALSE(replies[0].reads);
+    EXPECT_FALSE(onlyReply().reads);
     EXPECT_EQ(written(BC_ACQUIRE_DONE).size(), 1u);
     EXPECT_TRUE(gone);
 }
@@ -173,12 +174,7 @@ TEST_F(ServeTest, ObjectThatIsGoneIsAnUnknownTransaction) {
     binder_transaction_data transaction = request(target, 1);
     RefBase::weakref_type* refs = target->createWeak(this);
     target.clear();
-    driver().pool(Reads().put(BR_TRANSACTION, transaction));
-    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));
-    finish();
-    const std::vector<Written> replies = written(BC_REPLY);
-    ASSERT_EQ(replies.size(), 1u);
-    EXPECT_NE(replies[0].transaction.flags & TF_STATUS_CODE, 0u);
+    EXPECT_NE(serve(transaction).transaction.flags & TF_STATUS_CODE, 0u);
     refs->decWeak(this);
 }
 
@@ -186,13 +182,8 @@ TEST_F(ServeTest, HandleZeroReachesTheContextObject) {
     IPCThreadState::self()->setTheContextObject(answering(OK, 11));
     binder_transaction_data transaction = driver().payload("", 0);
     transaction.code = 1;
-    driver().pool(Reads().put(BR_TRANSACTION, transaction));
-    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));
-    finish();
+    EXPECT_EQ(serve(transaction).payload, (std::vector<uint8_t>{11, 0, 0, 0}));
     IPCThreadState::self()->setTheContextObject(nullptr);
-    const std::vector<Written> replies = written(BC_REPLY);
-    ASSERT_EQ(replies.size(), 1u);
-    EXPECT_EQ(replies[0].payload, (std::vector<uint8_t>{11, 0, 0, 0}));
 }
 
 TEST_F(ServeTest, CommandThatIsNotKnownIsSkippedWithItsArgument) {
@@ -228,21 +219,6 @@ TEST_F(ServeTest, EveryBinderAnswersTheMetaTransactions) {
         EXPECT_EQ(target->transact(row.code, data, &reply), row.status);
         EXPECT_EQ(reply.dataSize(), row.replySize);
     }
-}
-
-TEST_F(ServeTest, StarvedPoolIsReportedWhenItRecovers) {
-    ProcessState::self()->setThreadPoolMaxThreadCount(0);
-    const sp<BBinder> target = new Target([](uint32_t, const Parcel&, Parcel*, uint32_t) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(150));
-        return status_t(OK);
-    });
-    driver().pool(Reads().put(BR_TRANSACTION, request(target, 1)));
-    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));
-    testing::internal::CaptureStderr();
-    finish();
-    const std::string log = testing::internal::GetCapturedStderr();
-    EXPECT_NE(log.find("binder thread pool (1 threads) starved for"), std::string::npos) << log;
-    ProcessState::self()->setThreadPoolMaxThreadCount(15);
 }
 
 }  // namespace

@@ -4,7 +4,8 @@
 #include <binder/Status.h>
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <cstdint>
+#include <vector>
 
 namespace {
 
@@ -69,47 +70,22 @@ TEST(StatusTest, ReplyHeaderIsSkipped) {
 TEST(StatusTest, DamagedRepliesAreErrors) {
     const struct {
         const char* name;
-        std::function<void(Parcel*)> write;
+        std::vector<int32_t> words;
     } rows[] = {
-            {"nothing", [](Parcel*) {}},
-            {"cut message",
-             [](Parcel* p) {
-                 p->writeInt32(-3);
-                 p->writeInt32(100);
-             }},
-            {"no trace",
-             [](Parcel* p) {
-                 p->writeInt32(-3);
-                 p->writeString16(String16("x"));
-             }},
-            {"trace beyond the end",
-             [](Parcel* p) {
-                 p->writeInt32(-3);
-                 p->writeString16(String16("x"));
-                 p->writeInt32(1000);
-             }},
-            {"no service code",
-             [](Parcel* p) {
-                 p->writeInt32(-8);
-                 p->writeString16(String16("x"));
-                 p->writeInt32(0);
-             }},
-            {"header beyond the end",
-             [](Parcel* p) {
-                 p->writeInt32(-128);
-                 p->writeInt32(0x7fffffff);
-             }},
-            {"header of negative size",
-             [](Parcel* p) {
-                 p->writeInt32(-128);
-                 p->writeInt32(-8);
-             }},
-            {"a transport error that was sent", [](Parcel* p) { p->writeInt32(-129); }},
+            {"nothing", {}},
+            {"cut message", {Status::EX_ILLEGAL_ARGUMENT, 100}},
+            {"no trace", {Status::EX_ILLEGAL_ARGUMENT, 1, 'x'}},
+            {"trace beyond the end", {Status::EX_ILLEGAL_ARGUMENT, 1, 'x', 1000}},
+            {"no service code", {Status::EX_SERVICE_SPECIFIC, 1, 'x', 0}},
+            {"header beyond the end", {Status::EX_HAS_REPLY_HEADER, INT32_MAX}},
+            {"header of negative size", {Status::EX_HAS_REPLY_HEADER, -8}},
+            {"a transport error that was sent", {Status::EX_TRANSACTION_FAILED}},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         Parcel parcel;
-        row.write(&parcel);
+        for (const int32_t word : row.words)
+            parcel.writeInt32(word);
         parcel.setDataPosition(0);
         Status status;
         EXPECT_NE(status.readFromParcel(parcel), OK);

@@ -8,19 +8,18 @@
 namespace servicemanager {
 
 TEST(Options, GoodCommandLinesAreTaken) {
-    std::string error;
-    const auto plain = parseOptions({}, &error);
-    ASSERT_TRUE(plain);
-    EXPECT_FALSE(plain->help);
-    EXPECT_EQ(plain->readyFd, std::nullopt);
-
-    const auto ready = parseOptions({"--ready-fd", "7"}, &error);
-    ASSERT_TRUE(ready);
-    EXPECT_EQ(ready->readyFd, 7);
-
-    const auto help = parseOptions({"--help"}, &error);
-    ASSERT_TRUE(help);
-    EXPECT_TRUE(help->help);
+    const struct {
+        std::vector<std::string> words;
+        bool help;
+        std::optional<int> readyFd;
+    } rows[] = {{{}, false, {}}, {{"--ready-fd", "7"}, false, 7}, {{"--help"}, true, {}}};
+    for (const auto& row : rows) {
+        std::string error;
+        const auto options = parseOptions(row.words, &error);
+        ASSERT_TRUE(options) << error;
+        EXPECT_EQ(options->help, row.help);
+        EXPECT_EQ(options->readyFd, row.readyFd);
+    }
 }
 
 TEST(Options, WrongOnesAreExplained) {

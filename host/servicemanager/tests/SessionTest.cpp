@@ -123,11 +123,6 @@ TEST_F(SessionTest, ServicesOfTwoProcessesAreFoundAndAnswer) {
     }));
 }
 
-TEST_F(SessionTest, UnknownNameIsNull) {
-    EXPECT_EQ(check("unknown"), nullptr);
-    EXPECT_EQ(check(""), nullptr);
-}
-
 TEST_F(SessionTest, DeadServiceIsNeverHandedOutAgain) {
     for (int round = 0; round < 200; ++round) {
         Program victim = startService("victim");

@@ -236,6 +236,11 @@ private:
     template <typename T>
     status_t readPlain(T* out) const;
 
+    /** UNEXPECTED_NULL when the text is absent. */
+    status_t readUnits(const char16_t** outUnits, size_t* outLength) const;
+    /** A std::unique_ptr or std::optional of what `read` reads; a leading -1 says "absent". */
+    template <typename T, typename Read>
+    status_t readNullable(T* out, Read read) const;
     status_t writeByteContents(const void* data, size_t length);
     /** BAD_VALUE when fewer bytes are left than count elements of that size take at least. */
     status_t readCount(size_t minElementSize, int32_t* outCount) const;

@@ -53,20 +53,27 @@ status_t Parcel::writeVectorWith(const T& values, Write write) {
 }
 
 template <typename T, typename Read>
+status_t Parcel::readNullable(T* out, Read read) const {
+    const size_t start = dataPosition();
+    int32_t length = 0;
+    if (const status_t status = readInt32(&length); status != OK) return status;
+    if (length == -1) {
+        out->reset();
+        return OK;
+    }
+    setDataPosition(start);
+    typename parcel_detail::Nullable<T>::Element value;
+    const status_t status = read(&value);
+    if (status == OK) *out = parcel_detail::Nullable<T>::wrap(std::move(value));
+    return status;
+}
+
+template <typename T, typename Read>
 status_t Parcel::readVectorWith(T* out, size_t minElementSize, Read read) const {
     if constexpr (parcel_detail::Nullable<T>::kValue) {
-        const size_t start = dataPosition();
-        int32_t count = 0;
-        if (const status_t status = readInt32(&count); status != OK) return status;
-        if (count == -1) {
-            out->reset();
-            return OK;
-        }
-        setDataPosition(start);
-        typename parcel_detail::Nullable<T>::Element values;
-        const status_t status = readVectorWith(&values, minElementSize, read);
-        if (status == OK) *out = parcel_detail::Nullable<T>::wrap(std::move(values));
-        return status;
+        return readNullable(out, [&](auto* values) {
+            return this->readVectorWith(values, minElementSize, read);
+        });
     } else {
         int32_t count = 0;
         if (const status_t status = readCount(minElementSize, &count); status != OK) return status;
@@ -95,18 +102,7 @@ status_t Parcel::writeByteVector(const T& values) {
 template <typename T>
 status_t Parcel::readByteVector(T* out) const {
     if constexpr (parcel_detail::Nullable<T>::kValue) {
-        const size_t start = dataPosition();
-        int32_t count = 0;
-        if (const status_t status = readInt32(&count); status != OK) return status;
-        if (count == -1) {
-            out->reset();
-            return OK;
-        }
-        setDataPosition(start);
-        typename parcel_detail::Nullable<T>::Element values;
-        const status_t status = readByteVector(&values);
-        if (status == OK) *out = parcel_detail::Nullable<T>::wrap(std::move(values));
-        return status;
+        return readNullable(out, [this](auto* values) { return this->readByteVector(values); });
     } else {
         static_assert(sizeof(typename T::value_type) == 1);
         int32_t count = 0;

@@ -35,12 +35,10 @@ public:
     };
 
     static Status ok();
-    static Status fromExceptionCode(int32_t exceptionCode);
-    static Status fromExceptionCode(int32_t exceptionCode, const String8& message);
+    static Status fromExceptionCode(int32_t exceptionCode, const String8& message = String8());
     static Status fromExceptionCode(int32_t exceptionCode, const char* message);
-    static Status fromServiceSpecificError(int32_t serviceSpecificErrorCode);
     static Status fromServiceSpecificError(int32_t serviceSpecificErrorCode,
-                                           const String8& message);
+                                           const String8& message = String8());
     static Status fromServiceSpecificError(int32_t serviceSpecificErrorCode, const char* message);
     static Status fromStatusT(status_t status);
 
