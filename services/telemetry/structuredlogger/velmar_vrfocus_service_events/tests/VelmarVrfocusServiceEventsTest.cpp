@@ -7,7 +7,6 @@
 #include <functional>
 #include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "WireBytes.h"
 
@@ -93,26 +92,6 @@ TEST(FocusEvent, EachFieldIsWrittenExactlyWhenItWasSet) {
     }
 }
 
-TEST(FocusEvent, FieldsAreWrittenInOrderOfTheirNumbersWhateverTheOrderOfSetting) {
-    const std::vector<std::function<void(Event&)>> setters = {
-            [](Event& e) { e.set_focus_event("e"); },
-            [](Event& e) { e.set_package_name("p"); },
-            [](Event& e) { e.set_pid(1); },
-            [](Event& e) { e.set_uid(2); },
-            [](Event& e) { e.set_is_top_activity(true); },
-            [](Event& e) { e.set_current_top_activity("t"); }};
-    const std::string expected = bytesOf("0a0165 120170 1801 2002 2801 320174");
-    EXPECT_EQ(decodeRaw(expected), "1: \"e\"\n2: \"p\"\n3: 1\n4: 2\n5: 1\n6: \"t\"\n");
-    const std::vector<std::vector<size_t>> orders = {
-            {0, 1, 2, 3, 4, 5}, {5, 4, 3, 2, 1, 0}, {0, 5, 3, 2, 1, 4}, {3, 0, 4, 1, 5, 2}};
-    for (const auto& order : orders) {
-        Event event;
-        for (const size_t i : order)
-            setters[i](event);
-        EXPECT_EQ(hexOf(serialised(event)), hexOf(expected));
-    }
-}
-
 TEST(FocusEvent, UnknownFieldsAreKeptAndFollowTheKnownOnes) {
     struct Row {
         const char* name;
@@ -134,24 +113,6 @@ TEST(FocusEvent, UnknownFieldsAreKeptAndFollowTheKnownOnes) {
     }
 }
 
-TEST(FocusEvent, BrokenBytesAreNoEvent) {
-    for (const char* bytes : {"0a", "0a 05 61", "18 ffffffffffffffffffff01", "07", "00"}) {
-        Event event;
-        EXPECT_FALSE(event.ParseFromString(bytesOf(bytes))) << bytes;
-    }
-}
-
-TEST(FocusEvent, MergingTakesWhatTheOtherHasAndClearingForgetsAll) {
-    Event one;
-    ASSERT_TRUE(one.ParseFromString(bytesOf("0a0165 1801 3a0178")));
-    Event other;
-    ASSERT_TRUE(other.ParseFromString(bytesOf("1802 3200 3a0179")));
-    one.MergeFrom(other);
-    EXPECT_EQ(hexOf(serialised(one)), hexOf(bytesOf("0a0165 1802 3200 3a0178 3a0179")));
-    one.Clear();
-    EXPECT_EQ(serialised(one), "");
-}
-
 TEST(FocusEventBuilder, SettersNeedAnRvalueAndChain) {
     static_assert(kHasSetters<Builder&&>);
     static_assert(!kHasAnySetter<Builder&>);
@@ -167,14 +128,6 @@ TEST(FocusEventBuilder, SettersNeedAnRvalueAndChain) {
                                .setFocusEvent("e")
                                .release();
     EXPECT_EQ(hexOf(serialised(*event)), hexOf(bytesOf("0a0165 120170 2800 320174")));
-}
-
-TEST(FocusEventBuilder, MessageIsOpenForTheFieldsWithoutASetter) {
-    Builder builder = Builder().setPackageName("p");
-    builder.message().set_uid(2);
-    builder.message().set_pid(1);
-    const auto event = std::move(builder).release();
-    EXPECT_EQ(hexOf(serialised(*event)), hexOf(bytesOf("120170 1801 2002")));
 }
 
 }  // namespace com::velmar::os::statsdstructuredlogger
