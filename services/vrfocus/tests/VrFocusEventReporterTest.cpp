@@ -105,6 +105,20 @@ TEST_F(FocusEventReporter, EachAnswerGivesItsBytes) {
     }
 }
 
+TEST_F(FocusEventReporter, TheStockDecoderReadsTheSame) {
+    EXPECT_EQ(logger::decodeRaw(
+                      reported(immersiveApp(String16("com.velmar.game"), -1, 10042), String16())),
+              "1: \"immersive_app_update\"\n"
+              "2: \"com.velmar.game\"\n"
+              "3: 18446744073709551615\n"
+              "4: 10042\n"
+              "5: 1\n"
+              "6: \"\"\n");
+    EXPECT_EQ(logger::decodeRaw(reported(std::nullopt, String16("a.b"))),
+              "1: \"immersive_app_update\"\n"
+              "6: \"a.b\"\n");
+}
+
 TEST_F(FocusEventReporter, EachReportLeavesOneDebugLineAndARefusedOneIsNotRepeated) {
     for (const int status : {0, 28}) {
         mTelemetry.setStatus(status);

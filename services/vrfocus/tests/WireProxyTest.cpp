@@ -308,6 +308,9 @@ TEST_F(WireProxyTest, DefaultImplementationIsUsedForUnknownTransactionsOnly) {
     static const bool isInstalled =
             IVrFocusHelper::setDefaultImpl(std::make_unique<CountingDefault>(gDefaultCalls));
     ASSERT_TRUE(isInstalled);
+    gDefaultCalls = 0;
+    EXPECT_FALSE(IVrFocusHelper::setDefaultImpl(std::make_unique<CountingDefault>(gDefaultCalls)))
+            << "there is one already";
     const sp<IVrFocusHelper> helper = interface_cast<IVrFocusHelper>(remote);
     for (const status_t error : std::vector<status_t>{
                  android::DEAD_OBJECT, android::FAILED_TRANSACTION, android::BAD_TYPE, -73, -75}) {
