@@ -30,7 +30,7 @@ public:
     FocusClient run(int uid, int pid, const std::string& process, const std::string& package) {
         processes.set(pid, uid, process);
         permission->install(uid, package.empty() ? std::vector<std::string>()
-                                                  : std::vector<std::string>{package});
+                                                 : std::vector<std::string>{package});
         return {uid, pid};
     }
     /** An app's main process: named like its package. */
@@ -47,8 +47,8 @@ public:
     void end(int pid) { processes.kill(pid); }
 
     /** Before the registry first hears of the client. */
-    void grantPermission(const FocusClient& client, const std::string& permission) {
-        permission->grant(permission, client.uid);
+    void grantPermission(const FocusClient& client, const std::string& name) {
+        permission->grant(name, client.uid);
     }
 
     /** Has the activity manager tell the tracker whether the client runs a panel service. */
@@ -61,7 +61,7 @@ public:
             }
         });
         activity->observer()->onForegroundServicesChanged(client.pid, client.uid,
-                                                            /*serviceTypes=*/0);
+                                                          /*serviceTypes=*/0);
     }
 
     void setPrimaryTop(const std::string& package) {

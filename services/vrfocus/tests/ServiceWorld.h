@@ -48,6 +48,15 @@ public:
         return uid;
     }
 
+    /** What the policy answers from now on: the app is the top activity as well. */
+    void chooseApp(const char* package, int pid, int uid) {
+        ImmersiveApp& app = policy->immersiveApp.emplace();
+        app.packageName = android::String16(package);
+        app.pid = pid;
+        app.uid = uid;
+        app.isTopActivity = true;
+    }
+
     static int freshUid() {
         static int sLast = 20000;
         return ++sLast;

@@ -304,11 +304,7 @@ TEST_F(ListenersTest, BothNoticesOfTheTrackerRunTheFullNotification) {
     addFocus(kOne, 1, focusListener("f"));
     addTop(kOne, topListener("t"));
     mWorld.policy->topActivity = String16("com.top");
-    mWorld.policy->immersiveApp.emplace();
-    mWorld.policy->immersiveApp->packageName = String16("com.game");
-    mWorld.policy->immersiveApp->pid = 7;
-    mWorld.policy->immersiveApp->uid = 8;
-    mWorld.policy->immersiveApp->isTopActivity = true;
+    mWorld.chooseApp("com.game", /*pid=*/7, /*uid=*/8);
     const std::function<void()> notices[] = {
             [&] { mWorld.activity->observer()->onForegroundActivitiesChanged(1, 2, true); },
             [&] { mWorld.window->observer()->onFocusedWindowChanged(nullptr, 2, 1); },

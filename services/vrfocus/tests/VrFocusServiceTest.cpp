@@ -170,11 +170,7 @@ TEST_F(VrFocusServiceTest, TheImmersiveAppIsCopiedOrTheAnswerIsNullPointer) {
     mApp.pid = 77;
     EXPECT_EQ(mWorld.service->getImmersiveApp(&mApp).exceptionCode(), Status::EX_NULL_POINTER);
     EXPECT_EQ(mApp.pid, 77);
-    mWorld.policy->immersiveApp.emplace();
-    mWorld.policy->immersiveApp->packageName = String16("com.game");
-    mWorld.policy->immersiveApp->pid = 5;
-    mWorld.policy->immersiveApp->uid = 6;
-    mWorld.policy->immersiveApp->isTopActivity = true;
+    mWorld.chooseApp("com.game", /*pid=*/5, /*uid=*/6);
     EXPECT_TRUE(mWorld.service->getImmersiveApp(&mApp).isOk());
     EXPECT_EQ(text(mApp.packageName), "com.game");
     EXPECT_EQ(mApp.pid, 5);
@@ -280,11 +276,7 @@ TEST_F(VrFocusServiceTest, TheTrackerKnowsTheNewStateBeforeAnyoneIsTold) {
 TEST_F(VrFocusServiceTest, TheReportHoldsTheImmersiveAppAndTheTopActivity) {
     FakeProcessTable::instance().set(kPid, 10001, "com.game");
     mWorld.policy->topActivity = String16("com.top");
-    mWorld.policy->immersiveApp.emplace();
-    mWorld.policy->immersiveApp->packageName = String16("com.game");
-    mWorld.policy->immersiveApp->pid = 7;
-    mWorld.policy->immersiveApp->uid = 300;
-    mWorld.policy->immersiveApp->isTopActivity = true;
+    mWorld.chooseApp("com.game", /*pid=*/7, /*uid=*/300);
     const CallAs caller(10001, kPid);
     for (const int32_t status : {0, -1}) {
         (void)FakeTelemetry::instance().take();
