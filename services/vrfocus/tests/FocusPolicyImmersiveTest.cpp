@@ -45,33 +45,37 @@ protected:
     const FocusClient mSettings = mWorld.run(10003, 103, "com.android.settings");
 };
 
-TEST_F(ImmersiveAppTest, NobodyRendersAndNoShellMeansNone) {
-    mWorld.tracker->foreground = {mGame};
-    EXPECT_EQ(immersivePid(), 0);
-}
-
-TEST_F(ImmersiveAppTest, ARenderingClientMustBeTheTopActivity) {
-    mWorld.tracker->rendering = {mGame, mMail};
-    EXPECT_EQ(immersivePid(), 0);
-    mWorld.tracker->foreground = {mMail};
-    EXPECT_EQ(immersivePid(), mMail.pid);
-}
-
-TEST_F(ImmersiveAppTest, TheFirstOfSeveralTopRenderingClientsWins) {
+TEST_F(ImmersiveAppTest, TheRulesDecideInTheirOrder) {
     const FocusClient twin = mWorld.run(10001, 100, "com.game");
-    mWorld.tracker->foreground = {mGame};
-    mWorld.tracker->rendering = {mGame, twin};
-    EXPECT_EQ(immersivePid(), mGame.pid);
-    mWorld.tracker->rendering = {twin, mGame};
-    EXPECT_EQ(immersivePid(), twin.pid);
-}
-
-TEST_F(ImmersiveAppTest, AnUnknownRenderingClientIsPassedOver) {
-    const FocusClient twin = mWorld.run(10001, 100, "com.game");
-    mWorld.tracker->foreground = {mGame};
-    mWorld.tracker->rendering = {twin, mGame};
-    mWorld.clients->unknown = {twin.pid};
-    EXPECT_EQ(immersivePid(), mGame.pid);
+    const FocusClient shell = mWorld.runKnown(10004, 104, kShell);
+    const FocusClient unknown{10050, 999}, none;
+    const struct {
+        const char* what;
+        std::vector<FocusClient> rendering, foreground;
+        FocusClient windowFocus, chosen;
+    } kRows[] = {
+            {"nobody renders", {}, {mGame}, {}, none},
+            {"rendering, but not on top", {mGame, mMail}, {}, {}, none},
+            {"rendering and on top", {mGame, mMail}, {mMail}, {}, mMail},
+            {"the first of two", {mGame, twin}, {mGame}, {}, mGame},
+            {"the first of two, exchanged", {twin, mGame}, {mGame}, {}, twin},
+            {"an unknown one is passed over", {unknown, mGame}, {mGame}, {}, mGame},
+            {"an overlay without window focus", {mSettings, mGame}, {mGame}, {}, mGame},
+            {"an overlay with it", {mSettings, mGame}, {mGame}, mSettings, mSettings},
+            {"an overlay that does not render", {mGame}, {mGame}, mSettings, mGame},
+            {"only the pid of the focus counts", {mSettings}, {}, {1, mSettings.pid}, mSettings},
+            {"its uid alone does not", {mSettings}, {}, {mSettings.uid, 1}, none},
+            {"the shell on top need not render", {}, {shell}, {}, shell},
+            {"the shell before who renders", {mGame}, {mGame, shell}, {}, shell},
+            {"an overlay before both", {mGame, mSettings}, {mGame, shell}, mSettings, mSettings},
+            {"a shell that is not on top", {mGame}, {shell, mGame}, {}, mGame},
+    };
+    for (const auto& row : kRows) {
+        mWorld.tracker->rendering = row.rendering;
+        mWorld.tracker->foreground = row.foreground;
+        mWorld.tracker->windowFocus = row.windowFocus;
+        EXPECT_EQ(immersivePid(), row.chosen.pid) << row.what;
+    }
 }
 
 TEST_F(ImmersiveAppTest, EverySystemOverlayWithWindowFocusWinsByItsProcessName) {
@@ -100,24 +104,6 @@ TEST_F(ImmersiveAppTest, EverySystemOverlayWithWindowFocusWinsByItsProcessName) 
     }
 }
 
-TEST_F(ImmersiveAppTest, AnOverlayNeedsWindowFocusAndMustRender) {
-    mWorld.tracker->foreground = {mGame};
-    mWorld.tracker->rendering = {mSettings, mGame};
-    EXPECT_EQ(immersivePid(), mGame.pid);
-    mWorld.tracker->windowFocus = mSettings;
-    EXPECT_EQ(immersivePid(), mSettings.pid);
-    mWorld.tracker->rendering = {mGame};
-    EXPECT_EQ(immersivePid(), mGame.pid);
-}
-
-TEST_F(ImmersiveAppTest, OnlyThePidOfTheFocusedWindowIsCompared) {
-    mWorld.tracker->rendering = {mSettings};
-    mWorld.tracker->windowFocus = {4242, mSettings.pid};
-    EXPECT_EQ(immersivePid(), mSettings.pid);
-    mWorld.tracker->windowFocus = {mSettings.uid, 4242};
-    EXPECT_EQ(immersivePid(), 0);
-}
-
 TEST_F(ImmersiveAppTest, AFocusedAppThatIsNoOverlayDoesNotEndTheSearchForOne) {
     mWorld.tracker->rendering = {mGame, mSettings};
     mWorld.tracker->foreground = {mGame};
@@ -127,24 +113,6 @@ TEST_F(ImmersiveAppTest, AFocusedAppThatIsNoOverlayDoesNotEndTheSearchForOne) {
         if (++asked == 2) mWorld.tracker->windowFocus = mSettings;
     };
     EXPECT_EQ(immersivePid(), mSettings.pid);
-}
-
-TEST_F(ImmersiveAppTest, AnOverlayBeatsTheShellAndTheTopRenderingClient) {
-    const FocusClient shell = mWorld.runKnown(10004, 104, kShell);
-    mWorld.tracker->rendering = {mGame, mSettings};
-    mWorld.tracker->foreground = {mGame, shell};
-    mWorld.tracker->windowFocus = mSettings;
-    EXPECT_EQ(immersivePid(), mSettings.pid);
-    mWorld.tracker->windowFocus = {};
-    EXPECT_EQ(immersivePid(), shell.pid);
-    mWorld.tracker->foreground = {shell, mGame};
-    EXPECT_EQ(immersivePid(), mGame.pid);
-}
-
-TEST_F(ImmersiveAppTest, TheShellWinsOnTopWithoutRendering) {
-    const FocusClient shell = mWorld.runKnown(10004, 104, kShell);
-    mWorld.tracker->foreground = {shell};
-    EXPECT_EQ(immersivePid(), shell.pid);
 }
 
 TEST_F(ImmersiveAppTest, TheShellsPackageOnTopIsEnough) {
@@ -199,12 +167,6 @@ TEST_F(ImmersiveAppTest, OnlyTheFirstShellByUidAndPidIsConsidered) {
     EXPECT_EQ(immersivePid(), 0);
     mWorld.setPrimaryTop("shell_a");
     EXPECT_EQ(immersivePid(), first.pid);
-}
-
-TEST_F(ImmersiveAppTest, ARenderingClientCanBeChosenThoughTheShellIsNotOnTop) {
-    mWorld.runKnown(10004, 104, kShell);
-    playAlone(mGame);
-    EXPECT_EQ(immersivePid(), mGame.pid);
 }
 
 TEST_F(ImmersiveAppTest, EveryChosenAppCarriesAllFieldsAndTheTopFlag) {

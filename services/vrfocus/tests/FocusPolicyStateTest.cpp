@@ -130,29 +130,6 @@ TEST_F(FocusStateTest, TheImmersiveAppHasInputFocusAsLongAsTheMainDisplayHas) {
     EXPECT_TRUE(hasFocus(kInput, overlay));
 }
 
-TEST_F(FocusStateTest, BackgroundAccessOutlivesTheMainDisplay) {
-    const FocusClient overlay = mWorld.run(10003, 103, "com.android.settings");
-    mWorld.grantPermission(overlay, "com.velmar.permission.ACCESS_BACKGROUND_INPUT_TRACKING");
-    mWorld.tracker->rendering = {overlay};
-    mWorld.tracker->windowFocus = overlay;
-    mWorld.policy->setMainDisplayFocus(false);
-    EXPECT_TRUE(hasFocus(kInput, overlay));
-}
-
-TEST_F(FocusStateTest, OtherForegroundAppsKeepInputFocusWithoutTheMainDisplay) {
-    mWorld.tracker->rendering = {mGame};
-    mWorld.tracker->foreground = {mMail, mGame};
-    mWorld.policy->setMainDisplayFocus(false);
-    EXPECT_EQ(compute(kInput, {101, 102}), (Verdicts{{101, false}, {102, true}}));
-}
-
-TEST_F(FocusStateTest, TheImmersiveAppIsFoundAmongTheAskedPidsOnly) {
-    mWorld.tracker->rendering = {mGame};
-    mWorld.tracker->foreground = {mGame};
-    mWorld.policy->setMainDisplayFocus(false);
-    EXPECT_EQ(compute(kInput, {102}), (Verdicts{{102, false}}));
-}
-
 TEST_F(FocusStateTest, TheImmersiveAppIsMatchedByPidAloneToTheFirstRecord) {
     class Fixed : public FocusPolicy {
     public:
@@ -293,16 +270,6 @@ TEST_F(FocusStateTest, PropertiesAreReadOncePerUnfocusedRecordAndTheSecondOnlyAf
     EXPECT_EQ(mProperties.takeReads(), (Calls{kDebuggable, kPermissive, kDebuggable, kPermissive}));
     compute(kHead, {101});
     EXPECT_EQ(mProperties.takeReads(), Calls());
-}
-
-TEST_F(FocusStateTest, PermissiveModeIsRecordedAsFocus) {
-    mProperties.set(kDebuggable, true);
-    mProperties.set(kPermissive, true);
-    compute(kHead, {101});
-    EXPECT_EQ(currentFocus(mGame), (std::set<FocusType>{kHead}));
-    mProperties.set(kPermissive, false);
-    compute(kHead, {101});
-    EXPECT_EQ(currentFocus(mGame), std::set<FocusType>());
 }
 
 }  // namespace
