@@ -48,6 +48,7 @@ protected:
 TEST_F(ImmersiveAppTest, TheRulesDecideInTheirOrder) {
     const FocusClient twin = mWorld.run(10001, 100, "com.game");
     const FocusClient shell = mWorld.runKnown(10004, 104, kShell);
+    const FocusClient shellTwin = mWorld.run(10004, 204, kShell);
     const FocusClient unknown{10050, 999}, none;
     const struct {
         const char* what;
@@ -66,7 +67,8 @@ TEST_F(ImmersiveAppTest, TheRulesDecideInTheirOrder) {
             {"only the pid of the focus counts", {mSettings}, {}, {1, mSettings.pid}, mSettings},
             {"its uid alone does not", {mSettings}, {}, {mSettings.uid, 1}, none},
             {"the shell on top need not render", {}, {shell}, {}, shell},
-            {"the shell before who renders", {mGame}, {mGame, shell}, {}, shell},
+            {"the shell before who renders", {shellTwin}, {shell}, {}, shell},
+            {"who renders, but under the shell", {mGame}, {mGame, shell}, {}, shell},
             {"an overlay before both", {mGame, mSettings}, {mGame, shell}, mSettings, mSettings},
             {"a shell that is not on top", {mGame}, {shell, mGame}, {}, mGame},
     };
