@@ -38,27 +38,30 @@ private:
     char mText[PATH_MAX];
 };
 
-/**
- * What a file holds before the first `end` byte, or all of it. Empty when it cannot be read: a
- * process may go at any moment, and its files with it.
- */
-std::string readUntil(const char* path, char end) {
-    std::string text;
+/** The same of the file under this path; no text when it cannot be read. */
+std::string fileUntil(const char* path, char end) {
     const unique_fd fd(TEMP_FAILURE_RETRY(open(path, O_RDONLY | O_CLOEXEC)));
-    if (!fd.ok()) return text;
+    if (!fd.ok()) return {};
+    return ProcFs::readUntil(fd.get(), end).value_or(std::string());
+}
+
+}  // namespace
+
+std::optional<std::string> ProcFs::readUntil(int fd, char end) {
+    std::string text;
     char chunk[kChunk];
-    while (true) {
-        const ssize_t count = TEMP_FAILURE_RETRY(read(fd.get(), chunk, sizeof(chunk)));
-        if (count < 0) return {};
+    // At positions of its own: the descriptor may be shared with other threads.
+    for (off64_t position = 0;;) {
+        const ssize_t count = TEMP_FAILURE_RETRY(pread64(fd, chunk, sizeof(chunk), position));
+        if (count < 0) return std::nullopt;
         if (count == 0) return text;
         const std::string_view part(chunk, static_cast<size_t>(count));
         const size_t length = part.find(end);
         text += part.substr(0, length);
         if (length != part.npos) return text;
+        position += count;
     }
 }
-
-}  // namespace
 
 std::optional<int> ProcFs::owner(int pid) const {
     struct stat folder;
@@ -67,12 +70,12 @@ std::optional<int> ProcFs::owner(int pid) const {
 }
 
 std::string ProcFs::commandName(int pid) const {
-    return readUntil(Path(mRoot, pid, "cmdline").c_str(), '\0');
+    return fileUntil(Path(mRoot, pid, "cmdline").c_str(), '\0');
 }
 
 std::string ProcFs::shortName(int pid) const {
     // The name itself may hold newlines; only the last byte is the file's own.
-    std::string name = readUntil(Path(mRoot, pid, "comm").c_str(), '\0');
+    std::string name = fileUntil(Path(mRoot, pid, "comm").c_str(), '\0');
     if (!name.empty() && name.back() == '\n') name.pop_back();
     return name;
 }

@@ -31,6 +31,12 @@ public:
      */
     [[nodiscard]] std::string shortName(int pid) const;
 
+    /**
+     * What an open file holds from its start to the first `end` byte, or all of it. Empty when it
+     * cannot be read: a process may go at any moment, and its files with it.
+     */
+    [[nodiscard]] static std::optional<std::string> readUntil(int fd, char end);
+
 private:
     const char* mRoot;
 };

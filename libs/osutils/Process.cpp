@@ -4,20 +4,45 @@
 #include <osutils/Process.h>
 
 #include <errno.h>
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <atomic>
+
+#include "KeptProcesses.h"
 #include "ProcFs.h"
 
 namespace NQS::OS {
 
 namespace {
 
-constexpr ProcFs kProcFs("/proc");
+constexpr const char* kRoot = "/proc";
+constexpr ProcFs kProcFs(kRoot);
+
+/** Set in a child whose parent kept processes. */
+std::atomic<bool> gForked{false};
+
+/**
+ * The kept processes, or null in a forked child: it may have closed the descriptors, and their
+ * numbers may mean other files by now. Never destroyed, as threads may ask until the very end.
+ */
+KeptProcesses* keptProcesses() {
+    static KeptProcesses* const kKept = [] {
+        pthread_atfork(/*prepare=*/nullptr, /*parent=*/nullptr, [] { gForked = true; });
+        return new KeptProcesses(kRoot);
+    }();
+    return gForked ? nullptr : kKept;
+}
 
 }  // namespace
 
 std::optional<int> Process::getProcessUid(int pid) {
+    if (pid <= 0) return std::nullopt;
+    if (KeptProcesses* const kept = keptProcesses()) {
+        if (const auto uid = kept->uid(pid)) return uid;
+        if (const auto uid = kept->keep(pid, isProcessAlive)) return uid;
+    }
     // The folder alone would not do: the process file system answers for any thread's id.
     if (!isProcessAlive(pid)) return std::nullopt;
     return kProcFs.owner(pid);
@@ -26,6 +51,10 @@ std::optional<int> Process::getProcessUid(int pid) {
 std::string Process::getProcessName(int pid, bool full) {
     if (pid <= 0) return {};
     if (full) {
+        if (KeptProcesses* const kept = keptProcesses()) {
+            std::string name = kept->commandName(pid);
+            if (!name.empty()) return name;
+        }
         std::string name = kProcFs.commandName(pid);
         if (!name.empty()) return name;
     }
@@ -38,6 +67,9 @@ bool Process::isProcessAlive(int pid) {
     // the id of any thread.
     const int saved = errno;
     const bool found = syscall(SYS_tgkill, pid, pid, /*signal=*/0) == 0 || errno == EPERM;
+    if (!found) {
+        if (KeptProcesses* const kept = keptProcesses()) kept->drop(pid);
+    }
     errno = saved;
     return found;
 }
