@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What a focus decision costs in process, beside the bare system calls it cannot do without: who
-// owns the process, what it is called, whether it lives.
+// What a focus decision costs in process, beside the bare system calls that find out who owns each
+// process, what it is called and whether it lives; for processes that are asked about over and
+// over, and for such as nobody has looked at yet, where the kernel itself has more to do.
 #include <android/log.h>
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -9,16 +10,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "ChildProcess.h"
 #include "ClientManager.h"
 #include "ConnectionManager.h"
 #include "FocusPolicy.h"
+#include "Nursery.h"
 #include "RatioTable.h"
 #include "fakes/FakePermissionController.h"
 #include "fakes/FakeServiceManager.h"
@@ -34,30 +37,8 @@ using velmar::internal::ClientStatus;
 namespace {
 
 constexpr int kMostProcesses = 1000;
-
-/** Processes that do nothing but exist. */
-class SleepingProcesses {
-public:
-    SleepingProcesses() {
-        for (int i = 0; i < kMostProcesses; i++) {
-            mPids.push_back(startChild([] {
-                while (true)
-                    pause();
-            }));
-        }
-    }
-    ~SleepingProcesses() {
-        for (pid_t pid : mPids)
-            stopChild(pid);
-    }
-    SleepingProcesses(const SleepingProcesses&) = delete;
-    SleepingProcesses& operator=(const SleepingProcesses&) = delete;
-
-    std::vector<int> first(int64_t count) const { return {mPids.begin(), mPids.begin() + count}; }
-
-private:
-    std::vector<int> mPids;
-};
+/** Times that new processes are started, in each repetition. */
+constexpr int kFirstLooks = 5;
 
 void bareLook(int pid) {
     char path[32];
@@ -74,14 +55,33 @@ void bareLook(int pid) {
     close(file);
 }
 
+/** Times `look` on new processes at each iteration, and has them forgotten afterwards. */
+void timeFirstLooks(benchmark::State& state, Nursery& nursery, ClientManager& clients,
+                    const std::function<void(const std::vector<int>&)>& look) {
+    using Clock = std::chrono::steady_clock;
+    for (auto iteration : state) {
+        const std::vector<int> pids = nursery.start(static_cast<int>(state.range(0)));
+        const auto start = Clock::now();
+        look(pids);
+        state.SetIterationTime(std::chrono::duration<double>(Clock::now() - start).count());
+        nursery.stopAll();
+        benchmark::DoNotOptimize(clients.getSnapshot());
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     pinToOneProcessor();
     // The daemon's own lines would drown the table.
     __android_log_set_minimum_priority(ANDROID_LOG_FATAL);
-    // Children first: the tracker has threads, and a fork of those is no clean process.
-    const SleepingProcesses processes;
+    // First: the tracker has threads, and a fork of those is no clean process.
+    Nursery elders;
+    Nursery newcomers;
+    const std::vector<int> all = elders.start(kMostProcesses);
+    const auto first = [&all](int64_t count) {
+        return std::vector<int>(all.begin(), all.begin() + count);
+    };
     // Every process is looked up at a permission controller once, when it is first seen.
     FakeServiceManager::installed().add("permission", new FakePermissionController());
     const auto connections = std::make_shared<ConnectionManager>();
@@ -94,25 +94,51 @@ int main(int argc, char** argv) {
                 ->RangeMultiplier(10)
                 ->Range(1, kMostProcesses);
     };
+    const auto lookBare = [](const std::vector<int>& pids) {
+        for (int pid : pids)
+            bareLook(pid);
+    };
+    const auto decide = [&policy](const std::vector<int>& pids) {
+        std::vector<ClientStatus> out;
+        policy.computeFocusState(FocusType::HeadTracking, pids, out);
+        if (out.size() == pids.size()) return;
+        fprintf(stderr, "a process is not known\n");
+        exit(1);
+    };
     add("bare_calls", [&](benchmark::State& state) {
-        const std::vector<int> pids = processes.first(state.range(0));
-        for (auto iteration : state) {
-            for (int pid : pids)
-                bareLook(pid);
-        }
+        const std::vector<int> pids = first(state.range(0));
+        for (auto iteration : state)
+            lookBare(pids);
     });
     add("computeFocusState", [&](benchmark::State& state) {
-        const std::vector<int> pids = processes.first(state.range(0));
-        for (auto iteration : state) {
-            std::vector<ClientStatus> out;
-            policy.computeFocusState(FocusType::HeadTracking, pids, out);
-            if (out.size() != pids.size()) state.SkipWithError("a process is not known");
-        }
+        const std::vector<int> pids = first(state.range(0));
+        for (auto iteration : state)
+            decide(pids);
     });
+    const auto addFirst = [&](const char* name, auto look) {
+        benchmark::RegisterBenchmark(name,
+                                     [&newcomers, &clients, look](benchmark::State& state) {
+                                         timeFirstLooks(state, newcomers, *clients, look);
+                                     })
+                ->Unit(benchmark::kMicrosecond)
+                ->UseManualTime()
+                ->Iterations(kFirstLooks)
+                ->Arg(10)
+                ->Arg(100);
+    };
+    addFirst("bare_first_look", lookBare);
+    addFirst("first_look", decide);
+
     std::vector<PairedBenchmark> pairs;
     for (const char* count : {"1", "10", "100", "1000"}) {
         pairs.push_back({std::string("computeFocusState/") + count,
-                         std::string("bare_calls/") + count, /*goal=*/0});
+                         std::string("bare_calls/") + count,
+                         /*goal=*/count == std::string("1") ? 0.75 : 0.60});
+    }
+    for (const char* count : {"10", "100"}) {
+        const std::string suffix = std::string("/") + count +
+                                   "/iterations:" + std::to_string(kFirstLooks) + "/manual_time";
+        pairs.push_back({"first_look" + suffix, "bare_first_look" + suffix, /*goal=*/1.25});
     }
     return runPaired(argc, argv, pairs);
 }
