@@ -29,22 +29,12 @@ std::shared_ptr<const KeptProcess> KeptProcess::open(const char* root, int pid, 
 }
 
 KeptProcess::KeptProcess(unique_fd folder, unique_fd commandLine, uid_t goneUid)
-      : mFolder(std::move(folder)),
-        mCommandLine(std::move(commandLine)),
-        mGoneUid(goneUid),
-        mAskEntry(mayBeGone(folderOwner().value_or(goneUid))) {}
-
-std::optional<uid_t> KeptProcess::folderOwner() const {
-    struct stat folder;
-    if (fstat(mFolder.get(), &folder) != 0) return std::nullopt;
-    return folder.st_uid;
-}
+      : mFolder(std::move(folder)), mCommandLine(std::move(commandLine)), mGoneUid(goneUid) {}
 
 std::optional<int> KeptProcess::uid() const {
-    if (!mAskEntry) {
-        const std::optional<uid_t> owner = folderOwner();
-        if (owner && !mayBeGone(*owner)) return static_cast<int>(*owner);
-    }
+    struct stat folder;
+    if (fstat(mFolder.get(), &folder) != 0) return std::nullopt;
+    if (folder.st_uid != 0 && folder.st_uid != mGoneUid) return static_cast<int>(folder.st_uid);
     // Of all entries this one has the same owner as the folder, dumpable process or not.
     struct stat entry;
     if (TEMP_FAILURE_RETRY(fstatat(mFolder.get(), "task", &entry, /*flags=*/0)) != 0) {

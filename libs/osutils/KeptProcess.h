@@ -53,15 +53,9 @@ public:
     [[nodiscard]] std::optional<std::string> commandName() const;
 
 private:
-    /** What the folder itself says, true or not. */
-    [[nodiscard]] std::optional<uid_t> folderOwner() const;
-    [[nodiscard]] bool mayBeGone(uid_t owner) const { return owner == 0 || owner == mGoneUid; }
-
     const android::base::unique_fd mFolder;
     const android::base::unique_fd mCommandLine;
     const uid_t mGoneUid;
-    /** Said the uid of the gone when it was opened: the folder is not asked, only its entry. */
-    const bool mAskEntry;
 };
 
 }  // namespace NQS::OS

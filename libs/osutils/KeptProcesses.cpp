@@ -112,13 +112,12 @@ bool KeptProcesses::makeRoom() {
 }
 
 void KeptProcesses::insert(int pid, Kept kept) {
-    const size_t most = this->most();
     Kept replaced;
     const std::lock_guard<std::mutex> lock(mMutex);
     const auto found = mIndex.find(pid);
     if (found != mIndex.end()) {
         replaced = std::exchange(mEntries[found->second].kept, std::move(kept));
-    } else if (mEntries.size() < most) {
+    } else if (mEntries.size() < mMost) {
         mIndex.emplace(pid, mEntries.size());
         mEntries.push_back({pid, std::move(kept)});
     }
