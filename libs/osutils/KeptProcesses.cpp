@@ -96,15 +96,18 @@ KeptProcesses::Kept KeptProcesses::find(int pid) {
 
 bool KeptProcesses::makeRoom() {
     const size_t most = this->most();
+    std::vector<Kept> surplus;
     Entry victim{};
     bool leaves = false;
     {
         const std::lock_guard<std::mutex> lock(mMutex);
+        // After the limit was lowered.
+        while (mEntries.size() > most)
+            surplus.push_back(takeLocked(mEntries.size() - 1));
         if (mEntries.size() < most) return true;
         victim = nextLocked();
         if (victim.kept == nullptr) return false;
-        // More than that after the limit was lowered: then everyone under the hand goes.
-        leaves = ++mTurnedAway % kNewcomers == 0 || mEntries.size() > most;
+        leaves = ++mTurnedAway % kNewcomers == 0;
     }
     if (!leaves && victim.kept->uid()) return false;
     drop(victim.pid, victim.kept);
