@@ -58,21 +58,18 @@ std::optional<int> KeptProcesses::keep(int pid, bool (*isProcess)(int pid)) {
 void KeptProcesses::drop(int pid) {
     Kept dropped;
     const std::lock_guard<std::mutex> lock(mMutex);
-    const auto found = mIndex.find(pid);
-    if (found != mIndex.end()) dropped = takeLocked(found->second);
+    dropped = takeLocked(pid);
 }
 
 void KeptProcesses::drop(int pid, const Kept& kept) {
     Kept dropped;
     const std::lock_guard<std::mutex> lock(mMutex);
-    const auto found = mIndex.find(pid);
-    if (found == mIndex.end() || mEntries[found->second].kept != kept) return;
-    dropped = takeLocked(found->second);
+    if (atLocked(pid) == kept) dropped = takeLocked(pid);
 }
 
 size_t KeptProcesses::size() {
     const std::lock_guard<std::mutex> lock(mMutex);
-    return mEntries.size();
+    return mPids.size();
 }
 
 size_t KeptProcesses::most() const {
@@ -83,70 +80,79 @@ size_t KeptProcesses::most() const {
 
 KeptProcesses::Kept KeptProcesses::find(int pid) {
     Kept found;
-    Entry suspect{};
+    Kept suspect;
+    int suspectPid = 0;
     {
         const std::lock_guard<std::mutex> lock(mMutex);
-        const auto index = mIndex.find(pid);
-        if (index != mIndex.end()) found = mEntries[index->second].kept;
-        if (++mQuestions % kQuestionsPerLook == 0) suspect = nextLocked();
+        found = atLocked(pid);
+        if (++mQuestions % kQuestionsPerLook == 0) {
+            suspectPid = nextLocked();
+            suspect = atLocked(suspectPid);
+        }
     }
-    if (suspect.kept != nullptr && !suspect.kept->uid()) drop(suspect.pid, suspect.kept);
+    if (suspect != nullptr && !suspect->uid()) drop(suspectPid, suspect);
     return found;
 }
 
 bool KeptProcesses::makeRoom() {
     const size_t most = this->most();
     std::vector<Kept> surplus;
-    Entry victim{};
+    int victimPid = 0;
+    Kept victim;
     bool leaves = false;
     {
         const std::lock_guard<std::mutex> lock(mMutex);
         // After the limit was lowered.
-        while (mEntries.size() > most)
-            surplus.push_back(takeLocked(mEntries.size() - 1));
-        if (mEntries.size() < most) return true;
-        victim = nextLocked();
-        if (victim.kept == nullptr) return false;
+        while (mPids.size() > most)
+            surplus.push_back(takeLocked(mPids.back()));
+        if (mPids.size() < most) return true;
+        victimPid = nextLocked();
+        victim = atLocked(victimPid);
+        if (victim == nullptr) return false;
         leaves = ++mTurnedAway % kNewcomers == 0;
     }
-    if (!leaves && victim.kept->uid()) return false;
-    drop(victim.pid, victim.kept);
+    if (!leaves && victim->uid()) return false;
+    drop(victimPid, victim);
     return true;
 }
 
 void KeptProcesses::insert(int pid, Kept kept) {
     Kept replaced;
     const std::lock_guard<std::mutex> lock(mMutex);
-    const auto found = mIndex.find(pid);
-    if (found != mIndex.end()) {
-        replaced = std::exchange(mEntries[found->second].kept, std::move(kept));
-    } else if (mEntries.size() < mMost) {
-        mIndex.emplace(pid, mEntries.size());
-        mEntries.push_back({pid, std::move(kept)});
+    const auto found = mEntries.find(pid);
+    if (found != mEntries.end()) {
+        replaced = std::exchange(found->second.kept, std::move(kept));
+    } else if (mPids.size() < mMost) {
+        mEntries.emplace(pid, Entry{std::move(kept), mPids.size()});
+        mPids.push_back(pid);
     }
 }
 
 void KeptProcesses::clear() {
-    std::vector<Entry> dropped;
+    std::unordered_map<int, Entry> dropped;
     const std::lock_guard<std::mutex> lock(mMutex);
     dropped.swap(mEntries);
-    mIndex.clear();
+    mPids.clear();
 }
 
-KeptProcesses::Entry KeptProcesses::nextLocked() {
-    if (mEntries.empty()) return {};
-    return mEntries[mHand++ % mEntries.size()];
+int KeptProcesses::nextLocked() {
+    return mPids.empty() ? 0 : mPids[mHand++ % mPids.size()];
 }
 
-KeptProcesses::Kept KeptProcesses::takeLocked(size_t index) {
-    Kept taken = std::move(mEntries[index].kept);
-    mIndex.erase(mEntries[index].pid);
-    if (index + 1 != mEntries.size()) {
-        mEntries[index] = std::move(mEntries.back());
-        mIndex[mEntries[index].pid] = index;
-    }
-    mEntries.pop_back();
-    return taken;
+KeptProcesses::Kept KeptProcesses::atLocked(int pid) {
+    const auto found = mEntries.find(pid);
+    return found == mEntries.end() ? nullptr : found->second.kept;
+}
+
+KeptProcesses::Kept KeptProcesses::takeLocked(int pid) {
+    auto taken = mEntries.extract(pid);
+    if (taken.empty()) return nullptr;
+    const size_t index = taken.mapped().index;
+    const int last = mPids.back();
+    mPids[index] = last;
+    mPids.pop_back();
+    if (last != pid) mEntries.at(last).index = index;
+    return std::move(taken.mapped().kept);
 }
 
 }  // namespace NQS::OS

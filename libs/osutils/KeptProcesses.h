@@ -69,8 +69,9 @@ public:
 private:
     using Kept = std::shared_ptr<const KeptProcess>;
     struct Entry {
-        int pid;
         Kept kept;
+        /** In mPids. */
+        size_t index;
     };
 
     /** How many may be kept now. */
@@ -83,10 +84,12 @@ private:
     void clear() EXCLUDES(mMutex);
     /** Drops exactly this one: another thread may have replaced it. */
     void drop(int pid, const Kept& kept) EXCLUDES(mMutex);
-    /** The one under the hand, which moves on; its pid is 0 when nothing is kept. */
-    Entry nextLocked() REQUIRES(mMutex);
+    /** The pid under the hand, which moves on; 0 when nothing is kept. */
+    int nextLocked() REQUIRES(mMutex);
+    /** Null when nothing is kept under the pid. */
+    Kept atLocked(int pid) REQUIRES(mMutex);
     /** Takes one out; whoever calls lets go of it, and so closes it, without the mutex. */
-    Kept takeLocked(size_t index) REQUIRES(mMutex);
+    Kept takeLocked(int pid) REQUIRES(mMutex);
 
     const char* const mRoot;
     const size_t mMost;
@@ -95,9 +98,9 @@ private:
 
     /** Guards all below. */
     std::mutex mMutex;
-    std::vector<Entry> mEntries GUARDED_BY(mMutex);
-    /** Where in mEntries, by pid. */
-    std::unordered_map<int, size_t> mIndex GUARDED_BY(mMutex);
+    std::unordered_map<int, Entry> mEntries GUARDED_BY(mMutex);
+    /** Of all entries, in the order in which the hand goes round. */
+    std::vector<int> mPids GUARDED_BY(mMutex);
     size_t mHand GUARDED_BY(mMutex) = 0;
     unsigned mQuestions GUARDED_BY(mMutex) = 0;
     unsigned mTurnedAway GUARDED_BY(mMutex) = 0;

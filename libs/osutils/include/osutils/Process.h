@@ -3,14 +3,15 @@
 // Process questions.
 //
 // Problem: a service knows its callers by pid only and must find out who they are, at every
-// decision. So each question costs as few system calls as it can: one for liveness, two for the
-// uid, three for the name.
+// decision. So each question costs as few system calls as it can: one, of a process that was asked
+// about before. For that two descriptors of each known process stay open, close-on-exec, in at most
+// half of the descriptors that the soft limit allows, and in no more than 4096.
 //
 // Limits: the answer is that of the moment. A pid may be reused as soon as its process was reaped;
 // who keeps what it learnt about a pid compares the uid. Processes that the process file system
 // hides from this one (mount option hidepid) have neither uid nor name.
 //
-// Threads: any; nothing is kept between calls.
+// Threads: any. A forked child starts without what its parent kept, and keeps nothing itself.
 #pragma once
 
 #include <optional>
