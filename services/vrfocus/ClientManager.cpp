@@ -85,9 +85,10 @@ std::optional<FocusClientWithMetadata> ClientManager::findCached(int pid, int ui
         mCache.erase(entry);
         return std::nullopt;
     }
-    FocusClientWithMetadata record = entry->second;
-    record.process = Process::getProcessName(pid, /*full=*/true);
-    return record;
+    const FocusClientWithMetadata& record = entry->second;
+    return FocusClientWithMetadata(uid, pid, record.package,
+                                   Process::getProcessName(pid, /*full=*/true),
+                                   record.backgroundAccess, record.currentFocus);
 }
 
 FocusClientWithMetadata ClientManager::buildRecord(int pid, int uid) {

@@ -36,10 +36,15 @@ FocusClientWithMetadata::FocusClientWithMetadata(int32_t uid, int32_t pid, std::
 FocusClientWithMetadata::FocusClientWithMetadata(FocusClientWithMetadata&& other) noexcept
       : uid(other.uid),
         pid(other.pid),
-        package(std::exchange(other.package, {})),
-        process(std::exchange(other.process, {})),
-        backgroundAccess(std::exchange(other.backgroundAccess, {})),
-        currentFocus(std::exchange(other.currentFocus, {})) {}
+        package(std::move(other.package)),
+        process(std::move(other.process)),
+        backgroundAccess(std::move(other.backgroundAccess)),
+        currentFocus(std::move(other.currentFocus)) {
+    other.package.clear();
+    other.process.clear();
+    other.backgroundAccess.clear();
+    other.currentFocus.clear();
+}
 
 FocusClientWithMetadata& FocusClientWithMetadata::operator=(
         FocusClientWithMetadata&& other) noexcept {

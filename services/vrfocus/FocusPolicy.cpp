@@ -143,7 +143,10 @@ void FocusPolicy::computeFocusState(FocusType type, const std::vector<int>& pids
                                     std::vector<ClientStatus>& out) {
     std::set<FocusClientWithMetadata> known;
     for (const int pid : pids) {
-        if (auto info = mClientManager->buildClientInfo(pid)) known.insert(std::move(*info));
+        // At the end without a search, when the pids of a user come in ascending order.
+        if (auto info = mClientManager->buildClientInfo(pid)) {
+            known.insert(known.end(), std::move(*info));
+        }
     }
 
     const std::vector<FocusClient> foreground =
