@@ -144,7 +144,8 @@ int main(int argc, char** argv) {
     for (const char* count : {"1", "10", "100", "1000"}) {
         pairs.push_back({std::string("computeFocusState/") + count,
                          std::string("bare_calls/") + count,
-                         /*goal=*/count == std::string("1") ? 0.75 : 0.60});
+                         /*goal=*/count == std::string("1") ? 0.75 : 0.60,
+                         /*processorTime=*/true});
     }
     for (const char* count : {"10", "100"}) {
         const std::string suffix = std::string("/") + count +

@@ -23,6 +23,7 @@ public:
                 mFailed = true;
             } else if (run.run_type == Run::RT_Iteration) {
                 mTimes[run.run_name.str()].push_back(run.GetAdjustedRealTime());
+                mProcessorTimes[run.run_name.str()].push_back(run.GetAdjustedCPUTime());
             }
         }
     }
@@ -31,8 +32,8 @@ public:
     bool failed() const { return mFailed; }
 
     /** Median over repetitions, in the benchmark's time unit; 0 when it did not run. */
-    double median(const std::string& name) {
-        auto& times = mTimes[name];
+    double median(const std::string& name, bool processorTime) {
+        auto& times = processorTime ? mProcessorTimes[name] : mTimes[name];
         if (times.empty()) return 0;
         std::sort(times.begin(), times.end());
         const size_t half = times.size() / 2;
@@ -41,6 +42,7 @@ public:
 
 private:
     std::map<std::string, std::vector<double>> mTimes;
+    std::map<std::string, std::vector<double>> mProcessorTimes;
     bool mFailed = false;
 };
 
@@ -72,8 +74,8 @@ int runPaired(int argc, char** argv, const std::vector<PairedBenchmark>& pairs) 
     printf("%-36s %12s   %-32s %12s %7s %6s\n", "measured", "median", "beside", "median", "ratio",
            "goal");
     for (const PairedBenchmark& pair : pairs) {
-        const double measured = reporter.median(pair.name);
-        const double anchor = reporter.median(pair.anchor);
+        const double measured = reporter.median(pair.name, pair.processorTime);
+        const double anchor = reporter.median(pair.anchor, pair.processorTime);
         if (measured == 0 || anchor == 0) continue;
         printf("%-36s %9.2f us   %-32s %9.2f us %7.2f ", pair.name.c_str(), measured,
                pair.anchor.c_str(), anchor, measured / anchor);

@@ -15,6 +15,9 @@ struct PairedBenchmark {
     std::string name;    // as Google Benchmark prints it, arguments included
     std::string anchor;  // the same
     double goal;         // ratio that is aimed at; 0 when the ratio is only shown
+    // Compares the processor's time of the thread that measures: for work that all happens there,
+    // it leaves out what other programs took meanwhile.
+    bool processorTime = false;
 };
 
 /**
