@@ -4,6 +4,7 @@
 #include "Holdings.h"
 
 #include <android-base/unique_fd.h>
+#include <ctype.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -27,13 +28,18 @@ std::filesystem::directory_iterator entriesOf(pid_t pid, const char* folder) {
                                                std::to_string(pid) / folder);
 }
 
-/** Of its descriptors, those that are sockets or those that are none. */
+/**
+ * Of its descriptors, those that are sockets or those that are none. Not those that it keeps of
+ * processes it knows, "/proc/PID" and below: they come and go with what it is asked, up to a bound
+ * that is tested beside them.
+ */
 int64_t descriptorsOf(pid_t pid, bool sockets) {
     int64_t count = 0;
     for (const auto& entry : entriesOf(pid, "fd")) {
         std::error_code closedMeanwhile;
         const std::string what = std::filesystem::read_symlink(entry.path(), closedMeanwhile);
-        if (!closedMeanwhile && what.starts_with("socket:") == sockets) ++count;
+        const bool isOfAProcess = what.starts_with("/proc/") && isdigit(what.c_str()[6]);
+        if (!closedMeanwhile && !isOfAProcess && what.starts_with("socket:") == sockets) ++count;
     }
     return count;
 }
