@@ -18,7 +18,7 @@
 #include <memory>
 #include <vector>
 
-#include "embedded/ForkGuard.h"
+#include "ForkGuard.h"
 #include "embedded/IncomingRecord.h"
 #include "embedded/OutgoingFrame.h"
 #include "embedded/Session.h"

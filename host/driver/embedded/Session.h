@@ -15,7 +15,7 @@
 #include <string>
 
 #include "embedded/BufferTable.h"
-#include "embedded/ForkGuard.h"
+#include "ForkGuard.h"
 #include "embedded/Frame.h"
 
 namespace binderhost {

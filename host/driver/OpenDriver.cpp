@@ -1,14 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Which driver stands at a path. A kernel driver would be chosen here, for a character device.
+// Which driver stands at a path.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 
 #include "driver/Driver.h"
 #include "embedded/EmbeddedDriver.h"
+#include "kernel/KernelDriver.h"
 
 namespace binderhost {
+namespace {
+
+/** What is missing is taken for a device where only devices are. */
+bool namesDevice(const std::string& path) {
+    struct stat found {};
+    if (stat(path.c_str(), &found) != 0) return path.starts_with("/dev/");
+    return S_ISCHR(found.st_mode);
+}
+
+}  // namespace
 
 std::string driverPath() {
     if (const char* given = std::getenv("BINDER_DRIVER"); given && *given) return given;
@@ -19,7 +31,7 @@ std::string driverPath() {
 }
 
 std::unique_ptr<Driver> openDriver(const std::string& path, std::string* error) {
-    return EmbeddedDriver::open(path, error);
+    return namesDevice(path) ? KernelDriver::open(path, error) : EmbeddedDriver::open(path, error);
 }
 
 }  // namespace binderhost

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "embedded/ForkGuard.h"
+#include "ForkGuard.h"
 
 #include <android-base/thread_annotations.h>
 #include <pthread.h>
