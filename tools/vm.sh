@@ -2,29 +2,39 @@
 # SPDX-License-Identifier: Apache-2.0
 # Boots a kernel that has binder, in an emulated machine, and runs a command there.
 #
-#     tools/vm.sh --kernel TREE --deadline SECONDS [--console FILE] [--interactive]
-#                 [--count-instructions] PROGRAM... -- COMMAND
+#     tools/vm.sh --kernel TREE --deadline SECONDS [--console FILE] [--results FOLDER]
+#                 [--interactive] [--count-instructions] [--kvm] PROGRAM... -- COMMAND
 #
 # TREE is an unpacked kernel package. Each PROGRAM (a file, or a folder of them) is found in the
-# guest at its path here, with the libraries it needs; /dev/binder, /dev/hwbinder and
-# /dev/vndbinder are there. COMMAND is a line for the guest's shell. Its output is this script's,
-# and so is its exit status; 124 when the deadline has passed, 125 when the machine did not come up.
+# guest at its path here, with the libraries it needs. There are /dev/binder, /dev/hwbinder and
+# /dev/vndbinder, which everybody may open, busybox in /bin, and the kernel's debug files.
+#
+# COMMAND is a line for the guest's shell, which runs as root. Its output is this script's, and so
+# is its exit status; 124 when the deadline has passed, 125 when the machine did not come up or
+# ended by itself. What it leaves in /results is put into FOLDER, also when it fails. All that the
+# machine printed is in FILE.
+#
+# --interactive: the command has this terminal. --count-instructions: one processor whose clock
+# counts instructions, one a nanosecond. The processor is emulated unless --kvm is given.
 set -euo pipefail
+umask 022
 
 fail() {
     echo "vm: $1" >&2
     exit 2
 }
 
-kernel='' deadline='' console='' interactive=false counting=false
+kernel='' deadline='' console='' results='' interactive=false counting=false kvm=false
 programs=()
 while (($# > 0)); do
     case $1 in
         --kernel) kernel=$2; shift 2 ;;
         --deadline) deadline=$2; shift 2 ;;
         --console) console=$2; shift 2 ;;
+        --results) results=$2; shift 2 ;;
         --interactive) interactive=true; shift ;;
         --count-instructions) counting=true; shift ;;
+        --kvm) kvm=true; shift ;;
         --) shift; break ;;
         --*) fail "unknown option '$1'" ;;
         *) programs+=("$1"); shift ;;
@@ -37,7 +47,8 @@ command=$1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 root=$work/root
-mkdir -p "$root"/{bin,dev,proc,sys,tmp,etc,lib64}
+mkdir -p "$root"/{bin,dev,proc,sys,tmp,etc,lib64,usr,results}
+ln -s /bin "$root/usr/bin"
 chmod 1777 "$root/tmp"
 console=${console:-$work/console}
 
@@ -45,7 +56,7 @@ add_program() {
     local path
     path=$(realpath "$1")
     mkdir -p "$root$(dirname "$path")"
-    if [[ $(head -c 4 "$path" | tail -c 3) == ELF ]]; then
+    if [[ $(head -c 4 "$path" | tr -d '\0' | tail -c 3) == ELF ]]; then
         strip -o "$root$path" "$path"
         needed_libraries "$path" >>"$work/libraries"
     else
@@ -55,6 +66,40 @@ add_program() {
 
 needed_libraries() {
     ldd "$1" 2>/dev/null | awk '$2 == "=>" && $3 ~ /^\// { print $3 } $1 ~ /^\// { print $1 }'
+}
+
+write_init() {
+    printf 'root:x:0:0:root:/:/bin/sh\nnobody:x:65534:65534:nobody:/:/bin/sh\n' >"$root/etc/passwd"
+    printf '%s\n' "$command" >"$root/command"
+    cat >"$root/init" <<'INIT'
+#!/bin/busybox sh
+export PATH=/bin HOME=/tmp TERM=${TERM:-dumb}
+/bin/busybox --install -s /bin
+mount -t proc proc /proc
+mount -t sysfs sys /sys
+mount -t debugfs debug /sys/kernel/debug
+mount -t devtmpfs dev /dev
+mkdir -p /dev/pts /dev/shm
+mount -t devpts devpts /dev/pts
+mount -t tmpfs tmpfs /dev/shm
+chmod 1777 /dev/shm
+ip link set lo up 2>/dev/null
+insmod /binder_linux.ko devices=binder,hwbinder,vndbinder || echo "vm: no binder module" >&2
+chmod 666 /dev/binder /dev/hwbinder /dev/vndbinder
+ulimit -n 65536
+echo 'vm: up'
+if grep -q vm.interactive /proc/cmdline; then
+    setsid cttyhack sh /command
+else
+    sh /command </dev/null
+fi
+status=$?
+stty -F /dev/ttyS1 raw
+tar -c -C /results . >/dev/ttyS1
+echo "vm: exit $status"
+poweroff -f
+INIT
+    chmod +x "$root/init"
 }
 
 build_image() {
@@ -74,57 +119,53 @@ build_image() {
     done
     find "$kernel/lib/modules" -name binder_linux.ko -exec cp {} "$root/binder_linux.ko" \;
     [[ -f $root/binder_linux.ko ]] || fail "no binder_linux.ko below $kernel"
-    printf 'root:x:0:0:root:/:/bin/sh\nnobody:x:65534:65534:nobody:/:/bin/sh\n' >"$root/etc/passwd"
-    printf '%s\n' "$command" >"$root/command"
-    cat >"$root/init" <<'INIT'
-#!/bin/busybox sh
-export PATH=/bin HOME=/tmp TERM=${TERM:-dumb}
-/bin/busybox --install -s /bin
-mount -t proc proc /proc
-mount -t sysfs sys /sys
-mount -t devtmpfs dev /dev
-mkdir -p /dev/pts /dev/shm
-mount -t devpts devpts /dev/pts
-mount -t tmpfs tmpfs /dev/shm
-ip link set lo up 2>/dev/null
-insmod /binder_linux.ko devices=binder,hwbinder,vndbinder || echo "vm: no binder module" >&2
-chmod 666 /dev/binder /dev/hwbinder /dev/vndbinder
-ulimit -n 65536
-echo 'vm: up'
-if grep -q vm.interactive /proc/cmdline; then
-    setsid cttyhack sh /command
-else
-    sh /command </dev/null
-fi
-echo "vm: exit $?"
-poweroff -f
-INIT
-    chmod +x "$root/init"
-    (cd "$root" && find . | cpio -o -H newc --quiet | gzip -1) >"$work/image.gz"
+    write_init
+    # Not compressed: the emulated processor would take longer to unpack it than to read it.
+    (cd "$root" && find . | cpio -o -H newc --quiet) >"$work/image"
+    rm -rf "$root"
 }
 
+# The machine ends with the deadline, and with this script however that ends.
 boot() {
-    local options=(-accel tcg -cpu max -m 3072 -smp 2 -nodefaults -nographic -no-reboot -serial stdio)
+    local options=(-m 3072 -nodefaults -nographic -no-reboot
+                   -chardev "stdio,id=terminal,signal=off" -serial chardev:terminal
+                   -serial "file:$work/results.tar")
     local arguments="console=ttyS0 quiet panic=-1 mitigations=off"
-    ! $counting || options+=(-icount shift=0,sleep=off -smp 1)
+    if $kvm; then options+=(-accel kvm -cpu host); else options+=(-accel tcg -cpu max); fi
+    if $counting; then options+=(-icount "shift=0,sleep=off" -smp 1); else options+=(-smp 2); fi
     ! $interactive || arguments+=" vm.interactive"
-    timeout --foreground "$deadline" qemu-system-x86_64 "${options[@]}" \
-        -kernel "$(echo "$kernel"/boot/vmlinuz-*)" -initrd "$work/image.gz" -append "$arguments"
+    setpriv --pdeathsig TERM timeout --foreground --kill-after 5 "$deadline" \
+        setpriv --pdeathsig KILL qemu-system-x86_64 "${options[@]}" \
+        -kernel "$(echo "$kernel"/boot/vmlinuz-*)" -initrd "$work/image" -append "$arguments"
+}
+
+# The command's part of what the machine prints.
+command_output() {
+    awk '/^vm: exit [0-9]+$/ { up = 0 } up { print; fflush() } /vm: up$/ { up = 1 }'
+}
+
+take_results() {
+    [[ -n $results && -s $work/results.tar ]] || return 0
+    mkdir -p "$results"
+    tar -x --no-same-owner -C "$results" -f "$work/results.tar" 2>/dev/null ||
+        echo "vm: the results are incomplete" >&2
 }
 
 build_image
-if $interactive; then
-    boot
-    exit
-fi
 status=0
-boot </dev/null 2>&1 | tr -d '\r' | tee "$console" | awk '
-    /^vm: exit [0-9]+$/ { up = 0 } up { print; fflush() } /vm: up$/ { up = 1 }' || status=$?
-if ! grep -q 'vm: up$' "$console"; then
-    tail -n 20 "$console" >&2
-    echo "vm: the machine did not come up" >&2
-    exit 125
+if $interactive; then
+    boot || status=$?
+    take_results
+    exit "$status"
 fi
+boot </dev/null 2>&1 | tr -d '\r' | tee "$console" | command_output || status=$?
+take_results
 result=$(sed -n 's/^vm: exit \([0-9]*\)$/\1/p' "$console" | tail -n 1)
-[[ -n $result ]] || { echo "vm: ended after $deadline s (status $status)" >&2; exit 124; }
-exit "$result"
+[[ -z $result ]] || exit "$result"
+if ((status == 124 || status == 137)); then
+    echo "vm: ended after $deadline s" >&2
+    exit 124
+fi
+tail -n 20 "$console" >&2
+echo "vm: the machine ended with status $status before the command did" >&2
+exit 125
