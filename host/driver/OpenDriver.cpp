@@ -11,16 +11,12 @@
 #include "kernel/KernelDriver.h"
 
 namespace binderhost {
-namespace {
 
-/** What is missing is taken for a device where only devices are. */
 bool namesDevice(const std::string& path) {
     struct stat found {};
     if (stat(path.c_str(), &found) != 0) return path.starts_with("/dev/");
     return S_ISCHR(found.st_mode);
 }
-
-}  // namespace
 
 std::string driverPath() {
     if (const char* given = std::getenv("BINDER_DRIVER"); given && *given) return given;

@@ -8,6 +8,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <driver/Driver.h>
+
 #include <array>
 #include <deque>
 #include <filesystem>
@@ -56,6 +58,11 @@ const std::vector<std::string>& Stack::serviceNames() {
 }
 
 Stack::Stack(Options options) : mOptions(std::move(options)), mFolder(makeFolder()) {
+    checkPrograms();
+    checkDevice();
+}
+
+void Stack::checkPrograms() const {
     std::string missing;
     for (const char* program : {kHub, kServiceManager, kServiceProgram, kDaemon, kAppProgram,
                                 "dumpsys", "setprop", "telemetry"}) {
@@ -68,9 +75,18 @@ Stack::Stack(Options options) : mOptions(std::move(options)), mFolder(makeFolder
     }
 }
 
+void Stack::checkDevice() const {
+    std::string error;
+    if (!mOptions.device.empty() && binderhost::openDriver(mOptions.device, &error) == nullptr) {
+        throw SessionError(error);
+    }
+}
+
 void Stack::boot(const World& world) {
     prepareFiles();
-    startCore(kHub, {"--socket", mFolder->file("binder"), "--ready-fd", passedFdText()});
+    if (mOptions.device.empty()) {
+        startCore(kHub, {"--socket", mFolder->file("binder"), "--ready-fd", passedFdText()});
+    }
     startCore(kServiceManager, {"--ready-fd", passedFdText()});
     for (const std::string& name : serviceNames())
         startService(name, world);

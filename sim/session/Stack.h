@@ -2,7 +2,7 @@
 //
 // The processes that make up a headset, all but the apps.
 //
-//      Stack ── binderhub              every call goes through it
+//      Stack ── binderhub              every call goes through it, unless a device carries them
 //            ── servicemanager         names to binders
 //            ── sim_service NAME  x 6  the platform services, each driven over its own channel
 //            ── vrfocus                the daemon, unmodified
@@ -30,6 +30,7 @@ class Stack {
 public:
     struct Options {
         std::string programs;          // folder of the built programs
+        std::string device;            // a kernel's binder device; empty: a hub of its own
         StopSignals* stops = nullptr;  // may be null; outlives the stack
         /** Told of every process that became ready. */
         std::function<void(const std::string& name, int pid)> onReady = [](auto&, int) {};
@@ -42,10 +43,14 @@ public:
     static constexpr const char* kDaemon = "vrfocus";
     static const std::vector<std::string>& serviceNames();
 
-    /** Starts nothing yet. SessionError when a program is missing, naming every one that is. */
+    /**
+     * Starts nothing yet. SessionError when a program is missing, naming every one that is, or when
+     * the device cannot be used.
+     */
     explicit Stack(Options options);
 
-    /** Hub, service manager, services in their order, daemon; each ready before the next. */
+    /** Hub (none on a device), service manager, services in their order, daemon; each ready before
+     * the next. */
     void boot(const World& world);
 
     void startService(const std::string& name, const World& world);
@@ -107,6 +112,8 @@ public:
 private:
     [[nodiscard]] Launch launchOf(const std::string& program, const std::string& log) const;
     [[nodiscard]] std::unique_ptr<ChildProcess> start(const Launch& launch) const;
+    void checkPrograms() const;
+    void checkDevice() const;
     void prepareFiles();
     void startCore(const std::string& name, std::vector<std::string> arguments);
     void awaitReadyByte(const std::string& name, int fd, ChildProcess& process) const;

@@ -35,7 +35,8 @@ void Stack::prepareFiles() {
 }
 
 std::map<std::string, std::string> Stack::environment() const {
-    return {{"BINDER_DRIVER", mFolder->file("binder")},
+    const std::string& device = mOptions.device;
+    return {{"BINDER_DRIVER", device.empty() ? mFolder->file("binder") : device},
             {"HOST_PROPERTIES", mFolder->file("properties")},
             {"HOST_TELEMETRY", mFolder->file("telemetry")}};
 }

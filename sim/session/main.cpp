@@ -4,6 +4,7 @@
 //
 // Exit status 0 when every expectation held, 1 when one did not or something could not be started,
 // 2 for a wrong command line, 128 + N when ended by signal N; with --shell that of the shell.
+#include <driver/Driver.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -35,6 +36,8 @@ const char* const kUsage =
         "            it: dumpsys, service, setprop, telemetry and the like reach its daemon\n"
         "\n"
         "As root every app has a uid of its own; otherwise all run under yours.\n"
+        "With BINDER_DRIVER naming a binder device (/dev/binder) the calls go through the kernel;\n"
+        "otherwise through a binderhub of the session's own.\n"
         "Exit status: 0 all answers were right, 1 one was not, 2 wrong usage; with --shell that\n"
         "of the shell or command.\n";
 
@@ -46,6 +49,8 @@ sim::Headset::Options optionsFor(sim::StopSignals& stops) {
     sim::Headset::Options options;
     options.stack.programs = programsFolder();
     options.stack.stops = &stops;
+    const std::string driver = binderhost::driverPath();
+    if (binderhost::namesDevice(driver)) options.stack.device = driver;
     options.ownUids = sim::ChildProcess::canChangeUids();
     return options;
 }
@@ -74,8 +79,10 @@ int playSession(sim::StopSignals& stops) {
         if (!booted) timeline.ready(name, pid);
     };
     options.onEvent = [&](const std::string& line) { timeline.event(line); };
+    const std::string& device = options.stack.device;
     timeline.line(std::string("Simulated headset, apps under ") +
-                  (options.ownUids ? "their own uids" : "uid " + std::to_string(geteuid())));
+                  (options.ownUids ? "their own uids" : "uid " + std::to_string(geteuid())) +
+                  (device.empty() ? "" : ", on " + device));
     const int status = guarded(timeline, [&](std::unique_ptr<sim::Headset>& headset) {
         headset = std::make_unique<sim::Headset>(options);
         sim::BuiltInSession session(*headset, timeline);

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "TestDevice.h"
 #include "session/Headset.h"
 #include "session/SessionError.h"
 
@@ -24,6 +25,7 @@ protected:
     HeadsetFixture() {
         Headset::Options options;
         options.stack.programs = PROGRAMS;
+        options.stack.device = binderhost::tests::testDevice();
         // A failure guard, not a measure: machines that run the tests may be slow.
         options.stack.patience = std::chrono::seconds(60);
         options.ownUids = ChildProcess::canChangeUids();

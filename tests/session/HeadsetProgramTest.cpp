@@ -9,15 +9,20 @@
 #include <set>
 
 #include "RunningProgram.h"
+#include "TestDevice.h"
 
 namespace sim {
 namespace {
 
+using binderhost::tests::onDevice;
+using binderhost::tests::testDevice;
 using testing::HasSubstr;
 using testing::Not;
 namespace fs = std::filesystem;
 
 constexpr uid_t kNobody = 65534;
+/** Hub, service manager, daemon; the kernel needs no hub. */
+const size_t kCoreProcesses = onDevice() ? 2 : 3;
 const char* const kPrograms[] = {"binderhub", "servicemanager", "sim_service", "vrfocus",
                                  "sim_app",   "dumpsys",        "setprop",     "telemetry"};
 
@@ -29,6 +34,7 @@ protected:
         mLaunch.program = std::string(PROGRAMS) + "/headset";
         mLaunch.arguments = {"headset"};
         mLaunch.environment = {{"TMPDIR", mTemp.path}};
+        if (onDevice()) mLaunch.environment["BINDER_DRIVER"] = testDevice();
     }
 
     /** What the session left in the folder for temporary files. */
@@ -80,7 +86,8 @@ TEST_F(HeadsetProgramTest, playsToItsEndAndLeavesNothing) {
     EXPECT_THAT(headset.text(), Not(HasSubstr("\033"))) << "no colours where nobody sees them";
     EXPECT_EQ(leftovers(), 0u);
     const std::set<pid_t> pids = pidsIn(headset.text());
-    EXPECT_EQ(pids.size(), 3 + 6 + 1 + 6u) << "with the activity manager that came back";
+    EXPECT_EQ(pids.size(), kCoreProcesses + 6 + 1 + 6)
+            << "with the activity manager that came back";
     for (const pid_t pid : pids)
         EXPECT_NE(kill(pid, 0), 0) << pid;
 }
@@ -130,6 +137,7 @@ TEST_F(HeadsetProgramTest, telemetryThatCannotBeDecodedEndsTheSessionWithTheDiff
 }
 
 TEST_F(HeadsetProgramTest, twoSessionsAtOnceDoNotMeet) {
+    SKIP_ON_DEVICE("a device has one context manager");
     RunningProgram one(mLaunch);
     RunningProgram two(mLaunch);
     expectWholeSession(one);
@@ -143,7 +151,7 @@ TEST_F(HeadsetProgramTest, aStopInTheMiddleLeavesNoProcessAndNoFolder) {
         headset.process().signal(number);
         EXPECT_EQ(headset.finish(), 128 + number) << headset.text();
         const std::set<pid_t> pids = pidsIn(headset.text());
-        EXPECT_GE(pids.size(), 3 + 6 + 2u);
+        EXPECT_GE(pids.size(), kCoreProcesses + 6 + 2);
         for (const pid_t pid : pids)
             EXPECT_NE(kill(pid, 0), 0) << pid;
         EXPECT_EQ(leftovers(), 0u);
@@ -206,6 +214,7 @@ TEST_F(HeadsetProgramTest, missingProgramsAreNamed) {
 }
 
 TEST_F(HeadsetProgramTest, aProgramThatCannotStartEndsTheSessionWithItsName) {
+    SKIP_ON_DEVICE("no hub is started there");
     TemporaryDir programs;
     moveTo(programs, {std::begin(kPrograms) + 1, std::end(kPrograms)}, /*copy=*/false);
     fs::create_symlink("/bin/false", fs::path(programs.path) / "binderhub");
@@ -215,17 +224,31 @@ TEST_F(HeadsetProgramTest, aProgramThatCannotStartEndsTheSessionWithItsName) {
     EXPECT_EQ(leftovers(), 0u);
 }
 
-TEST_F(HeadsetProgramTest, everyProgramWithoutAHubSaysWhatToStart) {
+TEST_F(HeadsetProgramTest, everyProgramWithoutADriverNamesItAndSaysWhatIsWrong) {
     const std::string socket = std::string(mTemp.path) + "/no-hub";
-    for (const std::vector<std::string>& arguments :
-         {std::vector<std::string>{"vrfocus"}, {"servicemanager"}}) {
-        Launch launch;
-        launch.program = std::string(PROGRAMS) + "/" + arguments[0];
-        launch.arguments = arguments;
-        launch.environment = {{"BINDER_DRIVER", socket}};
-        RunningProgram program(launch);
-        EXPECT_EQ(program.finish(), 1) << arguments[0];
-        EXPECT_THAT(program.text(), HasSubstr("binderhub --socket " + socket)) << arguments[0];
+    const struct {
+        std::string driver;
+        std::string message;
+    } rows[] = {{socket, "binderhub --socket " + socket},
+                {"/dev/null", "/dev/null is no binder device"},
+                {"/dev/no-binder", "/dev/no-binder: No such file or directory: is the kernel's"}};
+    for (const auto& row : rows) {
+        for (const std::vector<std::string>& arguments : {std::vector<std::string>{"vrfocus"},
+                                                          {"servicemanager"},
+                                                          {"service", "list"},
+                                                          {"dumpsys", "-l"},
+                                                          {"headset"}}) {
+            // It starts a hub of its own where no device is named.
+            if (arguments[0] == "headset" && row.driver == socket) continue;
+            SCOPED_TRACE(arguments[0] + " on " + row.driver);
+            Launch launch = mLaunch;
+            launch.program = std::string(PROGRAMS) + "/" + arguments[0];
+            launch.arguments = arguments;
+            launch.environment["BINDER_DRIVER"] = row.driver;
+            RunningProgram program(launch);
+            EXPECT_EQ(program.finish(), 1);
+            EXPECT_THAT(program.text(), HasSubstr(row.message));
+        }
     }
 }
 

@@ -38,15 +38,9 @@ unique_fd findHub(const std::string& path, std::string* error) {
     }
     struct stat status {};
     if (fstat(found.get(), &status) == 0 && S_ISSOCK(status.st_mode)) return found;
-    if (S_ISCHR(status.st_mode)) {
-        *error = path +
-                 " is a device, and this build has no kernel driver: start a hub with: "
-                 "binderhub --socket PATH, and set BINDER_DRIVER to that path";
-    } else {
-        *error = path +
-                 " is not a binder hub's socket: start a hub with: binderhub --socket PATH, and "
-                 "set BINDER_DRIVER to that path";
-    }
+    *error = path +
+             " is not a binder hub's socket: start a hub with: binderhub --socket PATH, and set "
+             "BINDER_DRIVER to that path";
     return {};
 }
 

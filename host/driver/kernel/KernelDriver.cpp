@@ -82,13 +82,14 @@ int KernelDriver::writeRead(binder_write_read* bwr) {
 }
 
 int KernelDriver::becomeContextManager() {
-    constexpr int kAttempts = 100;
-    constexpr std::chrono::milliseconds kPause(10);
+    // Growing, since the kernel logs each refusal.
+    constexpr std::chrono::milliseconds kLongestPause(512);
     flat_binder_object self{};
     self.flags = givesSecurityContexts() ? uint32_t{FLAT_BINDER_FLAG_TXN_SECURITY_CTX} : 0;
-    int status = -EBUSY;
-    for (int attempt = 0; status == -EBUSY && attempt < kAttempts; ++attempt) {
-        if (attempt > 0) std::this_thread::sleep_for(kPause);
+    int status = control(BINDER_SET_CONTEXT_MGR_EXT, &self);
+    for (std::chrono::milliseconds pause(1); status == -EBUSY && pause <= kLongestPause;
+         pause *= 2) {
+        std::this_thread::sleep_for(pause);
         status = control(BINDER_SET_CONTEXT_MGR_EXT, &self);
     }
     return status;

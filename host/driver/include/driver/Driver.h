@@ -74,9 +74,12 @@ protected:
  */
 [[nodiscard]] std::string driverPath();
 
+/** Whether a path is that of a device; what is missing is taken for one where only devices are. */
+[[nodiscard]] bool namesDevice(const std::string& path);
+
 /**
- * Opens the driver at a path: a socket gives the embedded driver. Null when it cannot be had, with
- * a message that names the path, what is wrong and what to start.
+ * Opens the driver at a path: a device gives the kernel driver, a socket the embedded driver. Null
+ * when it cannot be had, with a message that names the path, what is wrong and what to start.
  */
 [[nodiscard]] std::unique_ptr<Driver> openDriver(const std::string& path, std::string* error);
 
