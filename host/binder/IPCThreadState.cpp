@@ -106,12 +106,15 @@ int64_t IPCThreadState::clearCallingIdentity() {
     const int64_t token = (int64_t(mCallingUid) << 32) | uint32_t(mCallingPid);
     mCallingPid = getpid();
     mCallingUid = getuid();
+    mCallingSid = nullptr;
     return token;
 }
 
 void IPCThreadState::restoreCallingIdentity(int64_t token) {
     mCallingUid = uid_t(uint64_t(token) >> 32);
     mCallingPid = pid_t(uint32_t(token));
+    // A token has no room for it.
+    mCallingSid = nullptr;
 }
 
 int64_t IPCThreadState::setCallingWorkSourceUidWithoutPropagation(uid_t uid) {

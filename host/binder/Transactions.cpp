@@ -53,16 +53,18 @@ status_t IPCThreadState::dispatch(const binder_transaction_data& transaction, co
 }
 
 void IPCThreadState::executeTransaction(uint32_t command) {
-    binder_transaction_data transaction{};
+    binder_transaction_data_secctx received{};
     if (command == BR_TRANSACTION_SEC_CTX) {
-        transaction = mQueues->argument<binder_transaction_data_secctx>().transaction_data;
+        received = mQueues->argument<binder_transaction_data_secctx>();
     } else {
-        transaction = mQueues->argument<binder_transaction_data>();
+        received.transaction_data = mQueues->argument<binder_transaction_data>();
     }
+    const binder_transaction_data& transaction = received.transaction_data;
     // The call may make calls of its own, behind which an answer must not wait.
     if (mQueues->replyQueued) flushCommands();
     auto reply = std::make_unique<Parcel>();
     status_t result = OK;
+    const char* const outerSid = mCallingSid;
     {
         Parcel request;
         request.adoptDriverBuffer(reinterpret_cast<const uint8_t*>(transaction.data.ptr.buffer),
@@ -73,12 +75,15 @@ void IPCThreadState::executeTransaction(uint32_t command) {
         const int32_t outerFlags = std::exchange(mLastTransactionFlags, int32_t(transaction.flags));
         mCallingPid = transaction.sender_pid;
         mCallingUid = transaction.sender_euid;
+        // Lies behind the payload, in the buffer that the request gives back at its end.
+        mCallingSid = reinterpret_cast<const char*>(received.secctx);
         mStrictModePolicy = 0;
         mWorkSource = kUnsetWorkSource;
         mPropagateWorkSource = false;
         result = dispatch(transaction, request, reply.get());
         mLastTransactionFlags = outerFlags;
     }
+    mCallingSid = outerSid;
     if ((transaction.flags & TF_ONE_WAY) == 0) {
         queueReply(std::move(reply), result);
     } else if (result != OK) {

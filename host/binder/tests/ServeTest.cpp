@@ -108,6 +108,65 @@ TEST_F(ServeTest, IdentityIsTheCallersUntilItIsCleared) {
     EXPECT_EQ(written(BC_REPLY).size(), 2u);
 }
 
+TEST_F(ServeTest, CallersSecurityContextIsKnownWhereTheKernelTellsItAndWhileTheCallLasts) {
+    const auto sid = [] {
+        const char* known = IPCThreadState::self()->getCallingSid();
+        return std::string(known == nullptr ? "none" : known);
+    };
+    std::vector<std::string> seen;
+    const sp<BBinder> target = new Target([&](uint32_t code, const Parcel&, Parcel*, uint32_t) {
+        seen.push_back(sid());
+        if (code == 2) {
+            IPCThreadState* thread = IPCThreadState::self();
+            thread->restoreCallingIdentity(thread->clearCallingIdentity());
+            seen.push_back(sid());
+        }
+        return status_t(OK);
+    });
+    binder_transaction_data_secctx inContext{};
+    inContext.transaction_data = request(target, 1);
+    inContext.secctx = reinterpret_cast<uintptr_t>("u:r:app:s0");
+    binder_transaction_data_secctx cleared = inContext;
+    cleared.transaction_data = request(target, 2);
+    driver().pool(Reads().put(BR_TRANSACTION_SEC_CTX, inContext));
+    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE).put(BR_TRANSACTION, request(target, 1)));
+    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE).put(BR_TRANSACTION_SEC_CTX, cleared));
+    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));
+    finish();
+    EXPECT_EQ(seen, (std::vector<std::string>{"u:r:app:s0", "none", "u:r:app:s0", "none"}));
+    EXPECT_EQ(sid(), "none");
+}
+
+TEST_F(ServeTest, NestedCallLeavesTheOuterCallersSecurityContext) {
+    std::vector<std::string> seen;
+    const auto note = [&] {
+        const char* known = IPCThreadState::self()->getCallingSid();
+        seen.push_back(known == nullptr ? "none" : known);
+    };
+    const sp<IBinder> other = proxy();
+    const sp<BBinder> inner = new Target([&](uint32_t, const Parcel&, Parcel*, uint32_t) {
+        note();
+        return status_t(OK);
+    });
+    const sp<BBinder> outer = new Target([&](uint32_t, const Parcel&, Parcel*, uint32_t) {
+        note();
+        Parcel data;
+        Parcel reply;
+        const status_t status = other->transact(1, data, &reply);
+        note();
+        return status;
+    });
+    binder_transaction_data_secctx inContext{};
+    inContext.transaction_data = request(outer, 1);
+    inContext.secctx = reinterpret_cast<uintptr_t>("u:r:outer:s0");
+    driver().pool(Reads().put(BR_TRANSACTION_SEC_CTX, inContext));
+    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE).put(BR_TRANSACTION, request(inner, 1)));
+    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE).put(BR_REPLY, number(0)));
+    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));
+    finish();
+    EXPECT_EQ(seen, (std::vector<std::string>{"u:r:outer:s0", "none", "u:r:outer:s0"}));
+}
+
 TEST_F(ServeTest, IdentityTokenKeepsAnyPidAndUid) {
     const struct {
         pid_t pid;

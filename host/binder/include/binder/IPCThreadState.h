@@ -40,6 +40,13 @@ public:
     pid_t getCallingPid() const { return mCallingPid; }
     uid_t getCallingUid() const { return mCallingUid; }
 
+    /**
+     * The caller's security context, in a call to the context manager where the kernel has one to
+     * tell; null in all others and once the identity was cleared or restored. Valid until the call
+     * has been served.
+     */
+    const char* getCallingSid() const { return mCallingSid; }
+
     /** From here on the process itself is the caller. The token restores who it was before. */
     int64_t clearCallingIdentity();
     /** Token: the uid in the upper, the pid in the lower 32 bits. */
@@ -127,6 +134,7 @@ private:
     const std::unique_ptr<Queues> mQueues;
     pid_t mCallingPid;
     uid_t mCallingUid;
+    const char* mCallingSid = nullptr;
     int32_t mStrictModePolicy = 0;
     int32_t mWorkSource = kUnsetWorkSource;
     bool mPropagateWorkSource = false;
