@@ -11,8 +11,8 @@
 #
 # COMMAND is a line for the guest's shell, which runs as root. Its output is this script's, and so
 # is its exit status; 124 when the deadline has passed, 125 when the machine did not come up or
-# ended by itself. What it leaves in /results is put into FOLDER, also when it fails. All that the
-# machine printed is in FILE.
+# ended by itself. What it leaves in /results is put into FOLDER, also when it fails, with the
+# kernel's log. All that the machine printed is in FILE.
 #
 # --interactive: the command has this terminal. --count-instructions: one processor whose clock
 # counts instructions, one a nanosecond. The processor is emulated unless --kvm is given.
@@ -94,6 +94,7 @@ else
     sh /command </dev/null
 fi
 status=$?
+dmesg >/results/kernel.log
 stty -F /dev/ttyS1 raw
 tar -c -C /results . >/dev/ttyS1
 echo "vm: exit $status"
@@ -130,7 +131,7 @@ boot() {
     local options=(-m 3072 -nodefaults -nographic -no-reboot
                    -chardev "stdio,id=terminal,signal=off" -serial chardev:terminal
                    -serial "file:$work/results.tar")
-    local arguments="console=ttyS0 quiet panic=-1 mitigations=off"
+    local arguments="console=ttyS0 quiet loglevel=1 panic=-1 mitigations=off"
     if $kvm; then options+=(-accel kvm -cpu host); else options+=(-accel tcg -cpu max); fi
     if $counting; then options+=(-icount "shift=0,sleep=off" -smp 1); else options+=(-smp 2); fi
     ! $interactive || arguments+=" vm.interactive"

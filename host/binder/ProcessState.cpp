@@ -9,6 +9,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -110,6 +111,7 @@ bool ProcessState::becomeContextManager() {
     if (result == 0) return true;
     ALOGE("becomeContextManager at %s: %s", mInternals->driver->describe().c_str(),
           strerror(-result));
+    errno = -result;
     return false;
 }
 

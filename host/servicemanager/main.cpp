@@ -4,11 +4,14 @@
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
+#include <errno.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <unistd.h>
+
+#include <string>
 
 #include "Options.h"
 #include "ServiceManager.h"
@@ -40,6 +43,13 @@ bool tellReady(int fd) {
     return told;
 }
 
+/** Why the role was not given. A kernel gives it only to the user who had it first since boot. */
+std::string reasonOf(int error) {
+    if (error == EBUSY) return "another one is running";
+    if (error == EPERM) return "uid " + std::to_string(geteuid()) + " may not be the one";
+    return std::string("cannot serve: ") + strerror(error);
+}
+
 int serve(const Options& options) {
     const sp<ProcessState> process = ProcessState::self();
     if (process->setThreadPoolMaxThreadCount(0) != android::OK) {
@@ -50,7 +60,7 @@ int serve(const Options& options) {
     if (!addItself(manager)) return EXIT_FAILURE;
     IPCThreadState::self()->setTheContextObject(manager);
     if (!process->becomeContextManager()) {
-        fprintf(stderr, "servicemanager: another one is running on %s\n",
+        fprintf(stderr, "servicemanager: %s on %s\n", reasonOf(errno).c_str(),
                 process->getDriverName().string());
         return EXIT_FAILURE;
     }

@@ -21,6 +21,8 @@ using testing::Not;
 namespace fs = std::filesystem;
 
 constexpr uid_t kNobody = 65534;
+/** Has had no context manager of root's, whose role no other user may take until the next boot. */
+const char* const kUsersDevice = "/dev/vndbinder";
 /** Hub, service manager, daemon; the kernel needs no hub. */
 const size_t kCoreProcesses = onDevice() ? 2 : 3;
 const char* const kPrograms[] = {"binderhub", "servicemanager", "sim_service", "vrfocus",
@@ -100,6 +102,7 @@ TEST_F(HeadsetProgramTest, playsToItsEndAsAnOrdinaryUser) {
     fs::copy(fs::path(PROGRAMS) / "telemetry-events", fs::path(programs.path) / "telemetry-events");
     ASSERT_EQ(chown(mTemp.path, kNobody, kNobody), 0);
     mLaunch.uid = kNobody;
+    if (onDevice()) mLaunch.environment["BINDER_DRIVER"] = kUsersDevice;
     RunningProgram headset(mLaunch);
     expectWholeSession(headset);
     EXPECT_THAT(headset.text(), HasSubstr("apps under uid 65534"));

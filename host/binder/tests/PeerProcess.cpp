@@ -20,11 +20,16 @@
 #include <thread>
 #include <vector>
 
+#include "KernelState.h"
+#include "TestDevice.h"
+
 namespace peers {
 namespace {
 
 using namespace android;
 using namespace std::chrono_literals;
+using binderhost::tests::onDevice;
+using binderhost::tests::testDevice;
 
 constexpr auto kDeadline = 30s;
 
@@ -196,6 +201,7 @@ Hub::Hub() {
     std::string folder = std::filesystem::temp_directory_path() / "bindertest-XXXXXX";
     if (mkdtemp(folder.data()) == nullptr) std::abort();
     mFolder = folder;
+    if (onDevice()) return;
     std::array<int, 2> ready{};
     if (pipe(ready.data()) != 0) std::abort();
     fcntl(ready[0], F_SETFD, FD_CLOEXEC);
@@ -226,7 +232,12 @@ void Hub::kill() {
     mPid = -1;
 }
 
+std::string Hub::path() const {
+    return onDevice() ? testDevice() : mFolder + "/hub";
+}
+
 int64_t Hub::stat(const std::string& name) const {
+    if (onDevice()) return static_cast<int64_t>(binderhost::tests::kernelState().at(name));
     const std::string command = std::string(PROGRAMS "/binderhub --stats --socket ") + path();
     FILE* output = popen(command.c_str(), "re");
     if (output == nullptr) return -1;
@@ -269,7 +280,7 @@ status_t Registry::onTransact(uint32_t code, const Parcel& data, Parcel* reply, 
     return OK;
 }
 
-Peer::Peer(const Hub& hub, const std::string& name) : mErrors(hub.path() + "." + name + ".err") {
+Peer::Peer(const Hub& hub, const std::string& name) : mErrors(hub.folder() + "/" + name + ".err") {
     mPid = start({"/proc/self/exe", "--peer", name}, hub.path(), mErrors);
 }
 

@@ -46,7 +46,10 @@ enum Ask : uint32_t {
     kCountMade,
 };
 
-/** The hub, and what it needs on disk. Started and ended by the test. */
+/**
+ * The hub, and what it needs on disk. Started and ended by the test. On a device the kernel stands
+ * in for it: nothing is started, and its figures are the kernel's.
+ */
 class Hub {
 public:
     Hub();
@@ -54,7 +57,9 @@ public:
     Hub(const Hub&) = delete;
     Hub& operator=(const Hub&) = delete;
 
-    [[nodiscard]] std::string path() const { return mFolder + "/hub"; }
+    /** What to open as the driver. */
+    [[nodiscard]] std::string path() const;
+    [[nodiscard]] const std::string& folder() const { return mFolder; }
     void kill();
     /** Tidies up and leaves the hub to end with this process. */
     void leave();

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The runtime between real processes, over the embedded driver.
+// The runtime between real processes, over the embedded driver or a kernel's device.
 #include <binder/BpBinder.h>
 #include <binder/IPCThreadState.h>
 #include <binder/ProcessState.h>
@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "PeerProcess.h"
+#include "TestDevice.h"
 
 namespace {
 
@@ -365,6 +366,7 @@ TEST_F(ProcessTest, DescriptorIsPassedCloseOnExecAndClosedAfterwards) {
 }
 
 TEST_F(ProcessTest, ServiceEndsWithAMessageWhenTheHubHasGone) {
+    SKIP_ON_DEVICE("the kernel does not go");
     Hub other;
     Peer orphan(other, "orphan");
     ASSERT_TRUE(other.awaitStat("idle", 2));
@@ -375,6 +377,7 @@ TEST_F(ProcessTest, ServiceEndsWithAMessageWhenTheHubHasGone) {
 }
 
 TEST_F(ProcessTest, ProcessWithoutAHubSaysWhatToStart) {
+    SKIP_ON_DEVICE("there is no hub");
     Hub other;
     other.kill();
     Peer lost(other, "lost");

@@ -5,6 +5,7 @@
 
 #include <android-base/file.h>
 
+#include <optional>
 #include <string>
 
 #include "Program.h"
@@ -15,20 +16,24 @@ class Session {
 public:
     /**
      * Starts both, at a socket in a folder of its own, and points BINDER_DRIVER there, for this
-     * process and those it starts. `programs`: the folder of the built programs.
+     * process and those it starts. On a device no hub is started. `programs`: the folder of the
+     * built programs.
      */
     explicit Session(const std::string& programs);
 
     /** The hub stays up until the test process ends: a process that loses its hub ends at once. */
-    ~Session() { mHub.leaveToParentsEnd(); }
+    ~Session() {
+        if (mHub) mHub->leaveToParentsEnd();
+    }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    [[nodiscard]] std::string socket() const { return std::string(mFolder.path) + "/hub"; }
+    [[nodiscard]] const std::string& driver() const { return mDriver; }
 
 private:
     TemporaryDir mFolder;
-    Program mHub;
+    const std::string mDriver;
+    std::optional<Program> mHub;
     Program mServiceManager;
 };
 

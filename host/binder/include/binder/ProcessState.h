@@ -35,7 +35,10 @@ public:
     /** isMain: the pool's own; otherwise one that the driver asked for. */
     void spawnPooledThread(bool isMain);
 
-    /** Makes this process the context manager. False when another one is, with a log line. */
+    /**
+     * Makes this process the context manager. False, with a log line and errno set, when another
+     * one is (EBUSY) or this user may not be (EPERM).
+     */
     bool becomeContextManager();
 
     /** The proxy of a handle, made when there is none. Null when the handle names nothing. */
