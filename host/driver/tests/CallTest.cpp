@@ -2,17 +2,15 @@
 //
 // Two-way calls: exactly one answer each, nested calls, the choice of the thread.
 #include <cerrno>
-#include <thread>
 
-#include "HubFixture.h"
-#include "RawClient.h"
+#include "DriverFixture.h"
 
 namespace binderhost::tests {
 namespace {
 
 constexpr uint64_t kPtr = 0x1000;
 
-class CallTest : public HubFixture {
+class CallTest : public DriverFixture {
 protected:
     /** Serves one call to handle 0 with the text of the call. */
     void echoOnce() {
@@ -40,17 +38,17 @@ protected:
         EXPECT_EQ(mClient.expectReply().text(), "still here");
     }
 
-    RawClient mServer{path()};
-    RawClient mClient{path()};
+    PeerClient mServer{path()};
+    PeerClient mClient{path()};
     void SetUp() override { mServer.publish(); }
 };
 
-TEST_F(CallTest, aCallReachesTheContextManagerAndItsReplyComesBack) {
+TEST_P(CallTest, aCallReachesTheContextManagerAndItsReplyComesBack) {
     mClient.write(Commands().call(0, 42, "hello"));
     const Return call = mServer.expect(BR_TRANSACTION);
     EXPECT_EQ(call.data().code, 42u);
     EXPECT_EQ(call.text(), "hello");
-    EXPECT_EQ(call.data().sender_pid, getpid());
+    EXPECT_EQ(call.data().sender_pid, mClient.pid());
     EXPECT_EQ(call.data().sender_euid, geteuid());
     mServer.write(Commands().freeBuffer(call).reply("world"));
     const Return reply = mClient.expectReply();
@@ -58,7 +56,7 @@ TEST_F(CallTest, aCallReachesTheContextManagerAndItsReplyComesBack) {
     EXPECT_EQ(reply.data().sender_pid, 0);
 }
 
-TEST_F(CallTest, aReplyThatAlsoReadsIsCompleteAtOnceAndTheNextCallArrives) {
+TEST_P(CallTest, aReplyThatAlsoReadsIsCompleteAtOnceAndTheNextCallArrives) {
     for (int round = 0; round < 3; round++) {
         mClient.write(Commands().call(0, 1, "a"));
         const Return call = mServer.expect(BR_TRANSACTION);
@@ -68,13 +66,13 @@ TEST_F(CallTest, aReplyThatAlsoReadsIsCompleteAtOnceAndTheNextCallArrives) {
     }
 }
 
-TEST_F(CallTest, aReplyToNobodyFailsAlsoWhenItReads) {
+TEST_P(CallTest, aReplyToNobodyFailsAlsoWhenItReads) {
     ASSERT_EQ(mServer.exchange(Commands().reply("to nobody"), /*read=*/true), 0);
     EXPECT_EQ(mServer.next().command, uint32_t{BR_FAILED_REPLY});
     expectWorking();
 }
 
-TEST_F(CallTest, handlesThatAreNotHeldFailTheCall) {
+TEST_P(CallTest, handlesThatAreNotHeldFailTheCall) {
     for (const uint32_t handle : {1u, 2u, 77u, 0x7fffffffu, 0xffffffffu}) {
         mClient.write(Commands().call(handle, 1));
         EXPECT_EQ(mClient.next().command, uint32_t{BR_FAILED_REPLY}) << handle;
@@ -84,39 +82,39 @@ TEST_F(CallTest, handlesThatAreNotHeldFailTheCall) {
     expectWorking();
 }
 
-TEST_F(CallTest, theContextManagerCannotCallItself) {
+TEST_P(CallTest, theContextManagerCannotCallItself) {
     mServer.write(Commands().call(0, 1));
     EXPECT_EQ(mServer.next().command, uint32_t{BR_FAILED_REPLY});
 }
 
-TEST_F(CallTest, aSecondContextManagerIsRefusedAsBusy) {
-    EXPECT_EQ(mClient.driver().becomeContextManager(), -EBUSY);
-    EXPECT_EQ(mServer.driver().becomeContextManager(), -EBUSY);
+TEST_P(CallTest, aSecondContextManagerIsRefusedAsBusy) {
+    EXPECT_EQ(mClient.becomeContextManager(), -EBUSY);
+    EXPECT_EQ(mServer.becomeContextManager(), -EBUSY);
     expectWorking();
 }
 
-TEST_F(CallTest, anUnknownCommandIsInvalidAndWhatStoodBeforeItIsDone) {
+TEST_P(CallTest, anUnknownCommandIsInvalidAndWhatStoodBeforeItIsDone) {
     Commands commands;
     commands.oneway(0, 5).put(uint32_t{0xdeadbeef});
     EXPECT_EQ(mClient.exchange(commands, /*read=*/false), -EINVAL);
     EXPECT_EQ(mServer.expect(BR_TRANSACTION).data().code, 5u);
 }
 
-TEST_F(CallTest, aCutCommandIsInvalid) {
+TEST_P(CallTest, aCutCommandIsInvalid) {
     Commands commands;
     commands.put(uint32_t{BC_ACQUIRE}).put(uint16_t{0});
     EXPECT_EQ(mClient.exchange(commands, /*read=*/false), -EINVAL);
     expectWorking();
 }
 
-TEST_F(CallTest, aBufferThatIsNoneIsRefusedAndHarmsNobody) {
+TEST_P(CallTest, aBufferThatIsNoneIsRefusedAndHarmsNobody) {
     for (const uint64_t address : {uint64_t{0}, uint64_t{8}, ~uint64_t{0}}) {
         mClient.write(Commands().freeBuffer(address));
     }
     expectWorking();
 }
 
-TEST_F(CallTest, aBufferFreedTwiceIsFreedOnce) {
+TEST_P(CallTest, aBufferFreedTwiceIsFreedOnce) {
     mClient.write(Commands().call(0, 1, "x"));
     echoOnce();
     const Return reply = mClient.expectReply();
@@ -125,10 +123,10 @@ TEST_F(CallTest, aBufferFreedTwiceIsFreedOnce) {
     expectWorking();
 }
 
-TEST_F(CallTest, aCallToAProcessWithNoLooperWaitsForOne) {
+TEST_P(CallTest, aCallToAProcessWithNoLooperWaitsForOne) {
     const uint32_t handle = giveNodeToServer();
     mServer.write(Commands().call(handle, 9));
-    EXPECT_EQ(stats()["queued"], 2u);  // the call, and the caller's completion
+    expectStat("queued", 2u);  // the call, and the caller's completion
     mClient.write(Commands().looper());
     const Return back = mClient.expect(BR_TRANSACTION);
     EXPECT_EQ(back.data().code, 9u);
@@ -137,14 +135,11 @@ TEST_F(CallTest, aCallToAProcessWithNoLooperWaitsForOne) {
     EXPECT_EQ(mServer.expectReply().text(), "late");
 }
 
-TEST_F(CallTest, aCallBackIntoAWaitingProcessGoesToTheWaitingThread) {
+TEST_P(CallTest, aCallBackIntoAWaitingProcessGoesToTheWaitingThread) {
     const uint32_t handle = giveNodeToServer();
-    RawClient pool(&mClient);
-    Return fresh;
-    std::thread looper([&] {
-        pool.write(Commands().looper());
-        fresh = pool.nextEvent();
-    });
+    PeerClient pool(&mClient);
+    pool.write(Commands().looper());
+    pool.beginRead();
     awaitStat("idle", 1);
     mClient.write(Commands().call(0, 1));
     const Return call = mServer.expect(BR_TRANSACTION);
@@ -152,21 +147,20 @@ TEST_F(CallTest, aCallBackIntoAWaitingProcessGoesToTheWaitingThread) {
     (void)mClient.expect(BR_TRANSACTION_COMPLETE);
     const Return nested = mClient.expect(BR_TRANSACTION);
     EXPECT_EQ(nested.text(), "nested");
-    EXPECT_EQ(nested.data().sender_pid, getpid());
+    EXPECT_EQ(nested.data().sender_pid, mServer.pid());
     mClient.write(Commands().freeBuffer(nested).reply("inner"));
     (void)mClient.expect(BR_TRANSACTION_COMPLETE);
     EXPECT_EQ(mServer.expectReply().text(), "inner");
     // A one-way call is fresh work, which the waiting thread never gets.
     mServer.write(Commands().oneway(handle, 3));
-    looper.join();
-    EXPECT_EQ(fresh.data().code, 3u);
+    EXPECT_EQ(pool.expect(BR_TRANSACTION).data().code, 3u);
     (void)mServer.expect(BR_TRANSACTION_COMPLETE);
     mServer.write(Commands().freeBuffer(call).reply("outer"));
     EXPECT_EQ(mClient.expect(BR_REPLY).text(), "outer");
 }
 
-TEST_F(CallTest, aChainThroughThreeProcessesComesBackToItsFirstThread) {
-    RawClient middle(path());
+TEST_P(CallTest, aChainThroughThreeProcessesComesBackToItsFirstThread) {
+    PeerClient middle(path());
     const uint32_t clientHandle = giveNodeToServer();
     middle.write(Commands().call(0, 1, Payload().node(kPtr + 8)));
     const uint32_t middleHandle = keepNode();
@@ -191,7 +185,7 @@ TEST_F(CallTest, aChainThroughThreeProcessesComesBackToItsFirstThread) {
     EXPECT_EQ(mClient.expect(BR_REPLY).text(), "1");
 }
 
-TEST_F(CallTest, aSecondCallWhileTheFirstIsUnansweredFails) {
+TEST_P(CallTest, aSecondCallWhileTheFirstIsUnansweredFails) {
     mClient.write(Commands().call(0, 1));
     mClient.write(Commands().call(0, 2));
     (void)mClient.expect(BR_TRANSACTION_COMPLETE);
@@ -202,31 +196,27 @@ TEST_F(CallTest, aSecondCallWhileTheFirstIsUnansweredFails) {
     EXPECT_EQ(mClient.expect(BR_REPLY).text(), "1");
 }
 
-TEST_F(CallTest, theLooperThatWaitedLastIsTakenFirst) {
-    std::vector<Return> got(2);
-    std::vector<std::thread> pool;
-    for (size_t i = 0; i < got.size(); i++) {
-        pool.emplace_back([this, &got, i] {
-            RawClient me(&mServer);
-            me.write(Commands().looper());
-            got[i] = me.expect(BR_TRANSACTION);
-            me.write(Commands().freeBuffer(got[i]).reply());
-            (void)me.expect(BR_TRANSACTION_COMPLETE);
-        });
+TEST_P(CallTest, theLooperThatWaitedLastIsTakenFirst) {
+    PeerClient pool[] = {PeerClient(&mServer), PeerClient(&mServer)};
+    for (uint64_t i = 0; i < 2; i++) {
+        pool[i].write(Commands().looper());
+        pool[i].beginRead();
         awaitStat("idle", i + 1);
     }
     for (uint32_t code = 1; code <= 2; code++) {
         mClient.write(Commands().call(0, code));
+        PeerClient& taken = pool[2 - code];
+        const Return call = taken.expect(BR_TRANSACTION);
+        EXPECT_EQ(call.data().code, code);
+        taken.write(Commands().freeBuffer(call).reply());
+        (void)taken.expect(BR_TRANSACTION_COMPLETE);
         (void)mClient.expectReply();
-        pool[2 - code].join();
     }
-    EXPECT_EQ(got[1].data().code, 1u);
-    EXPECT_EQ(got[0].data().code, 2u);
 }
 
-TEST_F(CallTest, aLooperIsAskedForOnlyWhenNoneWaitsAndFewerThanTheMaximumWereStarted) {
-    ASSERT_EQ(mServer.driver().setMaxThreads(1), 0);
-    auto callAndServe = [this](RawClient* server) {
+TEST_P(CallTest, aLooperIsAskedForOnlyWhenNoneWaitsAndFewerThanTheMaximumWereStarted) {
+    ASSERT_EQ(mServer.setMaxThreads(1), 0);
+    auto callAndServe = [this](PeerClient* server) {
         mClient.write(Commands().call(0, 1));
         const Return first = server->next();
         const bool asked = first.command == BR_SPAWN_LOOPER;
@@ -240,32 +230,31 @@ TEST_F(CallTest, aLooperIsAskedForOnlyWhenNoneWaitsAndFewerThanTheMaximumWereSta
     EXPECT_FALSE(callAndServe(&mServer)) << "one request at a time";
     mServer.write(Commands().put(uint32_t{BC_REGISTER_LOOPER}));
     EXPECT_FALSE(callAndServe(&mServer)) << "the maximum has been started";
-    ASSERT_EQ(mServer.driver().setMaxThreads(2), 0);
+    ASSERT_EQ(mServer.setMaxThreads(2), 0);
     EXPECT_TRUE(callAndServe(&mServer));
 }
 
-TEST_F(CallTest, noLooperIsAskedForWhileAnotherWaits) {
-    ASSERT_EQ(mServer.driver().setMaxThreads(4), 0);
-    std::thread idle([this] {
-        RawClient me(&mServer);
-        me.write(Commands().looper());
-        const Return second = me.next();
-        EXPECT_EQ(second.command, uint32_t{BR_SPAWN_LOOPER}) << "now none waits";
-    });
+TEST_P(CallTest, noLooperIsAskedForWhileAnotherWaits) {
+    ASSERT_EQ(mServer.setMaxThreads(4), 0);
+    PeerClient idle(&mServer);
+    idle.write(Commands().looper());
+    idle.beginRead();
     awaitStat("idle", 1);
-    std::thread taken([this] {
-        RawClient me(&mServer);
-        me.write(Commands().looper());
-        EXPECT_EQ(me.next().command, uint32_t{BR_TRANSACTION});
-    });
-    awaitStat("idle", 2);
-    mClient.write(Commands().call(0, 1));
-    taken.join();
+    {
+        PeerClient taken(&mServer);
+        taken.write(Commands().looper());
+        taken.beginRead();
+        awaitStat("idle", 2);
+        mClient.write(Commands().call(0, 1));
+        EXPECT_EQ(taken.next().command, uint32_t{BR_TRANSACTION});
+    }
     (void)mClient.expect(BR_TRANSACTION_COMPLETE);
     (void)mClient.expect(BR_DEAD_REPLY);  // the thread has gone with the call
     mClient.write(Commands().call(0, 2));
-    idle.join();
+    EXPECT_EQ(idle.next().command, uint32_t{BR_SPAWN_LOOPER}) << "now none waits";
 }
+
+ON_EACH_DRIVER(CallTest);
 
 }  // namespace
 }  // namespace binderhost::tests

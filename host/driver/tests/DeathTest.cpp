@@ -5,8 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "HubFixture.h"
-#include "RawClient.h"
+#include "DriverFixture.h"
 
 namespace binderhost::tests {
 namespace {
@@ -14,7 +13,7 @@ namespace {
 constexpr uint64_t kPtr = 0x1000;
 constexpr uint64_t kCookie = 0xc00c1e;
 
-class DeathTest : public HubFixture {
+class DeathTest : public DriverFixture {
 protected:
     /** The registry keeps a node of the service's and can hand it out. */
     uint32_t receiveNode() {
@@ -32,12 +31,12 @@ protected:
         return handle;
     }
 
-    RawClient mRegistry{path()};
-    std::optional<RawClient> mService;
+    PeerClient mRegistry{path()};
+    std::optional<PeerClient> mService;
     void SetUp() override { mRegistry.publish(); }
 };
 
-TEST_F(DeathTest, aLinkedProcessIsToldOnceWhenTheNodesOwnerDies) {
+TEST_P(DeathTest, aLinkedProcessIsToldOnceWhenTheNodesOwnerDies) {
     const uint32_t handle = receiveNode();
     EXPECT_EQ(handle, 1u);
     mRegistry.write(Commands().death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie));
@@ -50,7 +49,7 @@ TEST_F(DeathTest, aLinkedProcessIsToldOnceWhenTheNodesOwnerDies) {
     EXPECT_EQ(mRegistry.expect(BR_CLEAR_DEATH_NOTIFICATION_DONE).as<uint64_t>(), kCookie);
 }
 
-TEST_F(DeathTest, aCallToAServiceThatDiesHoldingItIsAnsweredDead) {
+TEST_P(DeathTest, aCallToAServiceThatDiesHoldingItIsAnsweredDead) {
     const uint32_t handle = receiveNode();
     mRegistry.write(Commands().call(handle, 9));
     mService->write(Commands().looper());
@@ -60,7 +59,7 @@ TEST_F(DeathTest, aCallToAServiceThatDiesHoldingItIsAnsweredDead) {
     (void)mRegistry.expect(BR_DEAD_REPLY);
 }
 
-TEST_F(DeathTest, aLinkToADeadNodeIsAnsweredAtOnce) {
+TEST_P(DeathTest, aLinkToADeadNodeIsAnsweredAtOnce) {
     const uint32_t handle = receiveNode();
     mService.reset();
     awaitStat("processes", 1);
@@ -68,7 +67,7 @@ TEST_F(DeathTest, aLinkToADeadNodeIsAnsweredAtOnce) {
     EXPECT_EQ(mRegistry.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
 }
 
-TEST_F(DeathTest, aClearedLinkIsConfirmedAndItsNodesDeathIsNotTold) {
+TEST_P(DeathTest, aClearedLinkIsConfirmedAndItsNodesDeathIsNotTold) {
     const uint32_t handle = receiveNode();
     mRegistry.write(Commands()
                             .death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie)
@@ -76,11 +75,11 @@ TEST_F(DeathTest, aClearedLinkIsConfirmedAndItsNodesDeathIsNotTold) {
     EXPECT_EQ(mRegistry.expect(BR_CLEAR_DEATH_NOTIFICATION_DONE).as<uint64_t>(), kCookie);
     mService.reset();
     awaitStat("processes", 1);
-    EXPECT_EQ(stats()["queued"], 0u);
-    EXPECT_EQ(stats()["death_links"], 0u);
+    expectStat("queued", 0u);
+    expectStat("death_links", 0u);
 }
 
-TEST_F(DeathTest, clearingALinkWhoseNoticeIsUnreadGivesDeadAndThenClearDone) {
+TEST_P(DeathTest, clearingALinkWhoseNoticeIsUnreadGivesDeadAndThenClearDone) {
     const uint32_t handle = receiveNode();
     mRegistry.write(Commands().death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie));
     mService.reset();
@@ -89,21 +88,21 @@ TEST_F(DeathTest, clearingALinkWhoseNoticeIsUnreadGivesDeadAndThenClearDone) {
     EXPECT_EQ(mRegistry.next().command, uint32_t{BR_DEAD_BINDER});
     mRegistry.write(Commands().deadDone(kCookie));
     EXPECT_EQ(mRegistry.next().command, uint32_t{BR_CLEAR_DEATH_NOTIFICATION_DONE});
-    EXPECT_EQ(stats()["death_links"], 0u);
+    expectStat("death_links", 0u);
 }
 
-TEST_F(DeathTest, clearingALinkBetweenTheNoticeAndItsDoneWaitsForTheDone) {
+TEST_P(DeathTest, clearingALinkBetweenTheNoticeAndItsDoneWaitsForTheDone) {
     const uint32_t handle = receiveNode();
     mRegistry.write(Commands().death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie));
     mService.reset();
     EXPECT_EQ(mRegistry.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
     mRegistry.write(Commands().death(BC_CLEAR_DEATH_NOTIFICATION, handle, kCookie));
-    EXPECT_EQ(stats()["queued"], 0u);
+    expectStat("queued", 0u);
     mRegistry.write(Commands().deadDone(kCookie));
     EXPECT_EQ(mRegistry.next().command, uint32_t{BR_CLEAR_DEATH_NOTIFICATION_DONE});
 }
 
-TEST_F(DeathTest, aSecondLinkWrongHandlesAndWrongCookiesAreIgnored) {
+TEST_P(DeathTest, aSecondLinkWrongHandlesAndWrongCookiesAreIgnored) {
     const uint32_t handle = receiveNode();
     mRegistry.write(Commands()
                             .death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie)
@@ -112,30 +111,30 @@ TEST_F(DeathTest, aSecondLinkWrongHandlesAndWrongCookiesAreIgnored) {
                             .death(BC_CLEAR_DEATH_NOTIFICATION, handle, kCookie + 1)
                             .death(BC_CLEAR_DEATH_NOTIFICATION, 4711, kCookie)
                             .deadDone(kCookie));
-    EXPECT_EQ(stats()["death_links"], 1u);
+    expectStat("death_links", 1u);
     mService.reset();
     EXPECT_EQ(mRegistry.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
-    EXPECT_EQ(stats()["queued"], 0u);
+    expectStat("queued", 0u);
 }
 
-TEST_F(DeathTest, aLinkGoesWithItsLastReference) {
+TEST_P(DeathTest, aLinkGoesWithItsLastReference) {
     const uint32_t handle = receiveNode();
     mRegistry.write(Commands().death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie));
     mService.reset();
     awaitStat("queued", 1);
     mRegistry.write(Commands().count(BC_RELEASE, handle).count(BC_DECREFS, handle));
-    EXPECT_EQ(stats()["death_links"], 0u);
-    RawClient client(path());
+    expectStat("death_links", 0u);
+    PeerClient client(path());
     client.write(Commands().call(0, 5));
     EXPECT_EQ(mRegistry.next().command, uint32_t{BR_TRANSACTION}) << "the void notice is skipped";
 }
 
-TEST_F(DeathTest, everyWatcherOfEveryNodeIsToldOnce) {
+TEST_P(DeathTest, everyWatcherOfEveryNodeIsToldOnce) {
     constexpr size_t kWatchers = 20;
     const uint32_t handle = receiveNode();
-    std::vector<std::unique_ptr<RawClient>> watchers;
+    std::vector<std::unique_ptr<PeerClient>> watchers;
     for (size_t i = 0; i < kWatchers; i++) {
-        auto& watcher = *watchers.emplace_back(std::make_unique<RawClient>(path()));
+        auto& watcher = *watchers.emplace_back(std::make_unique<PeerClient>(path()));
         watcher.write(Commands().call(0, 2));
         const Return call = mRegistry.expect(BR_TRANSACTION);
         mRegistry.write(Commands().freeBuffer(call).reply(Payload().handle(handle)));
@@ -148,15 +147,15 @@ TEST_F(DeathTest, everyWatcherOfEveryNodeIsToldOnce) {
                               .death(BC_REQUEST_DEATH_NOTIFICATION, held, kCookie + i)
                               .looper());
     }
-    EXPECT_EQ(stats()["death_links"], kWatchers);
+    expectStat("death_links", kWatchers);
     mService.reset();
     for (size_t i = 0; i < kWatchers; i++) {
         EXPECT_EQ(watchers[i]->next().as<uint64_t>(), kCookie + i);
     }
-    EXPECT_EQ(stats()["queued"], 0u);
+    expectStat("queued", 0u);
 }
 
-TEST_F(DeathTest, theLastReplyIsNotOvertakenByTheDeath) {
+TEST_P(DeathTest, theLastReplyIsNotOvertakenByTheDeath) {
     for (uint64_t round = 0; round < 50; round++) {
         const uint32_t handle = receiveNode();
         mRegistry.write(
@@ -169,6 +168,8 @@ TEST_F(DeathTest, theLastReplyIsNotOvertakenByTheDeath) {
         EXPECT_EQ(mRegistry.expect(BR_DEAD_BINDER).as<uint64_t>(), round);
     }
 }
+
+ON_EACH_DRIVER(DeathTest);
 
 }  // namespace
 }  // namespace binderhost::tests

@@ -3,22 +3,21 @@
 // One-way calls: order, identity, room.
 #include <algorithm>
 
-#include "HubFixture.h"
-#include "RawClient.h"
+#include "DriverFixture.h"
 
 namespace binderhost::tests {
 namespace {
 
 constexpr uint64_t kPtr = 0x1000;
 
-class OnewayTest : public HubFixture {
+class OnewayTest : public DriverFixture {
 protected:
-    RawClient mServer{path()};
-    RawClient mClient{path()};
+    PeerClient mServer{path()};
+    PeerClient mClient{path()};
     void SetUp() override { mServer.publish(); }
 };
 
-TEST_F(OnewayTest, theSenderIsDoneAtOnceAndTheReceiverSeesNoPid) {
+TEST_P(OnewayTest, theSenderIsDoneAtOnceAndTheReceiverSeesNoPid) {
     mClient.write(Commands().oneway(0, 7, "note"));
     (void)mClient.expect(BR_TRANSACTION_COMPLETE);
     const Return call = mServer.expect(BR_TRANSACTION);
@@ -28,7 +27,7 @@ TEST_F(OnewayTest, theSenderIsDoneAtOnceAndTheReceiverSeesNoPid) {
     EXPECT_EQ(call.data().sender_euid, geteuid());
 }
 
-TEST_F(OnewayTest, theNextCallOfANodeLeavesWhenTheBufferOfTheOneBeforeIsFreed) {
+TEST_P(OnewayTest, theNextCallOfANodeLeavesWhenTheBufferOfTheOneBeforeIsFreed) {
     for (uint32_t code = 1; code <= 3; code++) {
         mClient.write(Commands().oneway(0, code));
         (void)mClient.expect(BR_TRANSACTION_COMPLETE);
@@ -49,7 +48,7 @@ TEST_F(OnewayTest, theNextCallOfANodeLeavesWhenTheBufferOfTheOneBeforeIsFreed) {
     EXPECT_EQ(mServer.expect(BR_TRANSACTION).data().code, 3u);
 }
 
-TEST_F(OnewayTest, twoNodesOfAProcessRunTheirOnewayCallsAtOnce) {
+TEST_P(OnewayTest, twoNodesOfAProcessRunTheirOnewayCallsAtOnce) {
     mClient.write(Commands().call(0, 1));
     const Return call = mServer.expect(BR_TRANSACTION);
     mServer.write(Commands().freeBuffer(call).reply(Payload().node(kPtr).node(kPtr + 8)));
@@ -63,7 +62,7 @@ TEST_F(OnewayTest, twoNodesOfAProcessRunTheirOnewayCallsAtOnce) {
     EXPECT_EQ(mServer.expect(BR_TRANSACTION).data().target.ptr, kPtr + 8);
 }
 
-TEST_F(OnewayTest, aThousandCallsArriveInTheOrderOfSending) {
+TEST_P(OnewayTest, aThousandCallsArriveInTheOrderOfSending) {
     for (uint32_t code = 0; code < 1000; code++) {
         mClient.write(Commands().oneway(0, code));
         (void)mClient.expect(BR_TRANSACTION_COMPLETE);
@@ -75,7 +74,7 @@ TEST_F(OnewayTest, aThousandCallsArriveInTheOrderOfSending) {
     }
 }
 
-TEST_F(OnewayTest, theSendersCallFailsWhenHalfOfTheBufferIsFullAndWorksAgainWhenItIsFreed) {
+TEST_P(OnewayTest, theSendersCallFailsWhenHalfOfTheBufferIsFullAndWorksAgainWhenItIsFreed) {
     const std::string block(64 * 1024 - 1024, 'x');  // eight fill the half but for some crumbs
     for (int i = 0; i < 8; i++) {
         mClient.write(Commands().oneway(0, 1, block));
@@ -98,9 +97,9 @@ TEST_F(OnewayTest, theSendersCallFailsWhenHalfOfTheBufferIsFullAndWorksAgainWhen
     (void)mClient.expect(BR_TRANSACTION_COMPLETE);
 }
 
-TEST_F(OnewayTest, callsOfASenderThatHasDiedAreDeliveredAllTheSame) {
+TEST_P(OnewayTest, callsOfASenderThatHasDiedAreDeliveredAllTheSame) {
     {
-        RawClient mortal(path());
+        PeerClient mortal(path());
         for (uint32_t code = 1; code <= 2; code++) {
             mortal.write(Commands().oneway(0, code, "will"));
             (void)mortal.expect(BR_TRANSACTION_COMPLETE);
@@ -115,9 +114,9 @@ TEST_F(OnewayTest, callsOfASenderThatHasDiedAreDeliveredAllTheSame) {
     }
 }
 
-TEST_F(OnewayTest, aSenderThatFillsTheSpaceIsToldOnceWhenItAskedFor) {
+TEST_P(OnewayTest, aSenderThatFillsTheSpaceIsToldOnceWhenItAskedFor) {
     for (const bool asked : {false, true}) {
-        ASSERT_EQ(mClient.driver().enableOnewaySpamDetection(asked), 0);
+        ASSERT_EQ(mClient.enableOnewaySpamDetection(asked), 0);
         std::vector<uint32_t> told;
         for (int i = 0; i < 8; i++) {
             mClient.write(Commands().oneway(0, 1, std::string(63 * 1024, 'x')));
@@ -131,6 +130,8 @@ TEST_F(OnewayTest, aSenderThatFillsTheSpaceIsToldOnceWhenItAskedFor) {
         }
     }
 }
+
+ON_EACH_DRIVER(OnewayTest);
 
 }  // namespace
 }  // namespace binderhost::tests

@@ -2,18 +2,15 @@
 //
 // Real processes: killed at every step, forked, under another uid; nothing is left of them.
 #include <fcntl.h>
-#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <future>
+#include <csignal>
 #include <optional>
-#include <set>
-#include <thread>
 
-#include "Child.h"
-#include "HubFixture.h"
-#include "RawClient.h"
+#include "DriverFixture.h"
 
 namespace binderhost::tests {
 namespace {
@@ -22,9 +19,16 @@ constexpr uint64_t kPtr = 0x1000;
 constexpr uint64_t kCookie = 0xc00c1e;
 constexpr uid_t kOtherUid = 12345;
 
-class ProcessTest : public HubFixture {
+class ProcessTest : public DriverFixture {
 protected:
-    uint32_t keepNode(RawClient* server) {
+    /** The server keeps a node of the client's, and is linked to its death. */
+    static uint32_t giveNode(PeerClient* client, PeerClient* server) {
+        client->write(Commands().call(0, 1, Payload().node(kPtr)));
+        const uint32_t handle = keepNode(server);
+        (void)client->expectReply();
+        return handle;
+    }
+    static uint32_t keepNode(PeerClient* server) {
         const Return call = server->expect(BR_TRANSACTION);
         const uint32_t handle = call.object(0).handle;
         server->write(Commands()
@@ -37,69 +41,52 @@ protected:
     }
 };
 
-TEST_F(ProcessTest, theCallerIsNamedByItsPidAndUid) {
-    RawClient server(path());
-    server.publish();
-    Child client([&](Child::Door&) {
-        RawClient me(path());
-        me.write(Commands().call(0, 1));
-        (void)me.expectReply();
-    });
-    const Return call = server.expect(BR_TRANSACTION);
-    EXPECT_EQ(call.data().sender_pid, client.pid());
-    EXPECT_EQ(call.data().sender_euid, geteuid());
-    server.write(Commands().freeBuffer(call).reply());
-    EXPECT_EQ(client.wait(), 0);
+/** Effective; with the argument's sign turned, for good. */
+int becomeOther(Driver&, int64_t uid) {
+    const uid_t wanted = static_cast<uid_t>(uid < 0 ? -uid : uid);
+    const bool done = uid < 0 ? setresuid(wanted, wanted, wanted) == 0
+                              : setegid(wanted) == 0 && seteuid(wanted) == 0;
+    return done ? 0 : -errno;
 }
 
-TEST_F(ProcessTest, aProcessThatChangesItsUidIsSeenUnderTheNewOneAtOnce) {
+TEST_P(ProcessTest, aProcessThatChangesItsUidIsSeenUnderTheNewOneAtOnce) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
-    RawClient server(path());
+    PeerClient server(path()), client(path());
     server.publish();
     // Where the new user cannot go, so that a later thread needs more than the path.
-    ASSERT_EQ(chmod(folder().c_str(), 0700), 0);
-    Child client([&](Child::Door&) {
-        RawClient me(path());
-        me.write(Commands().oneway(0, 1));
-        (void)me.expect(BR_TRANSACTION_COMPLETE);
-        require(setegid(kOtherUid) == 0 && seteuid(kOtherUid) == 0, "seteuid");
-        me.write(Commands().oneway(0, 2));
-        (void)me.expect(BR_TRANSACTION_COMPLETE);
-        require(setresuid(kOtherUid, kOtherUid, kOtherUid) == 0, "setresuid");
-        me.write(Commands().oneway(0, 3));
-        (void)me.expect(BR_TRANSACTION_COMPLETE);
-        std::thread([&me] {
-            RawClient late(&me);
-            late.write(Commands().oneway(0, 4));
-            (void)late.expect(BR_TRANSACTION_COMPLETE);
-        }).join();
-    });
-    for (const uid_t uid : {uid_t{0}, kOtherUid, kOtherUid, kOtherUid}) {
-        const Return call = server.expect(BR_TRANSACTION);
-        EXPECT_EQ(call.data().sender_euid, uid) << call.data().code;
-        server.write(Commands().freeBuffer(call));
+    if (!onKernel()) {
+        ASSERT_EQ(chmod(hub().folder().c_str(), 0700), 0);
     }
-    EXPECT_EQ(client.wait(), 0);
+    const auto callAs = [&](PeerClient* caller, uid_t uid) {
+        caller->write(Commands().oneway(0, 1));
+        (void)caller->expect(BR_TRANSACTION_COMPLETE);
+        const Return call = server.expect(BR_TRANSACTION);
+        EXPECT_EQ(call.data().sender_euid, uid);
+        server.write(Commands().freeBuffer(call));
+    };
+    callAs(&client, 0);
+    ASSERT_EQ(client.run(&becomeOther, kOtherUid), 0);
+    callAs(&client, kOtherUid);
+    ASSERT_EQ(client.run(&becomeOther, -int64_t{kOtherUid}), 0);
+    callAs(&client, kOtherUid);
+    PeerClient late(&client);
+    callAs(&late, kOtherUid);
 }
 
-TEST_F(ProcessTest, onlyTheFirstUidMayBeContextManagerAgain) {
+TEST_P(ProcessTest, onlyTheFirstUidMayBeContextManagerAgain) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can become somebody else";
-    RawClient client(path());
+    PeerClient client(path()), stranger(path());
     {
-        RawClient first(path());
+        PeerClient first(path());
         first.publish();
         client.write(
                 Commands().count(BC_ACQUIRE, 0).death(BC_REQUEST_DEATH_NOTIFICATION, 0, kCookie));
         awaitStat("death_links", 1);
     }
-    awaitStat("processes", 1);
-    Child stranger([&](Child::Door&) {
-        require(seteuid(kOtherUid) == 0, "seteuid");
-        RawClient me(path());
-        require(me.driver().becomeContextManager() == -EPERM, "somebody else took handle 0");
-    });
-    EXPECT_EQ(stranger.wait(), 0);
-    RawClient again(path());
+    awaitStat("processes", 2);
+    ASSERT_EQ(stranger.run(&becomeOther, kOtherUid), 0);
+    EXPECT_EQ(stranger.becomeContextManager(), -EPERM);
+    PeerClient again(path());
     again.publish();
     client.write(Commands().oneway(0, 1));
     EXPECT_EQ(again.expect(BR_TRANSACTION).data().code, 1u);
@@ -109,219 +96,177 @@ TEST_F(ProcessTest, onlyTheFirstUidMayBeContextManagerAgain) {
     EXPECT_EQ(client.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
 }
 
-TEST_F(ProcessTest, aForkedChildHasNoPartInItsParentsDriver) {
-    RawClient server(path()), parent(path());
-    server.publish();
-    parent.write(Commands().oneway(0, 1));
-    (void)parent.expect(BR_TRANSACTION_COMPLETE);
-    Child child([&](Child::Door&) {
-        require(parent.exchange(Commands().oneway(0, 66), /*read=*/false) == -ECONNREFUSED,
-                "the child used its parent's driver");
-        require(parent.driver().setMaxThreads(3) == -ECONNREFUSED, "control");
-        RawClient own(path());
-        own.write(Commands().oneway(0, 2));
-        (void)own.expect(BR_TRANSACTION_COMPLETE);
-    });
-    EXPECT_EQ(child.wait(), 0);
-    parent.write(Commands().oneway(0, 3));
-    (void)parent.expect(BR_TRANSACTION_COMPLETE);
-    for (uint32_t code = 1; code <= 3; code++) {
-        const Return call = server.expect(BR_TRANSACTION);
-        EXPECT_EQ(call.data().code, code);
-        server.write(Commands().freeBuffer(call));
-    }
+/** In a child of the calling process; 0 or what the child found wrong. */
+int inForkedChild(Driver& driver, int (*check)(Driver&)) {
+    const pid_t child = fork();
+    if (child == 0) _exit(check(driver));
+    int status = 0;
+    return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : 255;
 }
 
-TEST_F(ProcessTest, nothingOfTheDriverIsOpenInAProgramThatIsExecuted) {
-    const auto openNow = [] {
-        std::set<int> descriptors;
-        for (int fd = 0; fd < 1024; fd++) {
-            if (fcntl(fd, F_GETFD) >= 0) descriptors.insert(fd);
-        }
-        return descriptors;
+TEST_P(ProcessTest, aForkedChildHasNoPartInItsParentsDriver) {
+    PeerClient server(path()), parent(path());
+    server.publish();
+    const auto callAndServe = [&] {
+        parent.write(Commands().oneway(0, 1));
+        (void)parent.expect(BR_TRANSACTION_COMPLETE);
+        server.write(Commands().freeBuffer(server.expect(BR_TRANSACTION)));
     };
-    const std::set<int> before = openNow();
-    RawClient server(path()), client(path());
+    callAndServe();
+    EXPECT_EQ(parent.run([](Driver& driver, int64_t) {
+        return inForkedChild(driver, [](Driver& parents) {
+            binder_write_read bwr{};
+            if (parents.writeRead(&bwr) != -ECONNREFUSED) return 1;
+            return parents.setMaxThreads(3) == -ECONNREFUSED ? 0 : 2;
+        });
+    }),
+              0);
+    callAndServe();
+}
+
+/** Its descriptors that are open across exec, beside the standard ones. */
+int countInheritable(Driver&, int64_t) {
+    int found = 0;
+    for (int fd = 3; fd < 1024; fd++) {
+        const int flags = fcntl(fd, F_GETFD);
+        if (flags >= 0 && (flags & FD_CLOEXEC) == 0) found++;
+    }
+    return found;
+}
+
+TEST_P(ProcessTest, nothingOfTheDriverIsOpenInAProgramThatIsExecuted) {
+    PeerClient server(path()), client(path());
     server.publish();
     client.write(Commands().oneway(0, 1));
     (void)client.expect(BR_TRANSACTION_COMPLETE);
-    int ofTheDriver = 0;
-    for (const int fd : openNow()) {
-        if (before.contains(fd)) continue;
-        ofTheDriver++;
-        EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC) << fd;
-    }
-    // At the least a connection of each process and one of each thread.
-    EXPECT_GE(ofTheDriver, 4);
+    EXPECT_EQ(client.run(&countInheritable), 0);
+    EXPECT_EQ(server.run(&countInheritable), 0);
 }
 
-TEST_F(ProcessTest, aProcessIsDeadAlsoWhileAChildThatItForkedLives) {
-    RawClient server(path());
+TEST_P(ProcessTest, aProcessIsDeadAlsoWhileAChildThatItForkedLives) {
+    PeerClient server(path()), service(path());
     server.publish();
-    int hold[2];
-    ASSERT_EQ(pipe2(hold, O_CLOEXEC), 0);
-    Child service([&](Child::Door& door) {
-        RawClient me(path());
-        me.write(Commands().call(0, 1, Payload().node(kPtr)));
-        (void)me.expectReply();
-        if (fork() == 0) {
-            // Stays until the test closes its end.
-            close(hold[1]);
-            char byte = 0;
-            _exit(read(hold[0], &byte, 1) == 0 ? 0 : 1);
+    (void)giveNode(&service, &server);
+    const pid_t child = service.run([](Driver&, int64_t) -> int {
+        const pid_t forked = fork();
+        if (forked == 0) {
+            for (;;)
+                pause();
         }
-        door.tell('f');
-        door.await('-');
+        return forked;
     });
-    (void)keepNode(&server);
-    service.await('f');
-    service.killAndWait();
+    ASSERT_GT(child, 0);
+    service.kill();
     EXPECT_EQ(server.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
-    close(hold[0]);
-    close(hold[1]);
+    EXPECT_EQ(kill(child, SIGKILL), 0) << "it was no longer there";
 }
 
 /** Where the server stands when it is killed, and what its caller then gets. */
 struct Step {
     const char* name;
-    void (*server)(RawClient* me, Child::Door* door);
+    void (*serve)(PeerClient* server);
     uint32_t answer;
 };
 
 const Step kSteps[] = {
-        {"before it reads the call", [](RawClient*, Child::Door* door) { door->tell('k'); },
-         BR_DEAD_REPLY},
-        {"holding the call",
-         [](RawClient* me, Child::Door* door) {
-             (void)me->expect(BR_TRANSACTION);
-             door->tell('k');
-         },
+        {"before it reads the call", [](PeerClient*) {}, BR_DEAD_REPLY},
+        {"holding the call", [](PeerClient* me) { (void)me->expect(BR_TRANSACTION); },
          BR_DEAD_REPLY},
         {"after freeing the buffer, before the reply",
-         [](RawClient* me, Child::Door* door) {
-             const Return call = me->expect(BR_TRANSACTION);
-             me->write(Commands().freeBuffer(call));
-             door->tell('k');
-         },
+         [](PeerClient* me) { me->write(Commands().freeBuffer(me->expect(BR_TRANSACTION))); },
          BR_DEAD_REPLY},
         {"after the reply",
-         [](RawClient* me, Child::Door* door) {
-             const Return call = me->expect(BR_TRANSACTION);
-             me->write(Commands().freeBuffer(call).reply("done"));
-             door->tell('k');
+         [](PeerClient* me) {
+             me->write(Commands().freeBuffer(me->expect(BR_TRANSACTION)).reply("done"));
          },
          BR_REPLY},
 };
 
-TEST_F(ProcessTest, aServerKilledAtAnyStepAnswersItsCallerOnce) {
+TEST_P(ProcessTest, aServerKilledAtAnyStepAnswersItsCallerOnce) {
     for (const Step& step : kSteps) {
-        RawClient registry(path());
+        PeerClient registry(path()), server(path());
         registry.publish();
-        Child server([&](Child::Door& door) {
-            RawClient me(path());
-            me.write(Commands().call(0, 1, Payload().node(kPtr)));
-            (void)me.expectReply();
-            me.write(Commands().looper());
-            door.await('g');
-            step.server(&me, &door);
-            door.await('-');
-        });
-        const uint32_t handle = keepNode(&registry);
+        const uint32_t handle = giveNode(&server, &registry);
+        server.write(Commands().looper());
         registry.write(Commands().call(handle, 5));
-        server.tell('g');
-        server.await('k');
-        server.killAndWait();
+        expectStat("processes", 2);  // and the call is on its way
+        step.serve(&server);
+        server.kill();
         (void)registry.expect(BR_TRANSACTION_COMPLETE);
         EXPECT_EQ(registry.nextEvent().command, step.answer) << step.name;
         EXPECT_EQ(registry.nextEvent().command, uint32_t{BR_DEAD_BINDER}) << step.name;
+        registry.kill();
+        awaitStat("processes", 0);
     }
-    expectEmptyHub();
 }
 
-TEST_F(ProcessTest, aCallerInANestedCallHearsOfTheDeathWhenItIsBackFromIt) {
-    RawClient registry(path()), third(path());
+TEST_P(ProcessTest, aCallerInANestedCallHearsOfTheDeathWhenItIsBackFromIt) {
+    PeerClient registry(path()), server(path());
     registry.publish();
-    Child server([&](Child::Door& door) {
-        RawClient me(path());
-        me.write(Commands().call(0, 1, Payload().node(kPtr)));
-        (void)me.expectReply();
-        me.write(Commands().looper());
-        (void)me.expect(BR_TRANSACTION);
-        me.write(Commands().call(0, 9));
-        door.await('-');
-    });
-    const uint32_t handle = keepNode(&registry);
+    const uint32_t handle = giveNode(&server, &registry);
+    server.write(Commands().looper());
     registry.write(Commands().call(handle, 5));
+    (void)server.expect(BR_TRANSACTION);
+    server.write(Commands().call(0, 9));
     (void)registry.expect(BR_TRANSACTION_COMPLETE);
     const Return nested = registry.expect(BR_TRANSACTION);
     EXPECT_EQ(nested.data().code, 9u);
-    server.killAndWait();
-    awaitStat("processes", 2);
+    server.kill();
+    awaitStat("processes", 1);
     // Inside the nested call a call elsewhere has its own answer.
     registry.write(Commands().call(handle, 6));
     (void)registry.expect(BR_DEAD_REPLY);
-    EXPECT_EQ(stats()["queued"], 1u) << "the death notice alone";
+    expectStat("queued", 1);  // the death notice alone
     registry.write(Commands().freeBuffer(nested).reply("too late"));
     (void)registry.expect(BR_TRANSACTION_COMPLETE);
     (void)registry.expect(BR_DEAD_REPLY);
     (void)registry.expect(BR_DEAD_BINDER);
 }
 
-TEST_F(ProcessTest, aCallerKilledInMidCallDropsItsReplySilently) {
-    RawClient server(path());
+TEST_P(ProcessTest, aCallerKilledInMidCallDropsItsReplySilently) {
+    PeerClient server(path());
     server.publish();
     for (const bool beforeRead : {true, false}) {
-        Child client([&](Child::Door& door) {
-            RawClient me(path());
-            me.write(Commands().call(0, 1, Payload(std::string(50'000, 'x')).node(kPtr)));
-            door.tell('s');
-            door.await('-');
-        });
-        client.await('s');
+        PeerClient client(path());
+        client.write(Commands().call(0, 1, Payload(std::string(50'000, 'x')).node(kPtr)));
         Return call;
         if (!beforeRead) call = server.expect(BR_TRANSACTION);
         const pid_t pid = client.pid();
-        client.killAndWait();
+        client.kill();
         awaitStat("processes", 1);
         if (beforeRead) call = server.expect(BR_TRANSACTION);
         EXPECT_EQ(call.data().sender_pid, beforeRead ? 0 : pid);
         server.write(Commands().freeBuffer(call).reply("to nobody"));
         (void)server.expect(BR_TRANSACTION_COMPLETE);
     }
-    EXPECT_EQ(stats()["buffers"], 0u);
-    EXPECT_EQ(stats()["handles"], 0u);
+    expectStat("buffers", 0);
+    expectStat("handles", 0);
 }
 
-TEST_F(ProcessTest, aReceiverKilledWithOnewayCallsQueuedLeavesNothing) {
-    RawClient registry(path());
+TEST_P(ProcessTest, aReceiverKilledWithOnewayCallsQueuedLeavesNothing) {
+    PeerClient registry(path()), service(path());
     registry.publish();
-    Child service([&](Child::Door& door) {
-        RawClient me(path());
-        me.write(Commands().call(0, 1, Payload().node(kPtr)));
-        (void)me.expectReply();
-        door.await('-');
-    });
-    const uint32_t handle = keepNode(&registry);
+    const uint32_t handle = giveNode(&service, &registry);
     for (int i = 0; i < 5; i++) {
         registry.write(Commands().oneway(handle, 1, Payload().descriptor(STDERR_FILENO)));
         (void)registry.expect(BR_TRANSACTION_COMPLETE);
     }
-    EXPECT_EQ(stats()["descriptors"], 5u);
-    service.killAndWait();
+    expectStat("descriptors", 5);
+    service.kill();
     (void)registry.expect(BR_DEAD_BINDER);
-    EXPECT_EQ(stats()["descriptors"], 0u);
-    EXPECT_EQ(stats()["buffers"], 0u);
+    awaitStat("descriptors", 0);
+    awaitStat("buffers", 0);
 }
 
-TEST_F(ProcessTest, aThreadThatEndsAnswersItsCallersAndItsProcessLivesOn) {
-    RawClient server(path()), client(path());
+TEST_P(ProcessTest, aThreadThatEndsAnswersItsCallersAndItsProcessLivesOn) {
+    PeerClient server(path()), client(path());
     server.publish();
     client.write(Commands().call(0, 1));
-    std::thread([&server] {
-        RawClient me(&server);
-        me.write(Commands().looper());
-        (void)me.expect(BR_TRANSACTION);
-    }).join();
+    {
+        PeerClient mortal(&server);
+        mortal.write(Commands().looper());
+        (void)mortal.expect(BR_TRANSACTION);
+    }
     (void)client.expect(BR_TRANSACTION_COMPLETE);
     (void)client.expect(BR_DEAD_REPLY);
     client.write(Commands().call(0, 2));
@@ -330,28 +275,24 @@ TEST_F(ProcessTest, aThreadThatEndsAnswersItsCallersAndItsProcessLivesOn) {
     EXPECT_EQ(client.expectReply().text(), "alive");
 }
 
-TEST_F(ProcessTest, aThreadThatLeavesWithACallUnreadGivesItBack) {
-    RawClient server(path()), client(path());
+TEST_P(ProcessTest, aThreadThatLeavesWithACallUnreadGivesItBack) {
+    if (onKernel()) GTEST_SKIP() << "a thread that is not reading is given no call";
+    PeerClient server(path()), client(path());
     server.publish();
-    std::promise<void> replied, called;
     client.write(Commands().call(0, 1));
-    std::thread pool([&] {
-        RawClient me(&server);
-        me.write(Commands().looper());
-        const Return call = me.expect(BR_TRANSACTION);
-        // The hub takes the thread for idle now and hands it the next call.
-        EXPECT_EQ(me.exchange(Commands().freeBuffer(call).reply(), /*read=*/true), 0);
-        replied.set_value();
-        called.get_future().wait();
-        me.driver().exitThread();
-    });
-    replied.get_future().wait();
+    PeerClient pool(&server);
+    pool.write(Commands().looper());
+    // The hub takes the thread for idle after this and hands it the next call.
+    const Return first = pool.expect(BR_TRANSACTION);
+    ASSERT_EQ(pool.exchange(Commands().freeBuffer(first).reply(), /*read=*/true), 0);
     const Return reply = client.expectReply();
     client.write(Commands().call(0, 2, Payload().descriptor(STDERR_FILENO)));
     awaitStat("idle", 0);
-    EXPECT_EQ(stats()["buffers"], 2u);
-    called.set_value();
-    pool.join();
+    expectStat("buffers", 2);
+    (void)pool.run([](Driver& driver, int64_t) {
+        driver.exitThread();
+        return 0;
+    });
     (void)client.expect(BR_TRANSACTION_COMPLETE);
     (void)client.expect(BR_DEAD_REPLY);
     awaitStat("buffers", 1);  // the first reply, which the client still holds
@@ -359,81 +300,75 @@ TEST_F(ProcessTest, aThreadThatLeavesWithACallUnreadGivesItBack) {
     awaitStat("buffers", 0);
 }
 
-TEST_F(ProcessTest, aDeathThatALeavingThreadHasNotReadIsToldToAnother) {
-    RawClient server(path()), client(path());
-    std::optional<RawClient> mortal(path());
+TEST_P(ProcessTest, aDeathThatALeavingThreadHasNotReadIsToldToAnother) {
+    PeerClient server(path()), client(path());
+    std::optional<PeerClient> mortal(path());
     server.publish();
-    mortal->write(Commands().call(0, 1, Payload().node(kPtr)));
-    (void)keepNode(&server);
+    (void)giveNode(&*mortal, &server);
     client.write(Commands().call(0, 1));
-    std::promise<void> replied, died;
-    std::thread pool([&] {
-        RawClient me(&server);
-        me.write(Commands().looper());
-        const Return call = me.expect(BR_TRANSACTION);
-        EXPECT_EQ(me.exchange(Commands().freeBuffer(call).reply(), /*read=*/true), 0);
-        replied.set_value();
-        died.get_future().wait();
-        me.driver().exitThread();
-    });
-    replied.get_future().wait();
+    PeerClient pool(&server);
+    pool.write(Commands().looper());
+    const Return call = pool.expect(BR_TRANSACTION);
+    ASSERT_EQ(pool.exchange(Commands().freeBuffer(call).reply(), /*read=*/true), 0);
     (void)client.expectReply();
     mortal.reset();
     awaitStat("processes", 2);
-    EXPECT_EQ(stats()["queued"], 0u) << "the leaving thread has it";
-    died.set_value();
-    pool.join();
-    ASSERT_EQ(stats()["queued"], 1u);
+    expectStat("queued", 0);  // the leaving thread has it
+    (void)pool.run([](Driver& driver, int64_t) {
+        driver.exitThread();
+        return 0;
+    });
+    expectStat("queued", 1);
     EXPECT_EQ(server.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
 }
 
-TEST_F(ProcessTest, twoHundredQuickComersAndGoersLeaveNothing) {
-    {
-        RawClient server(path());
-        server.publish();
-        for (int i = 0; i < 200; i++) {
-            RawClient client(path());
-            client.write(Commands().call(0, 1, Payload().node(kPtr)));
-            const Return call = server.expect(BR_TRANSACTION);
-            server.write(Commands().freeBuffer(call).reply());
-            (void)server.expect(BR_TRANSACTION_COMPLETE);
-            if (i % 2) (void)client.expectReply();
-        }
+TEST_P(ProcessTest, fiftyQuickComersAndGoersLeaveNothing) {
+    PeerClient server(path());
+    server.publish();
+    for (int i = 0; i < 50; i++) {
+        PeerClient client(path());
+        client.write(Commands().call(0, 1, Payload().node(kPtr)));
+        const Return call = server.expect(BR_TRANSACTION);
+        server.write(Commands().freeBuffer(call).reply());
+        (void)server.expect(BR_TRANSACTION_COMPLETE);
+        if (i % 2) (void)client.expectReply();
     }
-    expectEmptyHub();
+    awaitStat("processes", 1);
+    awaitStat("handles", 0);
 }
 
-TEST_F(ProcessTest, whenTheHubGoesEveryCallIsRefusedForGood) {
-    RawClient client(path());
+TEST_P(ProcessTest, whenTheHubGoesEveryCallIsRefusedForGood) {
+    if (onKernel()) GTEST_SKIP() << "the kernel's module stays while a device is open";
+    PeerClient client(path());
     client.write(Commands().looper());
-    Child killer([&](Child::Door&) { kill(hubPid(), SIGKILL); });
+    client.beginRead();
+    awaitStat("idle", 1);
+    hub().stopHub(SIGKILL);
     EXPECT_EQ(client.exchange({}, /*read=*/true), -ECONNREFUSED);
     EXPECT_EQ(client.exchange(Commands().call(0, 1), /*read=*/true), -ECONNREFUSED);
-    EXPECT_EQ(client.driver().setMaxThreads(1), -ECONNREFUSED);
-    stopHub(SIGKILL);
-    startHub();  // takes over the dead one's socket
+    EXPECT_EQ(client.setMaxThreads(1), -ECONNREFUSED);
+    hub().startHub();  // takes over the dead one's socket
     EXPECT_EQ(client.exchange(Commands().call(0, 1), /*read=*/true), -ECONNREFUSED);
 }
 
-TEST_F(ProcessTest, aSignalInterruptsAWaitAndNothingIsLost) {
-    RawClient server(path());
+TEST_P(ProcessTest, aSignalInterruptsAWaitAndNothingIsLost) {
+    PeerClient server(path()), client(path());
     server.publish();
-    struct sigaction action {};
-    action.sa_handler = [](int) {};
-    struct sigaction before {};
-    ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
-    const pthread_t self = pthread_self();
-    std::thread poker([&] {
-        awaitStat("idle", 1);
-        pthread_kill(self, SIGUSR1);
-    });
+    ASSERT_EQ(server.run([](Driver&, int64_t) {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        return sigaction(SIGUSR1, &action, nullptr);
+    }),
+              0);
+    server.beginRead();
+    awaitStat("idle", 1);
+    ASSERT_EQ(kill(server.pid(), SIGUSR1), 0);
     EXPECT_EQ(server.exchange({}, /*read=*/true), -EINTR);
-    poker.join();
-    RawClient client(path());
     client.write(Commands().oneway(0, 3));
     EXPECT_EQ(server.expect(BR_TRANSACTION).data().code, 3u);
-    sigaction(SIGUSR1, &before, nullptr);
 }
+
+ON_EACH_DRIVER(ProcessTest);
 
 }  // namespace
 }  // namespace binderhost::tests

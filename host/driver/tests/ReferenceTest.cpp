@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Nodes, handles and who is told about references.
-#include "HubFixture.h"
-#include "RawClient.h"
+#include "DriverFixture.h"
 
 namespace binderhost::tests {
 namespace {
@@ -10,7 +9,7 @@ namespace {
 constexpr uint64_t kPtr = 0x1000;
 constexpr uint64_t kCookie = 0x2000;
 
-class ReferenceTest : public HubFixture {
+class ReferenceTest : public DriverFixture {
 protected:
     /** The server keeps the first object of the next call, strongly. */
     uint32_t serverKeeps() {
@@ -27,12 +26,12 @@ protected:
         return handle;
     }
 
-    RawClient mServer{path()};
-    RawClient mClient{path()};
+    PeerClient mServer{path()};
+    PeerClient mClient{path()};
     void SetUp() override { mServer.publish(); }
 };
 
-TEST_F(ReferenceTest, theSenderIsToldToHoldItsNodeBeforeTheAnswer) {
+TEST_P(ReferenceTest, theSenderIsToldToHoldItsNodeBeforeTheAnswer) {
     mClient.write(Commands().call(0, 1, Payload().node(kPtr, kCookie)));
     // Nobody has read the call: what the sender must do does not wait for the reply.
     EXPECT_EQ(mClient.next().command, uint32_t{BR_INCREFS});
@@ -43,7 +42,7 @@ TEST_F(ReferenceTest, theSenderIsToldToHoldItsNodeBeforeTheAnswer) {
     EXPECT_EQ(mClient.next().command, uint32_t{BR_TRANSACTION_COMPLETE});
 }
 
-TEST_F(ReferenceTest, aReplierIsToldToHoldTheNodeInItsReplyBeforeItsCompletion) {
+TEST_P(ReferenceTest, aReplierIsToldToHoldTheNodeInItsReplyBeforeItsCompletion) {
     mClient.write(Commands().call(0, 1));
     const Return call = mServer.expect(BR_TRANSACTION);
     ASSERT_EQ(mServer.exchange(Commands().reply(Payload().node(kPtr, kCookie)), /*read=*/true), 0);
@@ -56,17 +55,17 @@ TEST_F(ReferenceTest, aReplierIsToldToHoldTheNodeInItsReplyBeforeItsCompletion) 
     EXPECT_EQ(object.cookie, 0u) << "the owner's addresses are nobody's business";
 }
 
-TEST_F(ReferenceTest, theOwnerIsToldToLetGoAfterTheLastReference) {
+TEST_P(ReferenceTest, theOwnerIsToldToLetGoAfterTheLastReference) {
     const uint32_t handle = give(kPtr);
     mClient.write(Commands().looper());
     mServer.write(Commands().count(BC_RELEASE, handle));
     EXPECT_EQ(mClient.next().command, uint32_t{BR_RELEASE});
     EXPECT_EQ(mClient.next().command, uint32_t{BR_DECREFS});
-    EXPECT_EQ(stats()["nodes"], 1u);  // the context manager's own
-    EXPECT_EQ(stats()["handles"], 0u);
+    expectStat("nodes", 1u);  // the context manager's own
+    expectStat("handles", 0u);
 }
 
-TEST_F(ReferenceTest, aWeakReferenceOutlivesTheStrongOnesAndCannotBeCalled) {
+TEST_P(ReferenceTest, aWeakReferenceOutlivesTheStrongOnesAndCannotBeCalled) {
     const uint32_t handle = give(kPtr);
     mServer.write(Commands().count(BC_INCREFS, handle).count(BC_RELEASE, handle));
     mClient.write(Commands().looper());
@@ -79,24 +78,24 @@ TEST_F(ReferenceTest, aWeakReferenceOutlivesTheStrongOnesAndCannotBeCalled) {
     EXPECT_EQ(mClient.next().command, uint32_t{BR_DECREFS});
 }
 
-TEST_F(ReferenceTest, releasesBeyondTheCountAndOfUnknownHandlesAreIgnored) {
+TEST_P(ReferenceTest, releasesBeyondTheCountAndOfUnknownHandlesAreIgnored) {
     const uint32_t handle = give(kPtr);
     for (const uint32_t command : {BC_RELEASE, BC_DECREFS, BC_ACQUIRE, BC_INCREFS}) {
         mServer.write(Commands().count(command, 12345));
     }
     mServer.write(Commands().count(BC_DECREFS, handle).count(BC_DECREFS, handle));
-    EXPECT_EQ(stats()["handles"], 1u);
+    expectStat("handles", 1u);
     mServer.write(Commands().oneway(handle, 1));
     (void)mServer.expect(BR_TRANSACTION_COMPLETE);
 }
 
-TEST_F(ReferenceTest, oneProcessHasOneHandleForANode) {
+TEST_P(ReferenceTest, oneProcessHasOneHandleForANode) {
     const uint32_t first = give(kPtr);
     EXPECT_EQ(give(kPtr), first);
     EXPECT_NE(give(kPtr + 8), first);
 }
 
-TEST_F(ReferenceTest, theLowestFreeHandleIsGivenFirst) {
+TEST_P(ReferenceTest, theLowestFreeHandleIsGivenFirst) {
     EXPECT_EQ(give(kPtr), 1u);
     EXPECT_EQ(give(kPtr + 8), 2u);
     EXPECT_EQ(give(kPtr + 16), 3u);
@@ -106,7 +105,7 @@ TEST_F(ReferenceTest, theLowestFreeHandleIsGivenFirst) {
     EXPECT_EQ(give(kPtr + 40), 4u);
 }
 
-TEST_F(ReferenceTest, aNodeThatComesHomeIsTheOwnersObjectAgain) {
+TEST_P(ReferenceTest, aNodeThatComesHomeIsTheOwnersObjectAgain) {
     mClient.write(Commands().call(0, 1, Payload().node(kPtr, kCookie)));
     const Return call = mServer.expect(BR_TRANSACTION);
     const uint32_t handle = call.object(0).handle;
@@ -125,8 +124,8 @@ TEST_F(ReferenceTest, aNodeThatComesHomeIsTheOwnersObjectAgain) {
     EXPECT_EQ(home.cookie, kCookie);
 }
 
-TEST_F(ReferenceTest, aHandlePassedOnIsAHandleOfTheSameNodeThere) {
-    RawClient third(path());
+TEST_P(ReferenceTest, aHandlePassedOnIsAHandleOfTheSameNodeThere) {
+    PeerClient third(path());
     const uint32_t handle = give(kPtr);
     third.write(Commands().call(0, 1));
     const Return call = mServer.expect(BR_TRANSACTION);
@@ -139,11 +138,11 @@ TEST_F(ReferenceTest, aHandlePassedOnIsAHandleOfTheSameNodeThere) {
     EXPECT_EQ(direct.data().target.ptr, kPtr);
 }
 
-TEST_F(ReferenceTest, aDeadNodesHandleCanBePassedOnAndIsDeadThereToo) {
-    RawClient third(path());
+TEST_P(ReferenceTest, aDeadNodesHandleCanBePassedOnAndIsDeadThereToo) {
+    PeerClient third(path());
     uint32_t handle = 0;
     {
-        RawClient mortal(path());
+        PeerClient mortal(path());
         mortal.write(Commands().call(0, 1, Payload().node(kPtr)));
         handle = serverKeeps();
     }
@@ -155,14 +154,16 @@ TEST_F(ReferenceTest, aDeadNodesHandleCanBePassedOnAndIsDeadThereToo) {
     (void)third.expect(BR_DEAD_REPLY);
 }
 
-TEST_F(ReferenceTest, theContextManagerHoldsNoHandleOnItselfAndOthersHaveZero) {
+TEST_P(ReferenceTest, theContextManagerHoldsNoHandleOnItselfAndOthersHaveZero) {
     mClient.write(Commands().count(BC_INCREFS, 0).count(BC_ACQUIRE, 0));
-    EXPECT_EQ(stats()["handles"], 1u);
+    expectStat("handles", 1u);
     mClient.write(Commands().call(0, 1, Payload().handle(0)));
     const flat_binder_object own = mServer.expect(BR_TRANSACTION).object(0);
     EXPECT_EQ(own.hdr.type, uint32_t{BINDER_TYPE_BINDER});
     EXPECT_EQ(own.binder, 0u);
 }
+
+ON_EACH_DRIVER(ReferenceTest);
 
 }  // namespace
 }  // namespace binderhost::tests

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "HubFixture.h"
+#include "TestHub.h"
 
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -16,19 +17,28 @@
 
 namespace binderhost::tests {
 
-HubFixture::HubFixture() {
+Stats lookUntil(const std::function<Stats()>& look,
+                const std::function<bool(const Stats&)>& right) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    Stats now = look();
+    while (!right(now) && std::chrono::steady_clock::now() < deadline)
+        now = look();
+    return now;
+}
+
+TestHub::TestHub() {
     char pattern[] = "/tmp/binderhub-test-XXXXXX";
     mFolder = mkdtemp(pattern) ? pattern : "";
     std::filesystem::permissions(mFolder, std::filesystem::perms(0755));
     startHub();
 }
 
-HubFixture::~HubFixture() {
+TestHub::~TestHub() {
     if (mHub > 0) stopHub(SIGTERM);
     std::filesystem::remove_all(mFolder);
 }
 
-void HubFixture::startHub() {
+void TestHub::startHub() {
     int ready[2];
     ASSERT_EQ(pipe(ready), 0);
     const std::string program = std::string(PROGRAMS) + "/binderhub";
@@ -53,7 +63,7 @@ void HubFixture::startHub() {
     close(ready[0]);
 }
 
-void HubFixture::stopHub(int signal) {
+void TestHub::stopHub(int signal) {
     kill(mHub, signal);
     int status = 0;
     EXPECT_EQ(waitpid(mHub, &status, 0), mHub);
@@ -64,11 +74,11 @@ void HubFixture::stopHub(int signal) {
     mHub = -1;
 }
 
-std::map<std::string, uint64_t> HubFixture::stats() const {
+Stats TestHub::stats() const {
     std::string text;
     std::string error;
     EXPECT_TRUE(readHubStats(path(), &text, &error)) << error;
-    std::map<std::string, uint64_t> out;
+    Stats out;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
         const size_t equals = line.find('=');
@@ -77,31 +87,10 @@ std::map<std::string, uint64_t> HubFixture::stats() const {
     return out;
 }
 
-namespace {
-
-/** Each look is a round trip to the hub: a wait for it, not for time to pass. */
-template <typename Look>
-void lookUntil(Look right) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!right() && std::chrono::steady_clock::now() < deadline)
-        continue;
-}
-
-}  // namespace
-
-void HubFixture::awaitStat(const std::string& name, uint64_t value) const {
-    lookUntil([&] { return stats()[name] == value; });
-    EXPECT_EQ(stats()[name], value) << name;
-}
-
-void HubFixture::expectEmptyHub() const {
-    const std::map<std::string, uint64_t> empty = {
-            {"processes", 0},   {"threads", 0}, {"idle", 0},         {"nodes", 0},
-            {"handles", 0},     {"buffers", 0}, {"buffer_bytes", 0}, {"death_links", 0},
-            {"descriptors", 0}, {"queued", 0},  {"connections", 1}};
-    std::map<std::string, uint64_t> now;
-    lookUntil([&] { return (now = stats()) == empty; });
-    EXPECT_EQ(now, empty);
+void TestHub::awaitStat(const std::string& name, uint64_t value) const {
+    const Stats last = lookUntil([this] { return stats(); },
+                                 [&](const Stats& now) { return now.at(name) == value; });
+    EXPECT_EQ(last.at(name), value) << name;
 }
 
 }  // namespace binderhost::tests
