@@ -19,6 +19,9 @@ CHECK_PACKAGES=(
     clang clang-format clang-tidy libclang-rt-14-dev libc++-14-dev libc++abi-14-dev shellcheck
 )
 
+# What ./dev vm needs on top.
+VM_PACKAGES=(qemu-system-x86 busybox-static cpio)
+
 # missing_packages NAME...: prints those that are not installed.
 missing_packages() {
     local package

@@ -1,0 +1,116 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
+# Runs what was built on a kernel with binder, in an emulated machine (tools/vm.sh).
+#
+# usage: tools/device.sh BUILD [--kvm] test [NAME...] | run | shell | bench [OPTION...]
+#
+# The kernel is Debian's, downloaded once into build/vm and never installed. There are also the
+# last console logs and results. VM_DEADLINE: seconds that the machine may run.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+readonly kFolder=build/vm
+readonly kDevice=/dev/binder
+
+fail() {
+    echo "vm: $1" >&2
+    exit "${2:-1}"
+}
+
+# fetch_kernel: leaves an unpacked kernel package in build/vm/kernel.
+fetch_kernel() {
+    [[ ! -d $kFolder/kernel ]] || return 0
+    local package download=$kFolder/download
+    rm -rf "$download"
+    mkdir -p "$download"
+    package=$(apt-cache depends --important linux-image-amd64 2>/dev/null |
+              awk '$1 == "Depends:" { print $2; exit }')
+    [[ -n $package ]] ||
+        fail "apt knows no linux-image-amd64: apt-get update, then again (or unpack a kernel \
+package that has binder_linux.ko into $kFolder/kernel)"
+    echo "vm: downloading $package into $kFolder (once; it is unpacked there, not installed)" >&2
+    if ! (cd "$download" && apt-get download -q -o APT::Sandbox::User=root "$package") \
+            >"$kFolder/download.log" 2>&1; then
+        tail -n 5 "$kFolder/download.log" >&2
+        fail "the kernel could not be downloaded (whole log: $kFolder/download.log)"
+    fi
+    dpkg-deb -x "$download"/*.deb "$download/tree"
+    rm -rf "$download"/tree/usr
+    mv "$download/tree" "$kFolder/kernel"
+    rm -rf "$download"
+}
+
+# boot NAME DEADLINE PROGRAM... -- COMMAND: with the console's log and the results named.
+boot() {
+    local name=$1 deadline=${VM_DEADLINE:-$2} status=0 start=$SECONDS
+    shift 2
+    rm -rf "${kFolder:?}/$name"
+    mkdir -p "$kFolder/$name"
+    tools/vm.sh --kernel "$kFolder/kernel" --deadline "$deadline" "${machine[@]}" \
+        --console "$kFolder/$name/console.log" --results "$kFolder/$name" "$@" || status=$?
+    if ((status != 0)); then
+        echo "vm: exit status $status after $((SECONDS - start)) s, see $kFolder/$name" >&2
+    fi
+    return "$status"
+}
+
+# device_tests [NAME...]: names and seconds of those listed, or of the named among them.
+device_tests() {
+    local name seconds
+    while read -r name seconds; do
+        [[ $name != '#' ]] || continue
+        (($# == 0)) || [[ " $* " == *" $name "* ]] || continue
+        echo "$name $seconds"
+    done <tests/device.list
+}
+
+run_tests() {
+    local each tests=()
+    local programs=("$build/bin" "$build/tests/servicemanager_test_service" tools/vm_tests.sh)
+    mapfile -t tests < <(device_tests "$@")
+    ((${#tests[@]} && (${#tests[@]} == $# || $# == 0))) ||
+        fail "tests/device.list has: $(device_tests | cut -d' ' -f1 | tr '\n' ' ')" 2
+    for each in "${tests[@]}"; do
+        programs+=("$build/tests/${each% *}")
+    done
+    boot test 600 "${programs[@]}" -- "$PWD/tools/vm_tests.sh $build/tests $kDevice ${tests[*]}"
+}
+
+run_session() {
+    boot run 120 "$build/bin" -- "BINDER_DRIVER=$kDevice $build/bin/headset"
+}
+
+open_shell() {
+    [[ -t 0 ]] || fail "'shell' wants a terminal" 2
+    machine+=(--interactive)
+    boot shell 7200 "$build/bin" -- "export BINDER_DRIVER=$kDevice HOST_PROPERTIES=/tmp/properties
+cat <<'WORDS'
+A kernel with $kDevice. headset plays a session, headset --shell opens a shell in one.
+exit leaves.
+WORDS
+PATH=$build/bin:/bin exec sh -i"
+}
+
+run_benchmarks() {
+    machine+=(--count-instructions)
+    boot bench 300 "$build/bin/driver_bench" "$build/bin/binderhub" -- "$build/bin/driver_bench $*"
+}
+
+(($# >= 2)) || fail "usage: tools/device.sh BUILD [--kvm] test|run|shell|bench" 2
+build=$(realpath "$1")
+shift
+machine=()
+if [[ $1 == --kvm ]]; then
+    machine+=(--kvm)
+    shift
+fi
+verb=${1:-}
+shift || true
+fetch_kernel
+case $verb in
+    test) run_tests "$@" ;;
+    run) run_session ;;
+    shell) open_shell ;;
+    bench) run_benchmarks "$@" ;;
+    *) fail "what is '$verb'? test, run, shell or bench" 2 ;;
+esac
