@@ -93,7 +93,8 @@ PATH=$build/bin:/bin exec sh -i"
 
 run_benchmarks() {
     machine+=(--count-instructions)
-    boot bench 300 "$build/bin/driver_bench" "$build/bin/binderhub" -- "$build/bin/driver_bench $*"
+    boot bench 300 "$build/bin/driver_bench" -- \
+        "BINDER_DRIVER=$kDevice $build/bin/driver_bench --benchmark_min_time=0.02 $*"
 }
 
 (($# >= 2)) || fail "usage: tools/device.sh BUILD [--kvm] test|run|shell|bench" 2
