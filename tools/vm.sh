@@ -142,7 +142,7 @@ boot() {
 
 # The command's part of what the machine prints.
 command_output() {
-    awk '/^vm: exit [0-9]+$/ { up = 0 } up { print; fflush() } /vm: up$/ { up = 1 }'
+    sed -u -n '/vm: up$/,/^vm: exit [0-9]*$/ { /vm: up$/d; /^vm: exit [0-9]*$/d; p }'
 }
 
 take_results() {
@@ -159,7 +159,7 @@ if $interactive; then
     take_results
     exit "$status"
 fi
-boot </dev/null 2>&1 | tr -d '\r' | tee "$console" | command_output || status=$?
+boot </dev/null 2>&1 | sed -u 's|\r$||' | tee "$console" | command_output || status=$?
 take_results
 result=$(sed -n 's/^vm: exit \([0-9]*\)$/\1/p' "$console" | tail -n 1)
 [[ -z $result ]] || exit "$result"
