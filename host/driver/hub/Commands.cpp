@@ -66,11 +66,12 @@ bool Hub::handleCommand(Thread* thread, uint32_t command, uid_t uid, uint32_t fl
 
 void Hub::handleLooperCommand(Thread* thread, uint32_t command) {
     Process& process = *thread->process;
-    thread->looper = command != BC_EXIT_LOOPER;
-    if (command == BC_REGISTER_LOOPER && process.requestedThreads > 0) {
+    // One that was a looper before is not the one that was asked for.
+    if (command == BC_REGISTER_LOOPER && !thread->looper && process.requestedThreads > 0) {
         process.requestedThreads--;
         process.startedThreads++;
     }
+    thread->looper = command != BC_EXIT_LOOPER;
 }
 
 bool Hub::handleHandleCommand(Thread* thread, uint32_t command, ByteReader* reader) {

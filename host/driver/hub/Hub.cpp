@@ -45,9 +45,8 @@ Thread* Hub::openThread(Process* process, Link* link) {
 int Hub::becomeContextManager(Process* process, uid_t uid) {
     if (mReferences.contextManager()) return -EBUSY;
     if (mContextManagerUid && *mContextManagerUid != uid) return -EPERM;
-    flat_binder_object object{};
-    object.flags = FLAT_BINDER_FLAG_ACCEPTS_FDS;
-    const NodePtr node = mReferences.localNode(process, object);
+    // It takes no descriptors, as on the device.
+    const NodePtr node = mReferences.localNode(process, flat_binder_object{});
     if (!node) return -ENOMEM;
     // The node is its process's for good: the owner is told nothing about its references.
     node->strongPins++;
@@ -138,10 +137,8 @@ bool Hub::fill(Thread* thread, Record* record) {
     begin(record);
     bool ends = false;
     while (!ends && !thread->todo.empty() && record->head.size() < kNoticeBytes) {
-        const Work work = std::move(thread->todo.front());
-        thread->todo.pop_front();
+        const Work work = mScheduler.takeFirst(thread);
         if (const auto* notice = std::get_if<Notice>(&work)) {
-            if (notice->deferred) thread->deferred--;
             appendBytes(&record->head, notice->command);
         } else if (const auto* node = std::get_if<NodePtr>(&work)) {
             mReferences.tellOwner(*node, record);

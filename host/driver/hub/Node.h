@@ -40,6 +40,8 @@ struct Node {
     /** Where its work waits: a thread's list, else the owner's. Meaningful while queued. */
     bool queued = false;
     Thread* queuedAt = nullptr;
+    /** There it waits for the next thing to go out with. */
+    bool deferred = false;
 
     /** By serial number, so that death notices go out in the order of the references. */
     std::map<uint64_t, Reference*> references;

@@ -141,14 +141,15 @@ void References::settle(const NodePtr& node, Thread* ownerThread) {
         mScheduler->unqueue(node.get());
     }
     if (ownerThread) {
-        mScheduler->queue(ownerThread, node);
+        // The reply that it must precede is what it rides on.
+        mScheduler->queueDeferred(ownerThread, node);
     } else {
         mScheduler->queue(owner, node);
     }
 }
 
 void References::tellOwner(const NodePtr& node, Record* record) {
-    node->queued = false;
+    node->queued = node->deferred = false;
     node->queuedAt = nullptr;
     auto tell = [&](uint32_t command) {
         appendBytes(&record->head, command);

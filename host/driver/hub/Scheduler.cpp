@@ -10,18 +10,29 @@ void placed(const Work& work, Thread* at) {
     if (const auto* node = std::get_if<NodePtr>(&work)) {
         (*node)->queued = true;
         (*node)->queuedAt = at;
+        (*node)->deferred = false;
     }
+}
+
+bool isDeferred(const Work& work) {
+    if (const auto* notice = std::get_if<Notice>(&work)) return notice->deferred;
+    const auto* node = std::get_if<NodePtr>(&work);
+    return node && (*node)->deferred;
 }
 
 }  // namespace
 
 void Scheduler::queue(Thread* thread, Work work) {
     placed(work, thread);
-    if (const auto* notice = std::get_if<Notice>(&work); notice && notice->deferred) {
-        thread->deferred++;
-    }
+    if (isDeferred(work)) thread->deferred++;
     thread->todo.push_back(std::move(work));
     touch(thread);
+}
+
+void Scheduler::queueDeferred(Thread* thread, const NodePtr& node) {
+    queue(thread, node);
+    node->deferred = true;
+    thread->deferred++;
 }
 
 void Scheduler::queue(Process* process, Work work) {
@@ -82,15 +93,23 @@ void Scheduler::forget(Thread* thread) {
     thread->dirty = false;
 }
 
+Work Scheduler::takeFirst(Thread* thread) {
+    Work work = std::move(thread->todo.front());
+    thread->todo.pop_front();
+    if (isDeferred(work)) thread->deferred--;
+    return work;
+}
+
 void Scheduler::unqueue(Node* node) {
     if (!node->queued) return;
+    if (node->queuedAt && node->deferred) node->queuedAt->deferred--;
     auto& todo = node->queuedAt ? node->queuedAt->todo : node->owner->todo;
     auto holds = [node](const Work& work) {
         const auto* queued = std::get_if<NodePtr>(&work);
         return queued && queued->get() == node;
     };
     todo.erase(std::find_if(todo.begin(), todo.end(), holds));
-    node->queued = false;
+    node->queued = node->deferred = false;
     node->queuedAt = nullptr;
 }
 

@@ -17,6 +17,8 @@ namespace binderhost::hub {
 class Scheduler {
 public:
     void queue(Thread* thread, Work work);
+    /** For the thread to be told with the next thing, as a deferred Notice. */
+    void queueDeferred(Thread* thread, const NodePtr& node);
     /** To the idle looper that waited last, else to the process's list. */
     void queue(Process* process, Work work);
     /** The thread's state has changed: looked at when the frame in hand is done. */
@@ -28,6 +30,8 @@ public:
     void leaveIdle(Thread* thread);
     /** The thread is about to go. */
     void forget(Thread* thread);
+    /** The thread's list must not be empty. */
+    [[nodiscard]] Work takeFirst(Thread* thread);
     /** Takes a node's work out of whichever list holds it. */
     void unqueue(Node* node);
 

@@ -100,13 +100,6 @@ TEST_P(CallTest, anUnknownCommandIsInvalidAndWhatStoodBeforeItIsDone) {
     EXPECT_EQ(mServer.expect(BR_TRANSACTION).data().code, 5u);
 }
 
-TEST_P(CallTest, aCutCommandIsInvalid) {
-    Commands commands;
-    commands.put(uint32_t{BC_ACQUIRE}).put(uint16_t{0});
-    EXPECT_EQ(mClient.exchange(commands, /*read=*/false), -EINVAL);
-    expectWorking();
-}
-
 TEST_P(CallTest, aBufferThatIsNoneIsRefusedAndHarmsNobody) {
     for (const uint64_t address : {uint64_t{0}, uint64_t{8}, ~uint64_t{0}}) {
         mClient.write(Commands().freeBuffer(address));
@@ -229,6 +222,8 @@ TEST_P(CallTest, aLooperIsAskedForOnlyWhenNoneWaitsAndFewerThanTheMaximumWereSta
     EXPECT_TRUE(callAndServe(&mServer));
     EXPECT_FALSE(callAndServe(&mServer)) << "one request at a time";
     mServer.write(Commands().put(uint32_t{BC_REGISTER_LOOPER}));
+    EXPECT_FALSE(callAndServe(&mServer)) << "it was one already, and is not the one asked for";
+    PeerClient(&mServer).write(Commands().put(uint32_t{BC_REGISTER_LOOPER}));
     EXPECT_FALSE(callAndServe(&mServer)) << "the maximum has been started";
     ASSERT_EQ(mServer.setMaxThreads(2), 0);
     EXPECT_TRUE(callAndServe(&mServer));

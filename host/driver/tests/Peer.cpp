@@ -106,8 +106,15 @@ private:
         bwr.write_size = arrived.commands.size();
         bwr.read_buffer = reinterpret_cast<uintptr_t>(room);
         bwr.read_size = read ? sizeof(room) : 0;
+        int status = mDriver->writeRead(&bwr);
+        // The kernel takes no further command before the failure of one has been read.
+        for (bool failureRead = false; status == 0 && bwr.write_consumed < bwr.write_size;) {
+            bwr.read_size = failureRead && !read ? bwr.read_consumed : sizeof(room);
+            status = mDriver->writeRead(&bwr);
+            failureRead = !failureRead;
+        }
         Note answer;
-        answer.put(mDriver->writeRead(&bwr));
+        answer.put(status);
         answer.putBlock(std::string(reinterpret_cast<char*>(room), bwr.read_consumed));
         std::vector<unique_fd> passed;
         for (Return& each : cut(room, bwr.read_consumed)) {

@@ -167,6 +167,13 @@ int PeerClient::becomeContextManager() {
     return run([](Driver& driver, int64_t) { return driver.becomeContextManager(); });
 }
 
+void PeerClient::exitThread() {
+    (void)run([](Driver& driver, int64_t) {
+        driver.exitThread();
+        return 0;
+    });
+}
+
 int PeerClient::setMaxThreads(uint32_t count) {
     return run([](Driver& driver,
                   int64_t wanted) { return driver.setMaxThreads(static_cast<uint32_t>(wanted)); },

@@ -36,6 +36,7 @@ public:
 
     [[nodiscard]] int exchange(const Commands& commands, bool read) override;
     [[nodiscard]] int becomeContextManager() override;
+    void exitThread();
     [[nodiscard]] int setMaxThreads(uint32_t count);
     [[nodiscard]] int enableOnewaySpamDetection(bool enable);
 

@@ -275,31 +275,6 @@ TEST_P(ProcessTest, aThreadThatEndsAnswersItsCallersAndItsProcessLivesOn) {
     EXPECT_EQ(client.expectReply().text(), "alive");
 }
 
-TEST_P(ProcessTest, aThreadThatLeavesWithACallUnreadGivesItBack) {
-    if (onKernel()) GTEST_SKIP() << "a thread that is not reading is given no call";
-    PeerClient server(path()), client(path());
-    server.publish();
-    client.write(Commands().call(0, 1));
-    PeerClient pool(&server);
-    pool.write(Commands().looper());
-    // The hub takes the thread for idle after this and hands it the next call.
-    const Return first = pool.expect(BR_TRANSACTION);
-    ASSERT_EQ(pool.exchange(Commands().freeBuffer(first).reply(), /*read=*/true), 0);
-    const Return reply = client.expectReply();
-    client.write(Commands().call(0, 2, Payload().descriptor(STDERR_FILENO)));
-    awaitStat("idle", 0);
-    expectStat("buffers", 2);
-    (void)pool.run([](Driver& driver, int64_t) {
-        driver.exitThread();
-        return 0;
-    });
-    (void)client.expect(BR_TRANSACTION_COMPLETE);
-    (void)client.expect(BR_DEAD_REPLY);
-    awaitStat("buffers", 1);  // the first reply, which the client still holds
-    client.write(Commands().freeBuffer(reply));
-    awaitStat("buffers", 0);
-}
-
 TEST_P(ProcessTest, aDeathThatALeavingThreadHasNotReadIsToldToAnother) {
     PeerClient server(path()), client(path());
     std::optional<PeerClient> mortal(path());
@@ -314,10 +289,7 @@ TEST_P(ProcessTest, aDeathThatALeavingThreadHasNotReadIsToldToAnother) {
     mortal.reset();
     awaitStat("processes", 2);
     expectStat("queued", 0);  // the leaving thread has it
-    (void)pool.run([](Driver& driver, int64_t) {
-        driver.exitThread();
-        return 0;
-    });
+    pool.exitThread();
     expectStat("queued", 1);
     EXPECT_EQ(server.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
 }
@@ -335,20 +307,6 @@ TEST_P(ProcessTest, fiftyQuickComersAndGoersLeaveNothing) {
     }
     awaitStat("processes", 1);
     awaitStat("handles", 0);
-}
-
-TEST_P(ProcessTest, whenTheHubGoesEveryCallIsRefusedForGood) {
-    if (onKernel()) GTEST_SKIP() << "the kernel's module stays while a device is open";
-    PeerClient client(path());
-    client.write(Commands().looper());
-    client.beginRead();
-    awaitStat("idle", 1);
-    hub().stopHub(SIGKILL);
-    EXPECT_EQ(client.exchange({}, /*read=*/true), -ECONNREFUSED);
-    EXPECT_EQ(client.exchange(Commands().call(0, 1), /*read=*/true), -ECONNREFUSED);
-    EXPECT_EQ(client.setMaxThreads(1), -ECONNREFUSED);
-    hub().startHub();  // takes over the dead one's socket
-    EXPECT_EQ(client.exchange(Commands().call(0, 1), /*read=*/true), -ECONNREFUSED);
 }
 
 TEST_P(ProcessTest, aSignalInterruptsAWaitAndNothingIsLost) {

@@ -16,6 +16,7 @@
 
 #include "Child.h"
 #include "HubFixture.h"
+#include "PeerClient.h"
 #include "RawClient.h"
 
 namespace binderhost::tests {
@@ -106,6 +107,19 @@ TEST_F(ProgramTest, theSocketGoesWithTheHubAndAnyoneMayConnect) {
     EXPECT_EQ(status.st_mode & 0777, 0666u);
     stopHub(SIGTERM);
     EXPECT_NE(access(path().c_str(), F_OK), 0);
+}
+
+TEST_F(ProgramTest, whenTheHubGoesEveryCallIsRefusedForGood) {
+    PeerClient client(path());
+    client.write(Commands().looper());
+    client.beginRead();
+    awaitStat("idle", 1);
+    stopHub(SIGKILL);
+    EXPECT_EQ(client.exchange({}, /*read=*/true), -ECONNREFUSED);
+    EXPECT_EQ(client.exchange(Commands().call(0, 1), /*read=*/true), -ECONNREFUSED);
+    EXPECT_EQ(client.setMaxThreads(1), -ECONNREFUSED);
+    startHub();  // takes over the dead one's socket
+    EXPECT_EQ(client.exchange(Commands().call(0, 1), /*read=*/true), -ECONNREFUSED);
 }
 
 TEST_F(ProgramTest, statsOfAHubThatIsNotThereFail) {

@@ -33,13 +33,23 @@ protected:
 
 TEST_P(ReferenceTest, theSenderIsToldToHoldItsNodeBeforeTheAnswer) {
     mClient.write(Commands().call(0, 1, Payload().node(kPtr, kCookie)));
-    // Nobody has read the call: what the sender must do does not wait for the reply.
+    (void)mServer.expect(BR_TRANSACTION);
+    mServer.write(Commands().reply());
     EXPECT_EQ(mClient.next().command, uint32_t{BR_INCREFS});
     const Return acquire = mClient.next();
     EXPECT_EQ(acquire.command, uint32_t{BR_ACQUIRE});
     EXPECT_EQ(acquire.as<binder_ptr_cookie>().ptr, kPtr);
     EXPECT_EQ(acquire.as<binder_ptr_cookie>().cookie, kCookie);
     EXPECT_EQ(mClient.next().command, uint32_t{BR_TRANSACTION_COMPLETE});
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_REPLY});
+}
+
+TEST_P(ReferenceTest, aNodeThatIsLetGoBeforeItsSenderReadsIsNotSpokenOf) {
+    mClient.write(Commands().call(0, 1, Payload().node(kPtr, kCookie)));
+    mServer.write(Commands().freeBuffer(mServer.expect(BR_TRANSACTION)).reply());
+    (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_TRANSACTION_COMPLETE});
+    EXPECT_EQ(mClient.next().command, uint32_t{BR_REPLY});
 }
 
 TEST_P(ReferenceTest, aReplierIsToldToHoldTheNodeInItsReplyBeforeItsCompletion) {

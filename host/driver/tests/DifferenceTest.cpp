@@ -1,0 +1,206 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Where the drivers are known to differ, and why. A row that stops being true fails.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <functional>
+
+#include "DriverFixture.h"
+
+namespace binderhost::tests {
+namespace {
+
+constexpr uint64_t kPtr = 0x1000;
+
+/** A context manager and a client that holds a node of its, on one driver. */
+struct Scene {
+    Scene(const std::string& path, std::function<uint64_t()> countBuffers)
+          : server(path), client(path), buffers(std::move(countBuffers)) {
+        server.publish();
+        client.write(Commands().call(0, 1));
+        const Return call = server.expect(BR_TRANSACTION);
+        server.write(Commands().freeBuffer(call).reply(Payload().node(kPtr)));
+        (void)server.expect(BR_TRANSACTION_COMPLETE);
+        const Return reply = client.expectReply();
+        handle = reply.object(0).handle;
+        client.write(Commands().count(BC_ACQUIRE, handle).freeBuffer(reply));
+    }
+    std::string post(Payload payload) {
+        client.write(Commands().oneway(handle, 1, std::move(payload)));
+        return StepClient::name(client.nextEvent().command);
+    }
+
+    PeerClient server;
+    PeerClient client;
+    uint32_t handle = 0;
+    std::function<uint64_t()> buffers;
+};
+
+std::string postDescriptors(Scene* scene) {
+    Payload payload;
+    for (int i = 0; i < 254; i++)
+        payload.descriptor(STDERR_FILENO);
+    return scene->post(payload);
+}
+
+std::string postObjects(Scene* scene) {
+    Payload payload;
+    for (uint64_t i = 0; i < 2049; i++)
+        payload.handle(0);
+    scene->client.write(Commands().count(BC_ACQUIRE, 0));
+    return scene->post(payload);
+}
+
+std::string postPointer(Scene* scene) {
+    binder_buffer_object object{};
+    object.hdr.type = BINDER_TYPE_PTR;
+    Payload payload;
+    payload.offsets.push_back(0);
+    payload.bytes.assign(reinterpret_cast<const char*>(&object), sizeof(object));
+    return scene->post(payload);
+}
+
+int writeOnly(Driver& driver, const void* commands, size_t size) {
+    binder_write_read bwr{};
+    bwr.write_buffer = reinterpret_cast<uintptr_t>(commands);
+    bwr.write_size = size;
+    return driver.writeRead(&bwr);
+}
+
+std::string writeCutCommand(Scene* scene) {
+    return std::to_string(scene->client.run([](Driver& driver, int64_t) {
+        const uint32_t commands[] = {BC_RELEASE, 4711};
+        return writeOnly(driver, commands, sizeof(commands) - 2);
+    }));
+}
+
+/** Whether a command is taken that stands behind a call that fails. */
+std::string writeBehindFailure(Scene* scene) {
+    return std::to_string(scene->client.run([](Driver& driver, int64_t) {
+        struct __attribute__((packed)) {
+            uint32_t command = BC_TRANSACTION;
+            binder_transaction_data argument{};
+            uint32_t looper = BC_ENTER_LOOPER;
+        } commands;
+        commands.argument.target.handle = 4711;
+        binder_write_read bwr{};
+        bwr.write_buffer = reinterpret_cast<uintptr_t>(&commands);
+        bwr.write_size = sizeof(commands);
+        const int status = driver.writeRead(&bwr);
+        return status ? status : static_cast<int>(bwr.write_size - bwr.write_consumed);
+    }));
+}
+
+std::string writeScatteredCall(Scene* scene) {
+    return std::to_string(scene->client.run([](Driver& driver, int64_t) {
+        struct __attribute__((packed)) {
+            uint32_t command = BC_TRANSACTION_SG;
+            binder_transaction_data_sg argument{};
+        } commands;
+        commands.argument.transaction_data.flags = TF_ONE_WAY;
+        return writeOnly(driver, &commands, sizeof(commands));
+    }));
+}
+
+/** Whether the receiver itself may write there. */
+std::string writeToBuffer(Scene* scene) {
+    scene->client.write(Commands().call(0, 1, "text"));
+    const Return call = scene->server.expect(BR_TRANSACTION);
+    const auto address = static_cast<int64_t>(call.data().data.ptr.buffer);
+    const int status = scene->server.run(
+            [](Driver&, int64_t at) {
+                const int zero = open("/dev/zero", O_RDONLY | O_CLOEXEC);
+                const ssize_t got = read(zero, reinterpret_cast<void*>(at), 1);
+                const int error = got == 1 ? 0 : -errno;
+                close(zero);
+                return error;
+            },
+            address);
+    return std::to_string(status);
+}
+
+/** Who gets the call that was made while the only looper was between its reply and its read. */
+std::string leaveAfterReply(Scene* scene) {
+    PeerClient pool(&scene->server);
+    pool.write(Commands().looper());
+    scene->client.write(Commands().call(0, 1));
+    const Return call = pool.expect(BR_TRANSACTION);
+    if (pool.exchange(Commands().freeBuffer(call).reply(), /*read=*/true) != 0) return "no reply";
+    (void)scene->client.expectReply();
+    scene->client.write(Commands().call(0, 2));
+    PeerClient other(&scene->client);
+    other.write(Commands().oneway(0, 3));
+    (void)other.expect(BR_TRANSACTION_COMPLETE);
+    pool.exitThread();
+    return "call " + std::to_string(scene->server.expect(BR_TRANSACTION).data().code);
+}
+
+/** Whether a call arrives that is the 257th of calls within calls. */
+std::string nest(Scene* scene) {
+    PeerClient* caller = &scene->client;
+    PeerClient* callee = &scene->server;
+    uint32_t back = 0;
+    for (int depth = 1; depth <= 256; depth++) {
+        caller->write(Commands().call(caller == &scene->client ? 0 : back, 1,
+                                      depth == 1 ? Payload().node(kPtr) : Payload()));
+        if (depth > 1) (void)callee->expect(BR_TRANSACTION_COMPLETE);
+        const Return call = callee->expect(BR_TRANSACTION);
+        if (depth == 1) back = call.object(0).handle;
+        if (depth > 1) callee->write(Commands().freeBuffer(call));
+        std::swap(caller, callee);
+    }
+    caller->write(Commands().call(0, 1));
+    return scene->buffers() == 1 ? "refused" : "arrives";
+}
+
+struct Difference {
+    const char* what;
+    std::string (*observe)(Scene* scene);
+    const char* embedded;
+    const char* kernel;
+    const char* reason;
+};
+
+const Difference kDifferences[] = {
+        {"a message with 254 descriptors", &postDescriptors, "BR_FAILED_REPLY",
+         "BR_TRANSACTION_COMPLETE", "one message of a socket carries 253"},
+        {"a message with 2049 objects", &postObjects, "BR_FAILED_REPLY", "BR_TRANSACTION_COMPLETE",
+         "the hub bounds the work and the record for one message; the kernel does it at the "
+         "sender's expense"},
+        {"a pointer object without bytes", &postPointer, "BR_FAILED_REPLY",
+         "BR_TRANSACTION_COMPLETE", "scattered data are for other runtimes than this one"},
+        {"a call with scattered data", &writeScatteredCall, "-22", "0",
+         "scattered data are for other runtimes than this one"},
+        {"bytes that are left of the commands behind one that fails", &writeBehindFailure, "0", "4",
+         "a frame goes to the hub as a whole; to wait for its verdict costs a round trip"},
+        {"a command that ends behind the buffer", &writeCutCommand, "-22", "0",
+         "the kernel looks at the start of a command only and reads on"},
+        {"a 257th call within calls", &nest, "refused", "arrives",
+         "the hub bounds a stack; the kernel does not, and threads run out of their own first"},
+        {"the receiver writes to a buffer", &writeToBuffer, "0", "-14",
+         "it is the embedded driver's own memory; the kernel's is mapped read-only"},
+        {"a looper leaves between its reply and its read", &leaveAfterReply, "call 3", "call 2",
+         "the hub takes it for idle from its reply on, to save a round trip, and fails the call "
+         "that it gave to it"},
+};
+
+class DifferenceTest : public DriverFixture {};
+
+TEST_P(DifferenceTest, theDriversDifferWhereTheyAreKnownToAndNowhereElse) {
+    for (const Difference& row : kDifferences) {
+        ASSERT_STRNE(row.embedded, row.kernel);
+        {
+            Scene scene(path(), [this] { return stats()["buffers"]; });
+            EXPECT_EQ(row.observe(&scene), onKernel() ? row.kernel : row.embedded)
+                    << row.what << ": " << row.reason;
+        }
+        awaitStat("processes", 0);
+    }
+}
+
+ON_EACH_DRIVER(DifferenceTest);
+
+}  // namespace
+}  // namespace binderhost::tests
