@@ -64,16 +64,30 @@ device_tests() {
     done <tests/device.list
 }
 
-run_tests() {
-    local each tests=()
+# boot_tests NAME 'TEST SECONDS'...: in a machine of their own.
+boot_tests() {
+    local each name=$1
     local programs=("$build/bin" "$build/tests/servicemanager_test_service" tools/vm_tests.sh)
+    shift
+    for each in "$@"; do
+        programs+=("$build/tests/${each% *}")
+    done
+    boot "$name" 600 "${programs[@]}" -- "$PWD/tools/vm_tests.sh $build/tests $kDevice $*"
+}
+
+run_tests() {
+    local tests=() status=0
     mapfile -t tests < <(device_tests "$@")
     ((${#tests[@]} && (${#tests[@]} == $# || $# == 0))) ||
         fail "tests/device.list has: $(device_tests | cut -d' ' -f1 | tr '\n' ' ')" 2
-    for each in "${tests[@]}"; do
-        programs+=("$build/tests/${each% *}")
-    done
-    boot test 600 "${programs[@]}" -- "$PWD/tools/vm_tests.sh $build/tests $kDevice ${tests[*]}"
+    boot_tests test "${tests[@]}" || status=$?
+    (($# == 0)) || return "$status"
+    # Once more where the kernel has security contexts to tell.
+    echo "with SELinux:"
+    machine+=(--argument security=selinux --argument selinux=1)
+    mapfile -t tests < <(device_tests binder_process_test)
+    boot_tests test-selinux "${tests[@]}" || status=$?
+    return "$status"
 }
 
 run_session() {

@@ -3,7 +3,8 @@
 # Boots a kernel that has binder, in an emulated machine, and runs a command there.
 #
 #     tools/vm.sh --kernel TREE --deadline SECONDS [--console FILE] [--results FOLDER]
-#                 [--interactive] [--count-instructions] [--kvm] PROGRAM... -- COMMAND
+#                 [--interactive] [--count-instructions] [--kvm] [--argument WORD]... PROGRAM...
+#                 -- COMMAND
 #
 # TREE is an unpacked kernel package. Each PROGRAM (a file, or a folder of them) is found in the
 # guest at its path here, with the libraries it needs. There are /dev/binder, /dev/hwbinder and
@@ -16,6 +17,7 @@
 #
 # --interactive: the command has this terminal. --count-instructions: one processor whose clock
 # counts instructions, one a nanosecond. The processor is emulated unless --kvm is given.
+# --argument: one more word for the kernel's command line.
 set -euo pipefail
 umask 022
 
@@ -25,6 +27,7 @@ fail() {
 }
 
 kernel='' deadline='' console='' results='' interactive=false counting=false kvm=false
+arguments='console=ttyS0 quiet loglevel=1 panic=-1 mitigations=off'
 programs=()
 while (($# > 0)); do
     case $1 in
@@ -35,6 +38,7 @@ while (($# > 0)); do
         --interactive) interactive=true; shift ;;
         --count-instructions) counting=true; shift ;;
         --kvm) kvm=true; shift ;;
+        --argument) arguments+=" $2"; shift 2 ;;
         --) shift; break ;;
         --*) fail "unknown option '$1'" ;;
         *) programs+=("$1"); shift ;;
@@ -131,7 +135,6 @@ boot() {
     local options=(-m 3072 -nodefaults -nographic -no-reboot
                    -chardev "stdio,id=terminal,signal=off" -serial chardev:terminal
                    -serial "file:$work/results.tar")
-    local arguments="console=ttyS0 quiet loglevel=1 panic=-1 mitigations=off"
     if $kvm; then options+=(-accel kvm -cpu host); else options+=(-accel tcg -cpu max); fi
     if $counting; then options+=(-icount "shift=0,sleep=off" -smp 1); else options+=(-smp 2); fi
     ! $interactive || arguments+=" vm.interactive"

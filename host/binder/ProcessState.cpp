@@ -54,6 +54,9 @@ void setProcessDriver(std::unique_ptr<binderhost::Driver> driver) {
 ProcessState::ProcessState(std::unique_ptr<Internals> internals)
       : mInternals(std::move(internals)) {
     static_cast<void>(setThreadPoolMaxThreadCount(Internals::kDefaultMaxThreads));
+    const int spam = mInternals->driver->enableOnewaySpamDetection(true);
+    ALOGE_IF(spam != 0 && spam != -ENOTTY, "no warning of one-way calls that pile up: %s",
+             strerror(-spam));
 }
 
 ProcessState::~ProcessState() = default;

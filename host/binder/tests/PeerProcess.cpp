@@ -172,9 +172,11 @@ status_t PeerObject::sendMany(const Parcel& data) {
     if (const status_t status = data.readStrongBinder(&target); status != OK) return status;
     const uint32_t code = data.readUint32();
     const int32_t count = data.readInt32();
+    const std::vector<uint8_t> more(static_cast<size_t>(data.readInt32()));
     for (int32_t i = 0; i < count; i++) {
         Parcel request;
         request.writeInt32(i);
+        if (!more.empty()) request.write(more.data(), more.size());
         status_t status = OK;
         const bool sent = eventually([&] {
             status = target->transact(code, request, nullptr, IBinder::FLAG_ONEWAY);
@@ -266,6 +268,11 @@ void Registry::forget(const std::string& name) {
     mBinders.erase(name);
 }
 
+std::string Registry::lastContext() {
+    std::lock_guard lock(mLock);
+    return mLastContext;
+}
+
 status_t Registry::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
     if (code != kPublish) return BBinder::onTransact(code, data, reply, flags);
     std::string name;
@@ -275,6 +282,8 @@ status_t Registry::onTransact(uint32_t code, const Parcel& data, Parcel* reply, 
     {
         std::lock_guard lock(mLock);
         mBinders[name] = binder;
+        const char* context = IPCThreadState::self()->getCallingSid();
+        mLastContext = context == nullptr ? "" : context;
     }
     mPublished.notify_all();
     return OK;

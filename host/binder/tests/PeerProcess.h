@@ -31,7 +31,9 @@ enum Ask : uint32_t {
     kCallBack,
     /** Starts as many threads, each of which calls a binder with a code, and waits for all. */
     kCallFromThreads,
-    /** So many one-way calls to a binder with a code, each with its number; full queues waited out.
+    /**
+     * So many one-way calls to a binder with a code, each with its number and so many bytes more;
+     * full queues are waited out.
      */
     kSendMany,
     /** Ends without an answer. */
@@ -80,6 +82,8 @@ public:
     /** Waits until a peer has published; null after a deadline. */
     android::sp<android::IBinder> await(const std::string& name);
     void forget(const std::string& name);
+    /** The security context in which the last one published; empty when it is not known. */
+    std::string lastContext();
 
 protected:
     android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
@@ -89,6 +93,7 @@ private:
     std::mutex mLock;
     std::condition_variable mPublished;
     std::map<std::string, android::sp<android::IBinder>> mBinders;
+    std::string mLastContext;
 };
 
 /** One peer, ended with the object. */

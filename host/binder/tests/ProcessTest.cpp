@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The runtime between real processes, over the embedded driver or a kernel's device.
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
 #include <binder/BpBinder.h>
 #include <binder/IPCThreadState.h>
 #include <binder/ProcessState.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/android/binder.h>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -27,6 +32,7 @@ namespace {
 using namespace android;
 using namespace peers;
 using namespace std::chrono_literals;
+using binderhost::tests::onDevice;
 
 constexpr auto kDeadline = 30s;
 Hub* gHub = nullptr;
@@ -118,6 +124,15 @@ TEST_F(ProcessTest, CallCarriesItsCaller) {
     ASSERT_EQ(ask(peer("who"), kWho, &reply), OK);
     EXPECT_EQ(reply.readInt32(), getpid());
     EXPECT_EQ(reply.readInt32(), int32_t(geteuid()));
+}
+
+TEST_F(ProcessTest, ContextManagerKnowsItsCallersSecurityContextWhereTheKernelHasOne) {
+    std::string fileSystems;
+    ASSERT_TRUE(android::base::ReadFileToString("/proc/filesystems", &fileSystems));
+    const bool due = onDevice() && fileSystems.find("selinuxfs") != std::string::npos;
+    const sp<IBinder> binder = peer("contextual");
+    EXPECT_EQ(!gRegistry->lastContext().empty(), due) << gRegistry->lastContext();
+    EXPECT_EQ(binder->pingBinder(), OK);
 }
 
 TEST_F(ProcessTest, PeerAnswersPingPidAndDescriptor) {
@@ -322,6 +337,49 @@ TEST_F(ProcessTest, OneWayCallsArriveInOrderAndWithoutACaller) {
     EXPECT_TRUE(eventually([&] { return next == kCalls; }));
     EXPECT_EQ(outOfOrder, 0);
     EXPECT_EQ(withCaller, 0);
+}
+
+TEST_F(ProcessTest, SenderLogsThatAReceiverDoesNotKeepUp) {
+    const sp<IBinder> binder = peer("flood");
+    std::promise<void> open;
+    const std::shared_future<void> gate = open.get_future().share();
+    const sp<BBinder> target = new Local([gate](uint32_t, const Parcel&, Parcel*) {
+        gate.wait_for(kDeadline);
+        return status_t(OK);
+    });
+    std::future<status_t> calls = std::async(std::launch::async, [&] {
+        Parcel data;
+        Parcel reply;
+        data.writeStrongBinder(target);
+        data.writeUint32(1);
+        // Beyond the half of a buffer that one-way calls may fill.
+        data.writeInt32(200);
+        data.writeInt32(4096);
+        return binder->transact(kSendMany, data, &reply);
+    });
+    EXPECT_TRUE(eventually([&] {
+        return process("flood").errors().find("does not keep up") != std::string::npos;
+    })) << process("flood").errors();
+    open.set_value();
+    EXPECT_EQ(calls.get(), OK);
+}
+
+TEST_F(ProcessTest, CallToAFrozenProcessFailsUntilItIsThawed) {
+    if (!onDevice()) GTEST_SKIP() << "only a kernel freezes processes";
+    const sp<IBinder> binder = peer("frozen");
+    const android::base::unique_fd device(
+            open(binderhost::tests::testDevice().c_str(), O_RDWR | O_CLOEXEC));
+    const auto freeze = [&](bool on) {
+        binder_freeze_info info{.pid = static_cast<uint32_t>(process("frozen").pid()),
+                                .enable = on ? 1u : 0u,
+                                .timeout_ms = 1000};
+        return ioctl(device.get(), BINDER_FREEZE, &info);
+    };
+    Parcel reply;
+    ASSERT_TRUE(eventually([&] { return freeze(true) == 0; })) << "calls under way prevent it";
+    EXPECT_EQ(ask(binder, kEcho, &reply), FAILED_TRANSACTION);
+    EXPECT_EQ(freeze(false), 0);
+    EXPECT_EQ(ask(binder, kEcho, &reply), OK);
 }
 
 TEST_F(ProcessTest, PayloadIsBoundedAndTooMuchHarmsNobody) {
