@@ -54,12 +54,16 @@ boot() {
     return "$status"
 }
 
-# device_tests [NAME...]: names and seconds of those listed, or of the named among them.
+# device_tests [NAME...]: names and seconds of those listed that are not long, or of the named.
 device_tests() {
-    local name seconds
-    while read -r name seconds; do
+    local name seconds mark
+    while read -r name seconds mark; do
         [[ $name != '#' ]] || continue
-        (($# == 0)) || [[ " $* " == *" $name "* ]] || continue
+        if (($# == 0)); then
+            [[ $mark != long ]] || continue
+        else
+            [[ " $* " == *" $name "* ]] || continue
+        fi
         echo "$name $seconds"
     done <tests/device.list
 }
@@ -67,7 +71,8 @@ device_tests() {
 # boot_tests NAME 'TEST SECONDS'...: in a machine of their own.
 boot_tests() {
     local each name=$1
-    local programs=("$build/bin" "$build/tests/servicemanager_test_service" tools/vm_tests.sh)
+    local programs=("$build/bin" tools/vm_tests.sh "$build"/tests/servicemanager_test_service
+                    "$build"/tests/daemon_test_{listener,platform})
     shift
     for each in "$@"; do
         programs+=("$build/tests/${each% *}")
@@ -79,7 +84,7 @@ run_tests() {
     local tests=() status=0
     mapfile -t tests < <(device_tests "$@")
     ((${#tests[@]} && (${#tests[@]} == $# || $# == 0))) ||
-        fail "tests/device.list has: $(device_tests | cut -d' ' -f1 | tr '\n' ' ')" 2
+        fail "no such test in tests/device.list: $*" 2
     boot_tests test "${tests[@]}" || status=$?
     (($# == 0)) || return "$status"
     # Once more where the kernel has security contexts to tell.

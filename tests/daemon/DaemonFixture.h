@@ -27,7 +27,10 @@ protected:
     DaemonFixture();
     void SetUp() override;
 
-    [[nodiscard]] std::string hubPath() { return mHeadset->stack().folder().file("binder"); }
+    /** The hub's socket, or the device that stands in for it. */
+    [[nodiscard]] std::string hubPath() {
+        return mHeadset->stack().environment().at("BINDER_DRIVER");
+    }
     [[nodiscard]] int daemonPid() { return mHeadset->stack().daemonPid(); }
 
     /** A new process of the driver, under the test's pid. */
