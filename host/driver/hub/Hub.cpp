@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <map>
+#include <set>
 
 namespace binderhost::hub {
 namespace {
@@ -91,8 +93,9 @@ void Hub::closeProcess(Process* process) {
     while (!process->threads.empty())
         endThread(process->threads.back().get());
 
-    std::unordered_map<uint64_t, NodePtr> nodes;
-    nodes.swap(process->nodes);
+    // In order, as the kernel: what is told of it is the same each time.
+    const std::map<uint64_t, NodePtr> nodes(process->nodes.begin(), process->nodes.end());
+    process->nodes.clear();
     for (const auto& [ptr, node] : nodes) {
         node->owner = nullptr;
         node->onewayTodo.clear();
@@ -105,8 +108,11 @@ void Hub::closeProcess(Process* process) {
             mCalls.fail(*call, BR_DEAD_REPLY);
         }
     }
-    while (!process->handles.empty())
-        mReferences.drop(process->handles.begin()->second.get());
+    std::set<uint32_t> handles;
+    for (const auto& [handle, reference] : process->handles)
+        handles.insert(handle);
+    for (const uint32_t handle : handles)
+        mReferences.drop(mReferences.find(process, handle));
     // What the buffers pinned went with the nodes and handles above.
     process->buffers.clear();
     std::erase_if(mProcesses, [process](const auto& each) { return each.get() == process; });

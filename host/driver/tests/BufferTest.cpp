@@ -6,6 +6,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <random>
+#include <sstream>
+
 #include "DriverFixture.h"
 #include "embedded/Frame.h"
 
@@ -80,6 +83,24 @@ TEST_P(BufferTest, aCallLargerThanTheBufferFailsAndBothSidesLiveOn) {
         (void)mClient.expect(BR_FAILED_REPLY);
     }
     expectWorking();
+}
+
+TEST_P(BufferTest, nearlyAMegabyteArrivesAndAMegabyteDoesNot) {
+    for (const auto& [size, arrives] :
+         {std::pair<size_t, bool>{950'000, true}, {1'050'000, false}, {950'000, true}}) {
+        mClient.write(Commands().call(0, 1, std::string(size, 'x')));
+        if (!arrives) {
+            (void)mClient.expect(BR_FAILED_REPLY);
+            continue;
+        }
+        const Return call = mServer.expect(BR_TRANSACTION);
+        EXPECT_EQ(call.data().data_size, size);
+        mServer.write(Commands().freeBuffer(call).reply(std::string(size, 'y')));
+        (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+        const Return reply = mClient.expectReply();
+        EXPECT_EQ(reply.data().data_size, size);
+        mClient.write(Commands().freeBuffer(reply));
+    }
 }
 
 TEST_P(BufferTest, aReplyLargerThanTheBufferFailsTheCallAndTheReplierIsDone) {
@@ -289,6 +310,62 @@ TEST_P(BufferTest, aReceiverWithNoDescriptorLeftFailsTheCallAndLosesNone) {
     char byte = 0;
     EXPECT_EQ(read(out.get(), &byte, 1), 0) << "some copy of the writing end is left";
     expectStat("buffers", 1u);
+}
+
+/** What becomes of random messages: 'F', or what arrived. */
+std::string fateOfRandomMessages(const std::string& path, uint32_t seed) {
+    std::mt19937 random(seed);
+    const auto anyOf = [&random](std::initializer_list<uint64_t> values) {
+        return *(values.begin() + random() % values.size());
+    };
+    PeerClient server(path), client(path);
+    server.publish();
+    client.write(Commands().call(0, 1));
+    server.write(Commands().freeBuffer(server.expect(BR_TRANSACTION)).reply(Payload().node(kPtr)));
+    const uint32_t target = client.expectReply().object(0).handle;  // kept with its buffer
+    (void)server.expect(BR_TRANSACTION_COMPLETE);
+    std::ostringstream out;
+    for (int i = 0; i < 300; i++) {
+        Payload payload(std::string(random() % 160, 'r'));
+        for (uint64_t count = random() % 4, at = 0; count > 0; count--, at += anyOf({24, 28, 8})) {
+            flat_binder_object object{};
+            object.hdr.type = static_cast<uint32_t>(
+                    anyOf({BINDER_TYPE_BINDER, BINDER_TYPE_WEAK_BINDER, BINDER_TYPE_HANDLE,
+                           BINDER_TYPE_WEAK_HANDLE, BINDER_TYPE_FD, random() | 1}));
+            object.flags = static_cast<uint32_t>(random());
+            object.binder = anyOf({0, 1, target, 77, STDERR_FILENO, ~0U});
+            object.cookie = anyOf({0, 0, 0, 1});
+            payload.offsets.push_back(at + anyOf({0, 0, 0, 4, 5}));
+            const size_t room = payload.bytes.size() - std::min(at, payload.bytes.size());
+            std::memcpy(payload.bytes.data() + payload.bytes.size() - room, &object,
+                        std::min(room, sizeof(object)));
+        }
+        client.write(Commands().oneway(target, 1, payload));
+        if (client.nextEvent().command != BR_TRANSACTION_COMPLETE) {
+            out << " F";
+            continue;
+        }
+        const Return call = server.expect(BR_TRANSACTION);
+        out << " " << call.text().size();
+        for (size_t at = 0; at < call.offsets.size(); at++) {
+            const flat_binder_object object = call.object(at);
+            out << ":" << object.hdr.type;
+            if (object.hdr.type != BINDER_TYPE_FD) out << "/" << object.binder;
+        }
+        server.write(Commands().freeBuffer(call));
+    }
+    return out.str();
+}
+
+TEST_P(BufferTest, randomMessagesHaveTheSameFateAsOnAHub) {
+    mServer.kill();
+    mClient.kill();
+    awaitStat("processes", 0);
+    const TestHub reference;
+    for (const uint32_t seed : {1u, 2u, 3u}) {
+        EXPECT_EQ(fateOfRandomMessages(path(), seed), fateOfRandomMessages(reference.path(), seed));
+        awaitStat("processes", 0);
+    }
 }
 
 ON_EACH_DRIVER(BufferTest);
