@@ -20,7 +20,7 @@ using android::base::unique_fd;
 namespace {
 
 std::string unopened(const std::string& path, int status) {
-    const std::string reason = path + ": " + std::strerror(status);
+    std::string reason = path + ": " + std::strerror(status);
     if (status == ENOENT || status == ENXIO || status == ENODEV) {
         return reason + ": is the kernel's binder module loaded (modprobe binder_linux)?";
     }
