@@ -54,6 +54,10 @@ struct Node {
     [[nodiscard]] bool weakWanted() const {
         return strongWanted() || weakPins || !references.empty();
     }
+    /** Its owner has something to hold that it was not told of. */
+    [[nodiscard]] bool gains() const {
+        return (strongWanted() && !hasStrong) || (weakWanted() && !hasWeak);
+    }
     [[nodiscard]] bool differs() const {
         return strongWanted() != hasStrong || weakWanted() != hasWeak;
     }

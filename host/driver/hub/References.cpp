@@ -135,6 +135,8 @@ void References::settle(const NodePtr& node, Thread* ownerThread) {
         if (unwanted) owner->nodes.erase(node->ptr);
         return;
     }
+    // Only what the owner must know before the answer concerns the thread.
+    if (!node->gains()) ownerThread = nullptr;
     if (node->queued) {
         // A first reference must be read by the sender before any answer: bring it forward.
         if (!ownerThread || node->queuedAt == ownerThread) return;
