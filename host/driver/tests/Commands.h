@@ -82,6 +82,7 @@ struct Return {
         const binder_transaction_data sent = data();
         bytes.assign(reinterpret_cast<const char*>(sent.data.ptr.buffer), sent.data_size);
         offsets.resize(sent.offsets_size / sizeof(binder_size_t));
+        if (offsets.empty()) return;
         std::memcpy(offsets.data(), reinterpret_cast<const void*>(sent.data.ptr.offsets),
                     offsets.size() * sizeof(binder_size_t));
     }

@@ -23,6 +23,7 @@ public:
     template <typename Block>
     Note& putBlock(const Block& block) {
         put(uint64_t{block.size()});
+        if (block.empty()) return *this;
         mBytes.append(reinterpret_cast<const char*>(block.data()),
                       block.size() * sizeof(*block.data()));
         return *this;
@@ -41,7 +42,7 @@ public:
         out.resize(take<uint64_t>());
         const size_t size = out.size() * sizeof(*out.data());
         if (mBytes.size() - mTaken < size) throw std::runtime_error("a note is cut");
-        std::memcpy(out.data(), mBytes.data() + mTaken, size);
+        if (size > 0) std::memcpy(out.data(), mBytes.data() + mTaken, size);
         mTaken += size;
         return out;
     }
