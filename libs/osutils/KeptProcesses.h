@@ -6,7 +6,7 @@
 // these two a process leave half of them to everyone else. The limit is read whenever a process
 // is added and never changed.
 //
-//     soft limit    kept    descriptors    memory here    in the kernel
+//     soft limit    kept    descriptors    memory here    in the kernel (both by size of structures)
 //     1024           256            512         32 KiB         0.6 MiB
 //     32768         2048           4096        256 KiB         4.6 MiB
 //
@@ -23,7 +23,7 @@
 // time that the question itself takes.
 #pragma once
 
-#include <android-base/thread_annotations.h>
+#include <osutils/ThreadAnnotations.h>
 #include <stddef.h>
 #include <sys/types.h>
 

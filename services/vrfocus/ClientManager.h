@@ -13,8 +13,8 @@
 #include "FocusClient.h"
 #include "FocusClientWithMetadata.h"
 #include "FocusType.h"
-#include "ThreadAnnotations.h"
 
+#include <osutils/ThreadAnnotations.h>
 #include <memory>
 #include <mutex>
 #include <optional>

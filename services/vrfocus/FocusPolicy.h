@@ -22,6 +22,7 @@
 #pragma once
 
 #include <json/value.h>
+#include <osutils/ThreadAnnotations.h>
 #include <utils/String16.h>
 #include <utils/Vector.h>
 #include <velmar/internal/ClientStatus.h>
@@ -43,7 +44,6 @@
 #include "FocusClient.h"
 #include "FocusClientWithMetadata.h"
 #include "FocusType.h"
-#include "ThreadAnnotations.h"
 
 namespace NQS::OS {
 

@@ -8,8 +8,7 @@
 //      const bool isNew = ids.access([&](std::set<int>& set) { return set.insert(3).second; });
 #pragma once
 
-#include "ThreadAnnotations.h"
-
+#include <osutils/ThreadAnnotations.h>
 #include <mutex>
 #include <utility>
 

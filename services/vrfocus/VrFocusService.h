@@ -23,6 +23,7 @@
 #pragma once
 
 #include <binder/IBinder.h>
+#include <osutils/ThreadAnnotations.h>
 #include <utils/String16.h>
 #include <utils/Vector.h>
 #include <velmar/internal/BnVrFocusService.h>
@@ -34,7 +35,6 @@
 
 #include "ConnectionManager.h"
 #include "FocusPolicy.h"
-#include "ThreadAnnotations.h"
 #include "VrFocusEventReporter.h"
 
 namespace NQS::OS {

@@ -55,16 +55,17 @@ void Listening::forget(const std::string& app) {
 }
 
 void Listening::settle() {
+    std::string tooMuch;
     try {
-        mHeadset.awaitTrue("everybody has heard what is due", [this] {
+        mHeadset.awaitTrue("everybody has heard what is due", [&] {
             hear();
-            const std::string tooMuch = wrong(/*tooLittle=*/false);
+            tooMuch = wrong(/*tooLittle=*/false);
             if (!tooMuch.empty()) throw SessionError(tooMuch);
             return wrong(/*tooLittle=*/true).empty();
         });
     } catch (const SessionError& error) {
         const std::string difference = wrong(/*tooLittle=*/true);
-        if (difference.empty()) throw;
+        if (difference.empty() || !tooMuch.empty()) throw;
         throw SessionError("the daemon's notices are not those that are due:" + difference);
     }
 }

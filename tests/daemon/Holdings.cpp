@@ -33,7 +33,7 @@ std::filesystem::directory_iterator entriesOf(pid_t pid, const char* folder) {
 /**
  * Of its descriptors, those that are sockets or those that are none. Not those that it keeps of
  * processes it knows, "/proc/PID" and below: they come and go with what it is asked, up to a bound
- * that is tested beside them.
+ * that is tested with osutils.
  */
 int64_t descriptorsOf(pid_t pid, bool sockets) {
     int64_t count = 0;

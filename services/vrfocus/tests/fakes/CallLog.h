@@ -3,12 +3,11 @@
 // Call log: the order in which fakes were called, as lines of text. Any thread.
 #pragma once
 
+#include <osutils/ThreadAnnotations.h>
 #include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
-
-#include "ThreadAnnotations.h"
 
 namespace NQS::OS {
 

@@ -6,11 +6,10 @@
 // runtime's, go to stderr. One log per program; a test takes what earlier tests left. Any thread.
 #pragma once
 
+#include <osutils/ThreadAnnotations.h>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "ThreadAnnotations.h"
 
 namespace NQS::OS {
 

@@ -6,13 +6,12 @@
 // thread.
 #pragma once
 
+#include <osutils/ThreadAnnotations.h>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
-
-#include "ThreadAnnotations.h"
 
 namespace NQS::OS {
 

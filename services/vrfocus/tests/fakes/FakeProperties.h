@@ -5,12 +5,11 @@
 // Linked in place of the property library. One set per program; a test clears it first. Any thread.
 #pragma once
 
+#include <osutils/ThreadAnnotations.h>
 #include <map>
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "ThreadAnnotations.h"
 
 namespace NQS::OS {
 

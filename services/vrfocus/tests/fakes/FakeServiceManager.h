@@ -12,13 +12,12 @@
 #pragma once
 
 #include <binder/IServiceManager.h>
+#include <osutils/ThreadAnnotations.h>
 
 #include <functional>
 #include <map>
 #include <mutex>
 #include <string>
-
-#include "ThreadAnnotations.h"
 
 namespace NQS::OS {
 

@@ -9,14 +9,13 @@
 
 #include <binder/IBinder.h>
 #include <log/log.h>
+#include <osutils/ThreadAnnotations.h>
 
 #include <algorithm>
 #include <functional>
 #include <mutex>
 #include <utility>
 #include <vector>
-
-#include "ThreadAnnotations.h"
 
 namespace NQS::OS {
 

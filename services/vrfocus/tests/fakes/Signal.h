@@ -3,11 +3,10 @@
 // Signal: something that happens a number of times, and can be waited for. Any thread.
 #pragma once
 
+#include <osutils/ThreadAnnotations.h>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-
-#include "ThreadAnnotations.h"
 
 namespace NQS::OS {
 
