@@ -4,9 +4,9 @@
 //
 // Bound: kMost processes, and no more than a quarter of the soft limit of descriptors, so that
 // these two a process leave half of them to everyone else. The limit is read whenever a process
-// is added and never changed.
+// is added and never changed. Memory is reckoned from the size of the structures:
 //
-//     soft limit    kept    descriptors    memory here    in the kernel (both by size of structures)
+//     soft limit    kept    descriptors    memory here    in the kernel
 //     1024           256            512         32 KiB         0.6 MiB
 //     32768         2048           4096        256 KiB         4.6 MiB
 //

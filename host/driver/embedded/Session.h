@@ -14,8 +14,8 @@
 #include <mutex>
 #include <string>
 
-#include "embedded/BufferTable.h"
 #include "ForkGuard.h"
+#include "embedded/BufferTable.h"
 #include "embedded/Frame.h"
 
 namespace binderhost {
