@@ -22,6 +22,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "session/Answers.h"
@@ -95,7 +96,9 @@ public:
      * Told whenever something has been done that makes the daemon notify its listeners and the
      * helper; focusToo: the focus listeners as well.
      */
-    void onNotification(std::function<void(bool focusToo)> told) { mOnNotification = told; }
+    void onNotification(std::function<void(bool focusToo)> told) {
+        mOnNotification = std::move(told);
+    }
 
     // Questions.
 

@@ -85,7 +85,7 @@ std::vector<std::string> Listening::takeLines() {
     std::vector<std::string> lines;
     for (auto& [name, ear] : mEars) {
         const std::string line = ear.hearing.takeLine();
-        if (!line.empty()) lines.push_back(name + " hears: " + line);
+        if (!line.empty()) lines.emplace_back(name).append(" hears: ").append(line);
     }
     return lines;
 }
@@ -146,7 +146,8 @@ std::string Listening::wrong(bool tooLittle) const {
     std::string text;
     for (const auto& [name, ear] : mEars) {
         const std::string difference = wrong(ear, tooLittle);
-        if (!difference.empty()) text += "\n    " + name + ": " + difference;
+        if (difference.empty()) continue;
+        text.append("\n    ").append(name).append(": ").append(difference);
     }
     return text;
 }

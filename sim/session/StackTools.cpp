@@ -50,7 +50,7 @@ std::unique_ptr<ChildProcess> Stack::startTool(const std::vector<std::string>& a
 }
 
 Stack::ToolRun Stack::runTool(const std::vector<std::string>& arguments) {
-    const std::string name = arguments.at(0);
+    const std::string& name = arguments.at(0);
     const std::string file = mFolder->file(name + ".out");
     Launch launch = launchOf(name, name);
     launch.arguments = arguments;
