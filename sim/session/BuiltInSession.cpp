@@ -16,12 +16,6 @@ constexpr int kInputTracking = 1;
 constexpr int kSecurity = -1;         // exception of a call without permission
 constexpr int kIllegalArgument = -3;  // exception of a call that makes no sense
 
-Json::Value operation(const char* op) {
-    Json::Value request(Json::objectValue);
-    request["op"] = op;
-    return request;
-}
-
 }  // namespace
 
 void BuiltInSession::play() {

@@ -10,6 +10,12 @@
 
 namespace sim {
 
+Json::Value operation(const std::string& op) {
+    Json::Value request(Json::objectValue);
+    request["op"] = op;
+    return request;
+}
+
 Json::Value DrivenProcess::request(Json::Value request, std::chrono::milliseconds timeout) {
     send(request);
     const auto deadline = std::chrono::steady_clock::now() + timeout;

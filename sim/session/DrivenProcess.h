@@ -16,6 +16,9 @@
 
 namespace sim {
 
+/** A request for an operation, to which its arguments are added. */
+[[nodiscard]] Json::Value operation(const std::string& op);
+
 class DrivenProcess {
 public:
     /** stops may be null: then nothing but an answer or the time ends a wait. It outlives this. */

@@ -12,12 +12,6 @@
 namespace sim {
 namespace {
 
-Json::Value operation(const char* op) {
-    Json::Value request(Json::objectValue);
-    request["op"] = op;
-    return request;
-}
-
 std::string stateName(int state) {
     if (state == Headset::kVisible) return "visible";
     return state == Headset::kStopping ? "stopping" : std::to_string(state);

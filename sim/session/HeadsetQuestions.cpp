@@ -13,12 +13,6 @@ constexpr int kHeadTracking = 0;
 constexpr int kInputTracking = 1;
 constexpr int kNullPointer = -4;  // exception of getImmersiveApp when there is none
 
-Json::Value operation(const char* op) {
-    Json::Value request(Json::objectValue);
-    request["op"] = op;
-    return request;
-}
-
 /** Notes an answer that must not be; the first one counts. */
 void complain(const char* op, const Json::Value& answer, Answers* out) {
     if (out->problem.empty()) out->problem = std::string(op) + " answered " + toLine(answer);

@@ -9,12 +9,6 @@
 namespace sim {
 namespace {
 
-Json::Value operation(const char* op) {
-    Json::Value request(Json::objectValue);
-    request["op"] = op;
-    return request;
-}
-
 std::string count(const char* what, int due, int heard) {
     return std::string(what) + ": " + std::to_string(due) + " due, " + std::to_string(heard) +
            " heard";

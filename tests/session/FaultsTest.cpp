@@ -16,25 +16,29 @@ class FaultsTest : public HeadsetFixture {};
 TEST_F(FaultsTest, aRestartedDaemonKnowsOnlyWhatItIsToldAnew) {
     run([this] {
         startGame();
-        mHeadset->startApp(kCoach);
+        mHeadset->startApp(kCoachPackage);
         mHeadset->expect(
-                kShell, {{{kShell, kBoth}, {kGame, kBoth}, {kCoach, kHeadOnly}}, kGame, kGame, ""});
+                kShell,
+                {{{kShell, kBoth}, {kGame, kBoth}, {kCoachPackage, kHeadOnly}}, kGame, kGame, ""});
         mHeadset->killDaemon();
         mHeadset->restartDaemon();
         // Background access is asked for again, the top activity too; the game has no focus until
         // somebody speaks of it.
         mHeadset->expect(
-                kShell, {{{kShell, kBoth}, {kGame, kNoFocus}, {kCoach, kHeadOnly}}, "", kGame, ""});
+                kShell,
+                {{{kShell, kBoth}, {kGame, kNoFocus}, {kCoachPackage, kHeadOnly}}, "", kGame, ""});
         mHeadset->reportWindowAgain();
         mHeadset->expect(
                 kShell,
-                {{{kShell, kBoth}, {kGame, kHeadOnly}, {kCoach, kHeadOnly}}, "", kGame, ""});
+                {{{kShell, kBoth}, {kGame, kHeadOnly}, {kCoachPackage, kHeadOnly}}, "", kGame, ""});
         mHeadset->reportActivitiesAgain();
-        mHeadset->expect(kShell,
-                         {{{kShell, kBoth}, {kGame, kBoth}, {kCoach, kHeadOnly}}, "", kGame, ""});
+        mHeadset->expect(
+                kShell,
+                {{{kShell, kBoth}, {kGame, kBoth}, {kCoachPackage, kHeadOnly}}, "", kGame, ""});
         mHeadset->reportXrSession(kGame, Headset::kVisible);
         mHeadset->expect(
-                kShell, {{{kShell, kBoth}, {kGame, kBoth}, {kCoach, kHeadOnly}}, kGame, kGame, ""});
+                kShell,
+                {{{kShell, kBoth}, {kGame, kBoth}, {kCoachPackage, kHeadOnly}}, kGame, kGame, ""});
     });
 }
 
@@ -47,10 +51,11 @@ TEST_F(FaultsTest, aRestartedDaemonHasForgottenGrantedDisplays) {
         mHeadset->killDaemon();
         mHeadset->restartDaemon();
         EXPECT_EQ(mHeadset->displayMask(), 0);
-        mHeadset->startApp(kCoach);
-        mHeadset->showActivity(kCoach, 2);
+        mHeadset->startApp(kCoachPackage);
+        mHeadset->showActivity(kCoachPackage, 2);
         mHeadset->expect(
-                kShell, {{{kShell, kBoth}, {kGame, kNoFocus}, {kCoach, kHeadOnly}}, "", kGame, ""});
+                kShell,
+                {{{kShell, kBoth}, {kGame, kNoFocus}, {kCoachPackage, kHeadOnly}}, "", kGame, ""});
     });
 }
 
@@ -70,8 +75,8 @@ TEST_F(FaultsTest, noticesWhileTheDaemonIsAwayReachNobodyAndHarmNobody) {
 TEST_F(FaultsTest, theWindowManagersDeathTakesTheWindowFocus) {
     run([this] {
         startGame();
-        mHeadset->startApp(kCoach);
-        mHeadset->crashApp(kCoach);
+        mHeadset->startApp(kCoachPackage);
+        mHeadset->crashApp(kCoachPackage);
         mHeadset->install("com.quiet.app", 10070);
         mHeadset->startApp("com.quiet.app");
         mHeadset->focusWindow("com.quiet.app");
@@ -92,17 +97,17 @@ TEST_F(FaultsTest, whoIsMetWhileThePermissionServiceIsAwayStaysWithoutPermission
     run([this] {
         startGame();
         mHeadset->killService("permission");
-        mHeadset->startApp(kCoach);
-        Answers due{{{kShell, kBoth}, {kGame, kBoth}, {kCoach, kNoFocus}}, kGame, kGame, ""};
+        mHeadset->startApp(kCoachPackage);
+        Answers due{{{kShell, kBoth}, {kGame, kBoth}, {kCoachPackage, kNoFocus}}, kGame, kGame, ""};
         mHeadset->expect(kShell, due);
         mHeadset->restartService("permission");
         // A later effect shows that the daemon has found the service again.
         mHeadset->awaitTrue("a new process gets its permission", [&] {
-            mHeadset->crashApp(kCoach);
-            mHeadset->startApp(kCoach);
-            return mHeadset->answersFor(kShell).focus[kCoach].head;
+            mHeadset->crashApp(kCoachPackage);
+            mHeadset->startApp(kCoachPackage);
+            return mHeadset->answersFor(kShell).focus[kCoachPackage].head;
         });
-        due.focus[kCoach] = kHeadOnly;
+        due.focus[kCoachPackage] = kHeadOnly;
         mHeadset->expect(kShell, due);
     });
 }
@@ -124,13 +129,13 @@ TEST_F(FaultsTest, everyServiceCanBeKilledAndComesBack) {
 TEST_F(FaultsTest, aClientKilledInMidCallHarmsNobody) {
     run([this] {
         startGame();
-        mHeadset->install(kCoach, 10062, {"com.velmar.permission.READ_FOCUS_STATE"});
+        mHeadset->install(kCoachPackage, 10062, {"com.velmar.permission.READ_FOCUS_STATE"});
         ChildProcess& permission = mHeadset->stack().service("permission").process();
         // More rounds than the daemon has threads: a call that is never given up would show.
         for (int round = 0; round < 20; ++round) {
-            mHeadset->startApp(kCoach);
-            DrivenProcess& coach = mHeadset->app(kCoach);
-            ASSERT_EQ(mHeadset->ask(kCoach, operation("getTopActivity"))["exception"], 0);
+            mHeadset->startApp(kCoachPackage);
+            DrivenProcess& coach = mHeadset->app(kCoachPackage);
+            ASSERT_EQ(mHeadset->ask(kCoachPackage, operation("getTopActivity"))["exception"], 0);
             permission.signal(SIGSTOP);
             // A pid that the daemon has not met makes it ask the permission service.
             Json::Value request = operation("getClientFocusStatus");
@@ -140,7 +145,7 @@ TEST_F(FaultsTest, aClientKilledInMidCallHarmsNobody) {
             mHeadset->awaitTrue("the call has begun", [&] { return coach.tookAll(); });
             coach.process().kill();
             permission.signal(SIGCONT);
-            mHeadset->crashApp(kCoach);
+            mHeadset->crashApp(kCoachPackage);
         }
         mHeadset->expect(kShell, {{{kShell, kBoth}, {kGame, kBoth}}, kGame, kGame, ""});
     });

@@ -11,14 +11,10 @@
 
 #include "TestDevice.h"
 #include "session/Headset.h"
+#include "session/KnownPackages.h"
 #include "session/SessionError.h"
 
 namespace sim {
-
-constexpr const char* kShell = "com.velmar.shellenv";
-constexpr const char* kGame = "com.orbit.racer";
-constexpr const char* kCoach = "com.pulse.coach";
-constexpr const char* kHeadInBackground = "com.velmar.permission.ACCESS_BACKGROUND_HEAD_TRACKING";
 
 class HeadsetFixture : public testing::Test {
 protected:
@@ -35,7 +31,7 @@ protected:
                           {"com.velmar.permission.READ_FOCUS_STATE",
                            "com.velmar.permission.GRANT_TRACKING_SERVICE_ACCESS_TO_DISPLAY"});
         mHeadset->install(kGame, 10061);
-        mHeadset->install(kCoach, 10062, {kHeadInBackground});
+        mHeadset->install(kCoachPackage, 10062, {kBackgroundHead});
     }
 
     void SetUp() override {
@@ -78,11 +74,7 @@ protected:
         mHeadset->expect(kShell, {{{kShell, kBoth}, {kGame, kBoth}}, kGame, kGame, ""});
     }
 
-    static Json::Value operation(const std::string& op) {
-        Json::Value request(Json::objectValue);
-        request["op"] = op;
-        return request;
-    }
+    static Json::Value operation(const std::string& op) { return sim::operation(op); }
 
     /** Every app has a uid of its own, and none is root. */
     bool uidsTellAppsApart() const { return mHeadset->uidOf(kShell) != mHeadset->uidOf(kGame); }

@@ -109,23 +109,23 @@ TEST_F(ListeningTest, aNoticeTooFewEndsTheSessionWhenItsPatienceIsOver) {
 
 TEST_F(ListeningTest, listenersOfAnAppGoWithTheRegistrationOrTheApp) {
     run([this] {
-        mHeadset->install(kCoach, 10062, {"com.velmar.permission.READ_FOCUS_STATE"});
-        mHeadset->startApp(kCoach);
-        for (const char* app : {kShell, kCoach})
+        mHeadset->install(kCoachPackage, 10062, {"com.velmar.permission.READ_FOCUS_STATE"});
+        mHeadset->startApp(kCoachPackage);
+        for (const char* app : {kShell, kCoachPackage})
             mListening->startFocus(app, 0);
         EXPECT_EQ(mListening->pidsOf(0).size(), 2u);
         EXPECT_THAT(errorOf([this] { mListening->startFocus(kShell, 0); }),
                     HasSubstr("listenFocus is refused: {\"exception\":-3"));
         mListening->stopFocus(kShell, 0);
-        mListening->forget(kCoach);
-        mHeadset->crashApp(kCoach);
+        mListening->forget(kCoachPackage);
+        mHeadset->crashApp(kCoachPackage);
         EXPECT_TRUE(mListening->pidsOf(0).empty());
         mHeadset->focusWindow(kShell);
         mHeadset->focusWindow(kShell);
         mListening->settle();
         // The same again from the start: neither is registered any more.
-        mHeadset->startApp(kCoach);
-        for (const char* app : {kShell, kCoach})
+        mHeadset->startApp(kCoachPackage);
+        for (const char* app : {kShell, kCoachPackage})
             mListening->startFocus(app, 0);
     });
 }
