@@ -112,8 +112,10 @@ PATH=$build/bin:/bin exec sh -i"
 
 run_benchmarks() {
     machine+=(--count-instructions)
-    boot bench 300 "$build/bin/driver_bench" -- \
-        "BINDER_DRIVER=$kDevice $build/bin/driver_bench --benchmark_min_time=0.02 $*"
+    echo "instructions in thousands (shown as us), of all processes and the kernel:"
+    boot bench 300 "$build/bin/kernel_bench" -- \
+        "BINDER_DRIVER=$kDevice $build/bin/kernel_bench --benchmark_min_time=0.01 \
+--benchmark_repetitions=3 --benchmark_enable_random_interleaving=true $*"
 }
 
 (($# >= 2)) || fail "usage: tools/device.sh BUILD [--kvm] test|run|shell|bench" 2
