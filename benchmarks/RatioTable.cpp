@@ -24,6 +24,8 @@ public:
             } else if (run.run_type == Run::RT_Iteration) {
                 mTimes[run.run_name.str()].push_back(run.GetAdjustedRealTime());
                 mProcessorTimes[run.run_name.str()].push_back(run.GetAdjustedCPUTime());
+                for (const auto& [counter, value] : run.counters)
+                    mTimes[run.run_name.str() + ":" + counter].push_back(value);
             }
         }
     }

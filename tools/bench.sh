@@ -9,7 +9,7 @@ build=${1:?usage: tools/bench.sh BUILD [OPTION...]}
 shift
 options=(--benchmark_repetitions=9 --benchmark_enable_random_interleaving=true
          --benchmark_min_time=0.05)
-for program in driver_bench focus_bench; do
+for program in driver_bench fanout_bench focus_bench; do
     printf '\n== %s\n' "$program"
     "$build/bin/$program" "${options[@]}" "$@"
 done
