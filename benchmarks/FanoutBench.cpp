@@ -52,6 +52,9 @@ namespace {
 
 constexpr int kMostListeners = 1000;
 constexpr int kFocusType = 0;
+/** Rounds before the first that counts: each listener's pool grows by a thread at its first call.
+ */
+constexpr int kWarmUpRounds = 5;
 
 enum Code : uint32_t {
     kRegister = IBinder::FIRST_CALL_TRANSACTION,
@@ -239,6 +242,9 @@ std::vector<PairedBenchmark> pairsFor(int most) {
 
 int measure(int argc, char** argv, int most, FanoutRound& round, const BareListeners& bare) {
     const sp<IBinder> sender = ProcessState::self()->getContextObject(nullptr);
+    for (int i = 0; i < kWarmUpRounds; i++) {
+        if (!notifyThroughDriver(sender, most, round)) fail("a listener was not told");
+    }
     const auto add = [most](const char* name, auto function) {
         auto* added = benchmark::RegisterBenchmark(name, function);
         added->Unit(benchmark::kMicrosecond)->UseManualTime();
