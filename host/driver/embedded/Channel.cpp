@@ -100,10 +100,16 @@ int Channel::writeSome(std::span<const uint8_t> commands, bool wantsRead, bool w
 }
 
 int Channel::sendFrame(const OutgoingFrame& frame) {
-    return sendBytes(frame.bytes(), frame.descriptors());
+    if (frame.calls() == 0) return sendBytes(frame.bytes(), frame.descriptors());
+    return sendClaiming(frame.bytes(), frame.descriptors());
 }
 
 int Channel::sendBytes(std::span<const uint8_t> bytes, std::span<const int> descriptors) {
+    const iovec part{const_cast<uint8_t*>(bytes.data()), bytes.size()};
+    return sendRecord(mSocket.get(), {&part, 1}, descriptors, /*credentials=*/nullptr, /*flags=*/0);
+}
+
+int Channel::sendClaiming(std::span<const uint8_t> bytes, std::span<const int> descriptors) {
     const iovec part{const_cast<uint8_t*>(bytes.data()), bytes.size()};
     ucred credentials{mSession->pid(), geteuid(), mGroup};
     int status = sendRecord(mSocket.get(), {&part, 1}, descriptors, &credentials, /*flags=*/0);

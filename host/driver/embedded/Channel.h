@@ -40,7 +40,11 @@ private:
     [[nodiscard]] int writeSome(std::span<const uint8_t> commands, bool wantsRead, bool whole,
                                 size_t* consumed, bool* completedLocally);
     [[nodiscard]] int sendFrame(const OutgoingFrame& frame);
+    /** The kernel stamps it with the pid and the real uid. */
     [[nodiscard]] int sendBytes(std::span<const uint8_t> bytes, std::span<const int> descriptors);
+    /** The kernel attests the pid and the effective uid, which it would not do unasked. */
+    [[nodiscard]] int sendClaiming(std::span<const uint8_t> bytes,
+                                   std::span<const int> descriptors);
     [[nodiscard]] int read(binder_write_read* bwr);
     [[nodiscard]] int receive();
     void handOut(binder_write_read* bwr);

@@ -28,7 +28,11 @@
 //
 // BC_FREE_BUFFER carries the hub's buffer number in place of the pointer. Descriptors travel in
 // the order of the transactions and of their objects; a descriptor object holds its ordinal. No
-// field is aligned. Every frame of a client carries SCM_CREDENTIALS: its pid and effective uid.
+// field is aligned.
+//
+// Every frame of a client comes with SCM_CREDENTIALS, without which the hub would not know whose it
+// is. One with a BC_TRANSACTION claims pid and effective uid, for the kernel to attest; any other
+// is stamped by the kernel unasked (pid and real uid), which spares the client two system calls.
 #pragma once
 
 #include <linux/android/binder.h>

@@ -48,6 +48,7 @@ public:
     /** Addresses of the buffers that it gives back: to be released once it is sent. */
     [[nodiscard]] std::span<const uint64_t> freed() const { return mFreed; }
     [[nodiscard]] uint32_t replies() const { return mReplies; }
+    [[nodiscard]] uint32_t calls() const { return mTransactions; }
     /** One reply without objects and no call: nothing the hub could have to say to it. */
     [[nodiscard]] bool needsNoCompletion() const {
         return mReplies == 1 && mTransactions == 0 && !mReplyHasObjects;

@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "embedded/Session.h"
 
-#include <unistd.h>
-
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "embedded/HubConnection.h"
+#include "embedded/OwnPid.h"
 #include "embedded/Socket.h"
 
 namespace binderhost {
@@ -36,7 +35,7 @@ Session::Session(std::string path, unique_fd place, unique_fd process, const fra
       : mPath(std::move(path)),
         mPlace(std::move(place)),
         mToken(token),
-        mPid(getpid()),
+        mPid(ownPid()),
         mId(nextId()),
         mProcess(std::move(process)) {}
 
@@ -90,7 +89,7 @@ void Session::leave() {
 }
 
 bool Session::ours() const {
-    return getpid() == mPid;
+    return ownPid() == mPid;
 }
 
 }  // namespace binderhost
