@@ -29,13 +29,27 @@ pid_t startChild(const std::function<void()>& body) {
     return pid;
 }
 
-pid_t startServer(std::vector<std::string> command) {
+pid_t startReady(const std::function<void(int)>& body) {
     int ready[2];
     if (pipe(ready) != 0) fail("pipe");
     const pid_t pid = startChild([&] {
         close(ready[0]);
+        body(ready[1]);
+    });
+    close(ready[1]);
+    char byte;
+    if (read(ready[0], &byte, 1) != 1) {
+        fprintf(stderr, "a process did not become ready\n");
+        exit(1);
+    }
+    close(ready[0]);
+    return pid;
+}
+
+pid_t startServer(std::vector<std::string> command) {
+    return startReady([&command](int readyFd) {
         command.emplace_back("--ready-fd");
-        command.push_back(std::to_string(ready[1]));
+        command.push_back(std::to_string(readyFd));
         std::vector<char*> arguments;
         for (std::string& word : command)
             arguments.push_back(word.data());
@@ -44,14 +58,6 @@ pid_t startServer(std::vector<std::string> command) {
         perror(arguments[0]);
         _exit(127);
     });
-    close(ready[1]);
-    char byte;
-    if (read(ready[0], &byte, 1) != 1) {
-        fprintf(stderr, "%s did not become ready\n", command[0].c_str());
-        exit(1);
-    }
-    close(ready[0]);
-    return pid;
 }
 
 void stopChild(pid_t pid) {

@@ -18,5 +18,11 @@ pid_t startChild(const std::function<void()>& body);
  */
 pid_t startServer(std::vector<std::string> command);
 
+/**
+ * Forks; the child runs the body with a descriptor and writes a byte there when it is ready, which
+ * is waited for. Ends the benchmark when it ends before that.
+ */
+pid_t startReady(const std::function<void(int readyFd)>& body);
+
 /** Kills and reaps. */
 void stopChild(pid_t pid);

@@ -16,6 +16,7 @@
 #include <filesystem>
 
 #include "BareBroker.h"
+#include "BareTransfer.h"
 #include "ChildProcess.h"
 #include "RatioTable.h"
 
@@ -28,6 +29,10 @@ using android::sp;
 using android::status_t;
 
 namespace {
+
+/** Bytes: one that travels in a record of the socket, and one that travels in a memory file. */
+constexpr int kSmallPayload = 4096;
+constexpr int kLargePayload = 256 * 1024;
 
 /** Answers with as many bytes as it got; asks who calls, as every real service does. */
 class EchoService : public BBinder {
@@ -95,6 +100,8 @@ int main(int argc, char** argv) {
     {
         BareBroker broker;
         BarePair pair;
+        BareTransfer small(kSmallPayload);
+        BareTransfer large(kLargePayload);
         const auto add = [](const char* name, auto function) {
             return benchmark::RegisterBenchmark(name, function)->Unit(benchmark::kMicrosecond);
         };
@@ -106,13 +113,22 @@ int main(int argc, char** argv) {
             for (auto iteration : state)
                 broker.call();
         });
-        add("call", callService)->Arg(0)->Arg(64)->Arg(4096)->Arg(256 * 1024);
-        status = runPaired(argc, argv,
-                           {{"bare_broker", "socket_pair", 0},
-                            {"call/0", "bare_broker", 1.25},
-                            {"call/64", "bare_broker", 0},
-                            {"call/4096", "bare_broker", 0},
-                            {"call/262144", "bare_broker", 0}});
+        add("call", callService)->Arg(0)->Arg(64)->Arg(kSmallPayload)->Arg(kLargePayload);
+        add("bare_transfer",
+            [&](benchmark::State& state) {
+                BareTransfer& transfer = state.range(0) == kSmallPayload ? small : large;
+                for (auto iteration : state)
+                    transfer.call();
+            })
+                ->Arg(kSmallPayload)
+                ->Arg(kLargePayload);
+        status = runPaired(
+                argc, argv,
+                {{.name = "call/0", .anchor = "bare_broker", .goal = 1.25, .stretch = 0.85},
+                 {.name = "call/64", .anchor = "bare_broker", .goal = 0},
+                 {.name = "bare_broker", .anchor = "socket_pair", .goal = 0},
+                 {.name = "call/4096", .anchor = "bare_transfer/4096", .goal = 0},
+                 {.name = "call/262144", .anchor = "bare_transfer/262144", .goal = 0}});
     }
     stopChild(server);
     if (hub > 0) stopChild(hub);

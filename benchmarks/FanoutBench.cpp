@@ -143,22 +143,6 @@ void listen(int readyFd, FanoutRound& round) {
         pause();
 }
 
-/** Starts a process and waits until it has written that it is ready. */
-template <typename Body>
-pid_t startReady(Body body) {
-    int ready[2];
-    if (pipe(ready) != 0) fail("no pipe");
-    const pid_t pid = startChild([&] {
-        close(ready[0]);
-        body(ready[1]);
-    });
-    close(ready[1]);
-    char byte;
-    if (read(ready[0], &byte, 1) != 1) fail("a process did not become ready");
-    close(ready[0]);
-    return pid;
-}
-
 bool notifyThroughDriver(const sp<IBinder>& sender, int count, FanoutRound& round) {
     round.prepare(uint32_t(count));
     Parcel data;
@@ -219,24 +203,32 @@ int takeMostListeners(int* argc, char** argv) {
     return most;
 }
 
-/** Goals of the ratio to direct sending: the fixed cost of a broker weighs most on one listener. */
-double goalFor(int count) {
-    return count == 1 ? 2.4 : count == 1000 ? 1.5 : 1.6;
+/** A broker's fixed cost weighs most on one listener. */
+PairedBenchmark pairFor(int count, const std::string& suffix) {
+    return {.name = "notify" + suffix,
+            .anchor = "direct_send" + suffix,
+            .goal = count == 1      ? 2.4
+                    : count == 1000 ? 1.5
+                                    : 1.6,
+            .stretch = count == 1 ? 2.0 : 1.2};
 }
 
 std::vector<PairedBenchmark> pairsFor(int most) {
     std::vector<PairedBenchmark> pairs;
+    std::vector<PairedBenchmark> held;
     for (int count = 1; count <= most; count *= 10) {
         const std::string suffix = "/" + std::to_string(count) + "/manual_time";
-        pairs.push_back({"notify" + suffix, "direct_send" + suffix, goalFor(count)});
+        pairs.push_back(pairFor(count, suffix));
+        held.push_back({.name = "notify" + suffix + ":held",
+                        .anchor = "notify" + suffix,
+                        .goal = count >= 100 ? 0.20 : 0,
+                        .stretch = count >= 100 ? 0.05 : 0});
     }
     // Waking up the process that waits is a part of both sides, and a large one of one listener's.
-    pairs.push_back({"notify/1/manual_time:reached", "direct_send/1/manual_time:reached", 0});
-    for (int count = 1; count <= most; count *= 10) {
-        const std::string suffix = "/" + std::to_string(count) + "/manual_time";
-        pairs.push_back({"notify" + suffix + ":held", "notify" + suffix,
-                         /*goal=*/count >= 100 ? 0.20 : 0});
-    }
+    pairs.push_back({.name = "notify/1/manual_time:reached",
+                     .anchor = "direct_send/1/manual_time:reached",
+                     .goal = 0});
+    pairs.insert(pairs.end(), held.begin(), held.end());
     return pairs;
 }
 
@@ -258,7 +250,13 @@ int measure(int argc, char** argv, int most, FanoutRound& round, const BareListe
         timeRounds(state, round,
                    [&](int count) { return notifyThroughDriver(sender, count, round); });
     });
-    return runPaired(argc, argv, pairsFor(most));
+    const auto growth = [](const char* name) {
+        return Growth{.name = name,
+                      .expected = Growth::Expected::Linear,
+                      .sizes = {10, 100, 1000},
+                      .suffix = "/manual_time"};
+    };
+    return runPaired(argc, argv, pairsFor(most), {growth("notify"), growth("direct_send")});
 }
 
 }  // namespace

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: Apache-2.0
-# Runs the benchmarks of an optimised build. Repetitions of a benchmark and of its anchor are
-# interleaved, so that a slow minute of the machine slows both.
+# Runs the benchmarks of an optimised build, then prints all rows that have a goal once more.
+# Repetitions of a benchmark and of its anchor are interleaved, so that a slow minute of the machine
+# slows both.
 #
 # usage: tools/bench.sh BUILD [GOOGLE-BENCHMARK-OPTION...]
 set -euo pipefail
@@ -9,7 +10,18 @@ build=${1:?usage: tools/bench.sh BUILD [OPTION...]}
 shift
 options=(--benchmark_repetitions=9 --benchmark_enable_random_interleaving=true
          --benchmark_min_time=0.05)
-for program in driver_bench fanout_bench focus_bench; do
+programs=(
+    driver_bench
+    fanout_bench
+    focus_bench
+    growth_bench
+)
+printed=$(mktemp)
+trap 'rm -f "$printed"' EXIT
+for program in "${programs[@]}"; do
     printf '\n== %s\n' "$program"
-    "$build/bin/$program" "${options[@]}" "$@"
+    "$build/bin/$program" "${options[@]}" "$@" | tee -a "$printed"
 done
+printf '\n== goals\n'
+grep -m1 '^work ' "$printed" || true
+grep -E ' (stretch|met|missed)$' "$printed" || printf 'no row with a goal was run\n'
