@@ -109,7 +109,10 @@ struct Transaction {
 /** A descriptor could not be received: the caller of the transaction in hand is to fail. */
 inline constexpr uint32_t kCommandReject = _IO('c', 0x70);
 
-/** With its cookie: a BR_DEAD_BINDER that a thread leaves unread; another is to be told. */
+/**
+ * With its cookie: a BR_DEAD_BINDER that a thread leaves unread; another is to be told. Likewise
+ * BR_INCREFS, BR_ACQUIRE, BR_RELEASE and BR_DECREFS, which go back as they came.
+ */
 inline constexpr uint32_t kCommandUntold = _IOW('c', 0x71, uint64_t);
 
 /** The objects of this build are all of one size: flat_binder_object and binder_fd_object. */

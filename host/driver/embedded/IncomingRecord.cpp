@@ -124,6 +124,12 @@ void IncomingRecord::abandon(BufferTable* buffers) {
             appendBytes(&owed, frame::kCommandUntold);
             owed.insert(owed.end(), argument.begin(), argument.end());
         }
+        const bool ofNode = command == BR_INCREFS || command == BR_ACQUIRE ||
+                            command == BR_RELEASE || command == BR_DECREFS;
+        if (ofNode) {
+            appendBytes(&owed, command);
+            owed.insert(owed.end(), argument.begin(), argument.end());
+        }
         if (command != BR_TRANSACTION && command != BR_REPLY) continue;
         binder_transaction_data data;
         std::memcpy(&data, argument.data(), sizeof(data));

@@ -29,7 +29,7 @@ struct IncomingRecord {
     [[nodiscard]] bool add(std::span<const uint8_t> record, Received* received,
                            BufferTable* buffers);
 
-    /** Gives back the buffers, descriptors and deaths of returns that nobody will read. */
+    /** Gives back the buffers, descriptors and notices of returns that nobody will read. */
     void abandon(BufferTable* buffers);
 
 private:

@@ -123,6 +123,18 @@ bool Hub::handleCookieCommand(Thread* thread, uint32_t command, ByteReader* read
             mDeaths.seen(thread, cookie, /*told=*/command == BC_DEAD_BINDER_DONE);
             return true;
         }
+        case BR_INCREFS:
+        case BR_ACQUIRE:
+        case BR_RELEASE:
+        case BR_DECREFS: {
+            Untold untold{command, {}};
+            if (!reader->take(&untold.object)) return false;
+            Process* process = thread->process;
+            if (process->untold >= mLimits.untold) return false;
+            process->untold++;
+            mScheduler.queue(process, untold);
+            return true;
+        }
         default:
             return false;
     }

@@ -150,6 +150,10 @@ bool Hub::fill(Thread* thread, Record* record) {
             mReferences.tellOwner(*node, record);
         } else if (const auto* death = std::get_if<DeathPtr>(&work)) {
             ends = mDeaths.tell(*death, record);
+        } else if (const auto* untold = std::get_if<Untold>(&work)) {
+            thread->process->untold--;
+            appendBytes(&record->head, untold->command);
+            appendBytes(&record->head, untold->object);
         } else {
             mCalls.deliver(std::get<TransactionPtr>(work), thread, record);
             ends = true;

@@ -25,6 +25,8 @@ struct Limits {
     size_t descriptors = 512;
     /** Notices that one thread leaves unread; an honest thread reads after each call. */
     size_t threadBacklog = 4096;
+    /** Notices that leaving threads give back; a record holds some 1600, and few threads leave. */
+    size_t untold = 16'384;
     /** Calls within calls; stacks of honest threads end long before. */
     size_t nesting = 256;
     /** Connections of one process: fifteen pool threads and plenty of callers. */

@@ -46,6 +46,8 @@ struct Process {
     uint64_t bufferBytes = 0;
     uint64_t onewayBytes = 0;
     size_t descriptors = 0;
+    /** Notices about its nodes that leaving threads have given back. */
+    size_t untold = 0;
 
     /** Links and what is left of cleared ones. */
     size_t deathLinks = 0;

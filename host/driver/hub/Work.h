@@ -3,6 +3,8 @@
 // Work: what waits for a thread or for any pool thread of a process.
 #pragma once
 
+#include <linux/android/binder.h>
+
 #include <cstdint>
 #include <memory>
 #include <variant>
@@ -23,6 +25,12 @@ struct Notice {
     bool deferred = false;
 };
 
-using Work = std::variant<Notice, TransactionPtr, NodePtr, DeathPtr>;
+/** What the owner of a node was told and has not read, because the thread left: told as it was. */
+struct Untold {
+    uint32_t command;
+    binder_ptr_cookie object;
+};
+
+using Work = std::variant<Notice, TransactionPtr, NodePtr, DeathPtr, Untold>;
 
 }  // namespace binderhost::hub

@@ -366,6 +366,7 @@ protected:
         limits.deathLinks = 2;
         limits.threadsPerProcess = 2;
         limits.threadBacklog = 8;
+        limits.untold = 2;
         return limits;
     }
     HubLimitsTest() : HubCoreTest(small()) {}
@@ -409,6 +410,21 @@ TEST_F(HubLimitsTest, aThreadThatReadsNothingIsCutOffAtItsBacklog) {
     for (; sound && calls < 100; calls++)
         sound = mClient.feed(Packed().oneway(9, 1).bytes, 0);
     EXPECT_EQ(calls, 9);
+}
+
+TEST_F(HubLimitsTest, noticesThatAreGivenBackAreTellableAgainAndBounded) {
+    const Packed one = Packed().put(BR_ACQUIRE, kPtr, uint64_t{7});
+    mClient.write(one);
+    mClient.write(one);
+    EXPECT_EQ(stat("queued"), 2u);
+    mClient.read(Packed().put(BC_ENTER_LOOPER));
+    mClient.read();
+    EXPECT_EQ(mClient.commands(), (Seen{BR_ACQUIRE, BR_ACQUIRE}));
+    mClient.write(one);
+    mClient.write(one);
+    EXPECT_FALSE(mClient.feed(one.bytes, 0));
+    mHub.closeProcess(mClient.process);
+    EXPECT_EQ(stat("queued"), 0u);
 }
 
 TEST_F(HubLimitsTest, aProcessHasABoundedNumberOfThreads) {

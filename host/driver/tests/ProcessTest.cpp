@@ -297,6 +297,28 @@ TEST_P(ProcessTest, aDeathThatALeavingThreadHasNotReadIsToldToAnother) {
     EXPECT_EQ(server.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
 }
 
+TEST_P(ProcessTest, whatALeavingThreadHasNotReadAboutANodeIsToldToAnother) {
+    PeerClient server(path()), client(path());
+    server.publish();
+    client.write(Commands().call(0, 1));
+    const Return first = server.expect(BR_TRANSACTION);
+    server.write(Commands().freeBuffer(first).reply(Payload().node(kPtr)));
+    (void)server.expect(BR_TRANSACTION_COMPLETE);
+    const Return given = client.expectReply();
+    client.write(Commands().count(BC_ACQUIRE, given.object(0).handle).freeBuffer(given));
+    client.write(Commands().call(0, 2));
+    PeerClient pool(&server);
+    pool.write(Commands().looper());
+    const Return call = pool.expect(BR_TRANSACTION);
+    ASSERT_EQ(pool.exchange(Commands().freeBuffer(call).reply(), /*read=*/true), 0);
+    (void)client.expectReply();
+    client.write(Commands().count(BC_RELEASE, given.object(0).handle));
+    expectStat("handles", 0);
+    pool.exitThread();
+    EXPECT_EQ(server.next().command, uint32_t{BR_RELEASE});
+    EXPECT_EQ(server.next().command, uint32_t{BR_DECREFS});
+}
+
 TEST_P(ProcessTest, fiftyQuickComersAndGoersLeaveNothing) {
     PeerClient server(path());
     server.publish();
