@@ -9,6 +9,8 @@
 #include <system_error>
 #include <thread>
 
+#include "hub/Report.h"
+
 namespace binderhost::hub {
 namespace {
 
@@ -50,7 +52,7 @@ void PassedCloser::Close(int fd) {
         close(fd);
     } else if (write(closingPipe(), &fd, sizeof(fd)) != sizeof(fd)) {
         // It stays open: a descriptor less is better than a hub that waits.
-        std::fprintf(stderr, "binderhub: descriptor %d cannot be closed now\n", fd);
+        report("descriptor %d cannot be closed now", fd);
     }
 }
 

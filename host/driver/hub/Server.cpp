@@ -2,6 +2,7 @@
 #include "hub/Server.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -11,7 +12,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
+
+#include "hub/Report.h"
 
 namespace binderhost::hub {
 
@@ -36,6 +40,7 @@ int Server::run() {
         if (count < 0) return -errno;
         round(static_cast<size_t>(count));
         mClosed.clear();
+        giveBackMemory();
     }
     return 0;
 }
@@ -79,7 +84,7 @@ Connection* Server::add(Connection::Kind kind, unique_fd descriptor, uint32_t ev
     event.events = events;
     event.data.ptr = connection;
     if (epoll_ctl(mEpoll.get(), EPOLL_CTL_ADD, connection->descriptor(), &event)) {
-        std::fprintf(stderr, "binderhub: cannot watch a connection: %m\n");
+        report("cannot watch a connection: %s", std::strerror(errno));
         return nullptr;
     }
     mConnections.emplace(connection, std::move(made));
@@ -95,7 +100,11 @@ void Server::acceptAll(int listener) {
             if (errno == EMFILE || errno == ENFILE) refuseForLackOfDescriptors(listener);
             return;
         }
-        if (mConnections.size() >= mLimits.connections) continue;
+        if (mConnections.size() >= mLimits.connections) {
+            tellOfRefusals("as many connections as there may be");
+            continue;
+        }
+        if (mConnections.size() < mRefusedAt / 2) mRefusedAt = 0;
         const int on = 1;
         if (setsockopt(descriptor.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof(on))) continue;
         Connection* stranger =
@@ -108,9 +117,16 @@ void Server::acceptAll(int listener) {
     }
 }
 
+void Server::tellOfRefusals(const char* reason) {
+    if (mRefusedAt == 0) {
+        report("%s: connections are refused", reason);
+    }
+    mRefusedAt = mConnections.size();
+}
+
 void Server::refuseForLackOfDescriptors(int listener) {
     // A connection that is not taken would wake the hub again at once and for ever.
-    std::fprintf(stderr, "binderhub: no descriptor left: a connection is refused\n");
+    tellOfRefusals("no descriptor left");
     mReserve.reset();
     unique_fd refused(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
     refused.reset();
@@ -339,11 +355,11 @@ void Server::endThread(Connection* connection) {
 void Server::cutOff(Connection* connection, const char* reason) {
     Process* process = connection->process();
     if (!process) {
-        std::fprintf(stderr, "binderhub: cut off a connection: %s\n", reason);
+        report("cut off a connection: %s", reason);
         closeConnection(connection);
         return;
     }
-    std::fprintf(stderr, "binderhub: cut off process %d: %s\n", process->identity.pid(), reason);
+    report("cut off process %d: %s", process->identity.pid(), reason);
     closeProcess(process);
 }
 
@@ -362,6 +378,14 @@ void Server::closeConnection(Connection* connection) {
     if (at == mConnections.end()) return;
     mClosed.push_back(std::move(at->second));
     mConnections.erase(at);
+}
+
+void Server::giveBackMemory() {
+    constexpr size_t kMany = 1024;
+    mMostConnections = std::max(mMostConnections, mConnections.size());
+    if (mMostConnections < kMany || mConnections.size() > mMostConnections / 8) return;
+    mMostConnections = mConnections.size();
+    malloc_trim(/*pad=*/0);
 }
 
 void Server::cutOffStuffed() {

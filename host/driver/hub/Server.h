@@ -47,6 +47,8 @@ private:
     void round(size_t count);
     void acceptAll(int listener);
     void refuseForLackOfDescriptors(int listener);
+    /** Says so once, until half of the connections have gone. */
+    void tellOfRefusals(const char* reason);
     [[nodiscard]] int receive(const Connection& connection);
     void readFrame(Connection* connection);
     void handleFrame(Connection* connection, std::span<const uint8_t> bytes);
@@ -67,6 +69,8 @@ private:
     void cutOff(Connection* connection, const char* reason);
     void closeConnection(Connection* connection);
     void cutOffStuffed();
+    /** After a crowd has left: what the allocator keeps of it would be the hub's for good. */
+    void giveBackMemory();
 
     Hub mHub;
     const Limits mLimits;
@@ -75,6 +79,9 @@ private:
     android::base::unique_fd mReserve;
     std::unordered_map<Connection*, std::unique_ptr<Connection>> mConnections;
     std::unordered_map<Process*, ProcessEntry> mProcesses;
+    /** How many connections there were at the last refusal; 0: it is not to be held back. */
+    size_t mRefusedAt = 0;
+    size_t mMostConnections = 0;
     std::list<Connection*> mStrangers;
     std::vector<Connection*> mStuffed;
     /** Closed in this round: events may still name them. */

@@ -50,6 +50,12 @@ public:
             }
         }
 
+        /** Whether something waits there, or the other side has gone. */
+        [[nodiscard]] bool knocked() const {
+            pollfd look{mFd, POLLIN, 0};
+            return poll(&look, 1, 0) == 1;
+        }
+
     private:
         int mFd;
     };
@@ -83,6 +89,7 @@ public:
 
     void tell(char letter) const { Door(mFd).tell(letter); }
     void await(char letter) const { Door(mFd).await(letter); }
+    [[nodiscard]] bool knocked() const { return Door(mFd).knocked(); }
     void kill() const { ::kill(mPid, SIGKILL); }
     [[nodiscard]] pid_t pid() const { return mPid; }
 
@@ -92,6 +99,12 @@ public:
         if (waitpid(mPid, &status, 0) != mPid) return 255;
         mPid = -1;
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+    /** Whether it has ended, for wait() to tell how. */
+    [[nodiscard]] bool ended() const {
+        siginfo_t what{};
+        return waitid(P_PID, static_cast<id_t>(mPid), &what, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               what.si_pid == mPid;
     }
     void killAndWait() {
         kill();

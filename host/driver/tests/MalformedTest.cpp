@@ -4,7 +4,6 @@
 #include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <poll.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -15,81 +14,13 @@
 #include <random>
 #include <thread>
 
+#include "Bare.h"
 #include "Child.h"
 #include "HubFixture.h"
 #include "RawClient.h"
-#include "embedded/ByteReader.h"
-#include "embedded/HubConnection.h"
-#include "embedded/Socket.h"
 
 namespace binderhost::tests {
 namespace {
-
-/** A connection under the test's full control. */
-class Bare {
-public:
-    explicit Bare(const std::string& path) {
-        std::string error;
-        const unique_fd place = findHub(path, &error);
-        require(place.ok() && connectTo(place.get(), 5, &mSocket) == 0, "connect");
-    }
-    /** A process with one thread: the second connection. */
-    Bare(const std::string& path, const Bare& process) : Bare(path) {
-        frame::Hello hello;
-        hello.header.kind = frame::Kind::HelloThread;
-        hello.token = process.mToken;
-        frame::Answer answer;
-        require(ask(mSocket.get(), hello, &answer) == 0 && answer.status == 0, "thread");
-    }
-    void becomeProcess() {
-        frame::Hello hello;
-        hello.header.kind = frame::Kind::HelloProcess;
-        frame::Answer answer;
-        require(ask(mSocket.get(), hello, &answer) == 0, "process");
-        mToken = answer.token;
-    }
-    [[nodiscard]] int send(std::span<const uint8_t> bytes, std::span<const int> descriptors = {},
-                           const ucred* credentials = nullptr) const {
-        const iovec part{const_cast<uint8_t*>(bytes.data()), bytes.size()};
-        const ucred own = ownCredentials();
-        return sendRecord(mSocket.get(), {&part, 1}, descriptors, credentials ? credentials : &own,
-                          /*flags=*/0);
-    }
-    void hangUp() { mSocket.reset(); }
-    [[nodiscard]] const frame::Token& token() const { return mToken; }
-    /** The other side has hung up within a deadline. */
-    [[nodiscard]] bool cutOff() const {
-        pollfd wait{mSocket.get(), POLLIN, 0};
-        uint8_t byte = 0;
-        Received received;
-        if (poll(&wait, 1, 20'000) != 1) return false;
-        const int status = receiveRecord(mSocket.get(), {&byte, 1}, MSG_DONTWAIT, &received);
-        return status == -ECONNRESET || (status == 0 && received.size == 0);
-    }
-    /** The command after BR_NOOP in the next record. */
-    [[nodiscard]] uint32_t firstReturn() const {
-        uint8_t room[256];
-        Received received;
-        pollfd wait{mSocket.get(), POLLIN, 0};
-        require(poll(&wait, 1, 20'000) == 1, "no answer");
-        require(receiveRecord(mSocket.get(), room, MSG_DONTWAIT, &received) == 0, "receive");
-        ByteReader reader({room, received.size});
-        frame::Header header;
-        uint32_t first = 0, second = 0;
-        require(reader.take(&header) && reader.take(&first) && reader.take(&second), "cut");
-        return second;
-    }
-
-private:
-    frame::Token mToken{};
-    unique_fd mSocket;
-};
-
-std::vector<uint8_t> bytesOf(const auto& value) {
-    std::vector<uint8_t> out;
-    appendBytes(&out, value);
-    return out;
-}
 
 class MalformedTest : public HubFixture {
 protected:
@@ -105,16 +36,6 @@ protected:
     void TearDown() override {
         expectServed();
         awaitStat("processes", 2);
-    }
-    /** A frame of commands that a thread could send. */
-    static std::vector<uint8_t> soundFrame() {
-        frame::Transaction head;
-        head.data.data_size = 8;
-        std::vector<uint8_t> out = bytesOf(frame::Header{});
-        appendBytes(&out, uint32_t{BC_TRANSACTION});
-        appendBytes(&out, head);
-        appendBytes(&out, uint64_t{1});
-        return out;
     }
 
     RawClient mServer{path()};

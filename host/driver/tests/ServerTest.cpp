@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The hub's sockets with bounds of the test's own, and what it says about what it does.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/eventfd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <list>
+
+#include "Bare.h"
+#include "embedded/StatsClient.h"
+#include "hub/Listening.h"
+#include "hub/Server.h"
+
+namespace binderhost::tests {
+namespace {
+
+class ServerTest : public ::testing::Test {
+protected:
+    ServerTest() {
+        char pattern[] = "/tmp/binderhub-test-XXXXXX";
+        mFolder = mkdtemp(pattern) ? pattern : "";
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC)) std::abort();
+        mLog.reset(ends[0]);
+        mLogEnd.reset(ends[1]);
+    }
+    ~ServerTest() override { std::filesystem::remove_all(mFolder); }
+
+    [[nodiscard]] std::string path() const { return mFolder + "/hub"; }
+
+    /** A hub as a process, whose stderr is the log. */
+    std::unique_ptr<Child> serve(const hub::Limits& limits) {
+        auto server = std::make_unique<Child>([&](Child::Door& door) {
+            dup2(mLogEnd.get(), STDERR_FILENO);
+            std::string error;
+            unique_fd listener = hub::listenAt(path(), &error);
+            require(listener.ok(), error.c_str());
+            hub::Server hub(std::move(listener), unique_fd(eventfd(0, EFD_CLOEXEC)), limits);
+            door.tell('l');
+            (void)hub.run();
+        });
+        server->await('l');
+        return server;
+    }
+
+    /** Whether all clients have gone before a deadline. */
+    [[nodiscard]] bool becomesEmpty() const {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (std::chrono::steady_clock::now() < deadline) {
+            std::string text, error;
+            const bool asked = readHubStats(path(), &text, &error);
+            if (asked && text.find("connections=1\n") != std::string::npos) return true;
+        }
+        return false;
+    }
+
+    /** What was logged, once nobody can add to it. */
+    [[nodiscard]] std::string log() {
+        mLogEnd.reset();
+        std::string all;
+        char part[512];
+        for (ssize_t got = 0; (got = read(mLog.get(), part, sizeof(part))) > 0;)
+            all.append(part, static_cast<size_t>(got));
+        return all;
+    }
+    [[nodiscard]] static int count(const std::string& text, const std::string& part) {
+        int times = 0;
+        for (size_t at = 0; (at = text.find(part, at)) != std::string::npos; at++)
+            times++;
+        return times;
+    }
+
+    std::string mFolder;
+    unique_fd mLog;
+    unique_fd mLogEnd;
+};
+
+TEST_F(ServerTest, aFullHubRefusesAndSaysSoOnceUntilManyHaveGone) {
+    hub::Limits limits;
+    limits.connections = 12;  // the listener and the signal are two of them
+    const auto server = serve(limits);
+    for (int times = 0; times < 2; times++) {
+        std::list<Bare> held;
+        int refused = 0;
+        for (int i = 0; i < 30; i++) {
+            Bare each(path());
+            if (each.tryToBecomeProcess()) {
+                held.push_back(std::move(each));
+            } else {
+                refused++;
+            }
+        }
+        EXPECT_EQ(held.size(), 5u) << "each has a connection and a watch of its end";
+        EXPECT_EQ(refused, 25);
+        held.clear();
+        EXPECT_TRUE(becomesEmpty());
+    }
+    server->killAndWait();
+    const std::string said = log();
+    EXPECT_EQ(count(said, "as many connections as there may be: connections are refused"), 2)
+            << said;
+}
+
+TEST_F(ServerTest, aHubWhoseLogNobodyReadsServesOn) {
+    ASSERT_EQ(fcntl(mLogEnd.get(), F_SETFL, O_NONBLOCK), 0);
+    const std::string full(4096, '-');
+    while (write(mLogEnd.get(), full.data(), full.size()) > 0)
+        continue;
+    ASSERT_EQ(fcntl(mLogEnd.get(), F_SETFL, 0), 0);
+    const auto server = serve({});
+    for (int i = 0; i < 5; i++) {
+        const Bare bare(path());
+        ASSERT_EQ(bare.send(soundFrame()), 0);
+        ASSERT_TRUE(bare.cutOff()) << "the hub waits for its log";
+    }
+    server->killAndWait();
+    EXPECT_EQ(count(log(), "binderhub"), 0);
+}
+
+TEST_F(ServerTest, whatClientsMakeAHubSayIsBounded) {
+    const auto server = serve({});
+    for (int i = 0; i < 3000; i++) {
+        const Bare bare(path());
+        ASSERT_EQ(bare.send(soundFrame()), 0);
+    }
+    const Bare last(path());
+    ASSERT_EQ(last.send(soundFrame()), 0);
+    ASSERT_TRUE(last.cutOff());
+    server->killAndWait();
+    const std::string said = log();
+    EXPECT_GE(count(said, "cut off"), 1) << said;
+    EXPECT_LT(count(said, "cut off"), 3000);
+}
+
+}  // namespace
+}  // namespace binderhost::tests
