@@ -50,20 +50,25 @@ public:
         for (int step = 0; step < steps; step++) {
             mTranscript << "step " << step << "\n";
             std::unique_ptr<Party>& member = mMembers.at(random(mMembers.size()));
-            switch (random(9)) {
+            switch (random(16)) {
                 case 0:
+                case 1:
                     kill(&member);
                     break;
-                case 1:
+                case 2:
+                case 3:
+                case 4:
+                case 5:
                     link(member.get());
                     break;
-                case 2:
+                case 6:
                     clear(member.get());
                     break;
-                case 3:
+                case 7:
                     release(member.get());
                     break;
-                case 4:
+                case 8:
+                case 9:
                     post(member.get());
                     break;
                 default:
@@ -300,9 +305,16 @@ std::string firstDifference(const std::string& seen, const std::string& wanted) 
 
 class SessionTest : public DriverFixture {};
 
-constexpr int kSteps = 60;
+constexpr int kSteps = 120;
+
+/** What sessions may not be without. */
+const char* const kKinds[] = {
+        "BR_TRANSACTION of", "BR_REPLY",       "BR_DEAD_REPLY",
+        "BR_FAILED_REPLY",   "BR_DEAD_BINDER", "BR_CLEAR_DEATH_NOTIFICATION_DONE",
+        "BR_ACQUIRE",        "BR_RELEASE",     " code 2 flags 1 "};
 
 TEST_P(SessionTest, aSessionHasTheSameTranscriptAsOnAHub) {
+    std::string all;
     for (const uint32_t seed : {1u, 2u, 3u}) {
         SCOPED_TRACE(seed);
         const TestHub reference;
@@ -314,8 +326,11 @@ TEST_P(SessionTest, aSessionHasTheSameTranscriptAsOnAHub) {
                                          path(), [this] { return stats(); }, seed)
                                          .play(kSteps);
         EXPECT_TRUE(seen == wanted) << firstDifference(seen, wanted);
+        all += wanted;
         awaitStat("processes", 0);
     }
+    for (const char* kind : kKinds)
+        EXPECT_NE(all.find(kind), std::string::npos) << kind << " is not part of it";
 }
 
 ON_EACH_DRIVER(SessionTest);
