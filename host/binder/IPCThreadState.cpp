@@ -153,6 +153,9 @@ void IPCThreadState::joinThreadPool(bool isMain) {
         status = serveOne();
     shared.pool.left();
     if (status == -ECONNREFUSED) exitWithoutDriver(shared.driver->describe());
+    // References that came back with the last commands: to release one may bring more.
+    while (!mQueues->strongReturns.empty() || !mQueues->weakReturns.empty())
+        settle();
     mQueues->put(BC_EXIT_LOOPER);
     mQueues->looper = false;
     flushCommands();

@@ -193,8 +193,13 @@ status_t Parcel::appendObjects(const Parcel& other, size_t start, size_t length,
         if (offset < start || offset + kObjectSize > start + length) continue;
         flat_binder_object object{};
         std::memcpy(&object, other.mData + offset, sizeof(object));
-        if (!isDescriptor(object)) {
+        const bool binder =
+                object.hdr.type == BINDER_TYPE_BINDER || object.hdr.type == BINDER_TYPE_HANDLE;
+        if (binder) {
             mHeldBinders.push_back(unflatten(object));
+        } else if (!isDescriptor(object)) {
+            // What another runtime sent, and this one neither reads nor can keep alive.
+            return BAD_TYPE;
         } else if (!mAllowFds) {
             return FDS_NOT_ALLOWED;
         } else {

@@ -200,6 +200,35 @@ TEST_F(CallTest, WaitingThreadOutsideThePoolRunsNoDeathRecipient) {
     EXPECT_EQ(written(BC_DEAD_BINDER_DONE).size(), 1u);
 }
 
+TEST_F(CallTest, ObjectsThatThisRuntimeDoesNotKnowAreNeitherReadNorPassedOn) {
+    // Known to the driver by a weak reference only: nobody may take a strong one.
+    bool gone = false;
+    sp<BBinder> object = new Target(nullptr, [&gone] { gone = true; });
+    RefBase::weakref_type* refs = object->createWeak(this);
+    flat_binder_object flat{};
+    flat.binder = node(object).ptr;
+    flat.cookie = node(object).cookie;
+    object.clear();
+    ASSERT_TRUE(gone);
+    for (const uint32_t type :
+         {uint32_t{BINDER_TYPE_WEAK_BINDER}, uint32_t{BINDER_TYPE_WEAK_HANDLE},
+          uint32_t{BINDER_TYPE_PTR}, uint32_t{BINDER_TYPE_FDA}, 0u}) {
+        SCOPED_TRACE(type);
+        flat.hdr.type = type;
+        driver().caller(Reads().put(BR_REPLY, driver().payload(&flat, sizeof(flat), {0})));
+        Parcel data;
+        Parcel reply;
+        ASSERT_EQ(proxy()->transact(1, data, &reply), OK);
+        EXPECT_EQ(reply.readStrongBinder(), nullptr);
+        EXPECT_EQ(reply.readFileDescriptor(), BAD_TYPE);
+        Parcel other;
+        EXPECT_EQ(other.appendFrom(&reply, 0, reply.dataSize()), BAD_TYPE);
+        EXPECT_EQ(other.errorCheck(), BAD_TYPE);
+        EXPECT_EQ(other.objectsCount(), 0u);
+    }
+    refs->decWeak(this);
+}
+
 TEST_F(CallTest, SmallBufferGoesBackWithTheNextCommand) {
     const sp<IBinder> binder = proxy();
     driver().caller(Reads().put(BR_REPLY, number(1)));

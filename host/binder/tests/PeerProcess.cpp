@@ -274,10 +274,15 @@ std::string Registry::lastContext() {
 }
 
 status_t Registry::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
-    if (code != kPublish) return BBinder::onTransact(code, data, reply, flags);
+    if (code != kPublish && code != kFind) return BBinder::onTransact(code, data, reply, flags);
     std::string name;
     sp<IBinder> binder;
     if (const status_t status = data.readUtf8FromUtf16(&name); status != OK) return status;
+    if (code == kFind) {
+        std::lock_guard lock(mLock);
+        const auto found = mBinders.find(name);
+        return found == mBinders.end() ? NAME_NOT_FOUND : reply->writeStrongBinder(found->second);
+    }
     if (const status_t status = data.readStrongBinder(&binder); status != OK) return status;
     {
         std::lock_guard lock(mLock);
@@ -289,8 +294,9 @@ status_t Registry::onTransact(uint32_t code, const Parcel& data, Parcel* reply, 
     return OK;
 }
 
-Peer::Peer(const Hub& hub, const std::string& name) : mErrors(hub.folder() + "/" + name + ".err") {
-    mPid = start({"/proc/self/exe", "--peer", name}, hub.path(), mErrors);
+Peer::Peer(const Hub& hub, const std::string& name, const std::string& option)
+      : mErrors(hub.folder() + "/" + name + ".err") {
+    mPid = start({"/proc/self/exe", option, name}, hub.path(), mErrors);
 }
 
 Peer::~Peer() {

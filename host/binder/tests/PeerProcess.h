@@ -78,6 +78,8 @@ private:
 class Registry : public android::BBinder {
 public:
     static constexpr uint32_t kPublish = FIRST_CALL_TRANSACTION;
+    /** A name in, its binder out. */
+    static constexpr uint32_t kFind = FIRST_CALL_TRANSACTION + 1;
 
     /** Waits until a peer has published; null after a deadline. */
     android::sp<android::IBinder> await(const std::string& name);
@@ -99,7 +101,8 @@ private:
 /** One peer, ended with the object. */
 class Peer {
 public:
-    Peer(const Hub& hub, const std::string& name);
+    /** The option says what it lives as: see main(). */
+    Peer(const Hub& hub, const std::string& name, const std::string& option = "--peer");
     ~Peer();
     Peer(const Peer&) = delete;
     Peer& operator=(const Peer&) = delete;
@@ -116,6 +119,10 @@ private:
     pid_t mPid = -1;
     std::string mErrors;
 };
+
+/** Of the test process, from its start to its end. */
+extern Hub* gHub;
+extern android::sp<Registry> gRegistry;
 
 /** The life of a peer; does not return. Where there is no context manager, it only serves. */
 [[noreturn]] void runPeer(const std::string& name);

@@ -24,8 +24,16 @@
 #include <thread>
 #include <vector>
 
+#include "HostilePeer.h"
 #include "PeerProcess.h"
 #include "TestDevice.h"
+
+namespace peers {
+
+Hub* gHub = nullptr;
+android::sp<Registry> gRegistry;
+
+}  // namespace peers
 
 namespace {
 
@@ -35,8 +43,6 @@ using namespace std::chrono_literals;
 using binderhost::tests::onDevice;
 
 constexpr auto kDeadline = 30s;
-Hub* gHub = nullptr;
-sp<Registry> gRegistry;
 
 class Local : public BBinder {
 public:
@@ -448,6 +454,7 @@ TEST_F(ProcessTest, ProcessWithoutAHubSaysWhatToStart) {
 
 int main(int argc, char** argv) {
     if (argc == 3 && std::string(argv[1]) == "--peer") runPeer(argv[2]);
+    if (argc == 3 && std::string(argv[1]) == "--hostile") runHostile(argv[2]);
     testing::InitGoogleTest(&argc, argv);
     Hub hub;
     gHub = &hub;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Proxies, over a scripted driver: one per handle, and what death notices they pass on.
+#include <future>
 #include <utility>
 #include <vector>
 
@@ -66,6 +67,47 @@ TEST_F(ProxyTest, ManyThreadsSeeOneProxy) {
         for (const auto& binder : seen)
             EXPECT_EQ(binder, seen[0]);
     }
+}
+
+TEST_F(ProxyTest, LookupWhileTheLastProxyGoesWaitsForItAndMakesANewOne) {
+    sp<IBinder> going = proxy();
+    std::thread looking;
+    sp<IBinder> fresh;
+    // The old one is in its destructor and still in the table.
+    driver().whenWritten(BC_RELEASE, [&] {
+        std::promise<void> begun;
+        looking = std::thread([&] {
+            begun.set_value();
+            fresh = proxy();
+        });
+        begun.get_future().wait();
+    });
+    going.clear();
+    looking.join();
+    EXPECT_EQ(proxy(), fresh);
+    std::vector<uint32_t> counts = driver().writtenCommands();
+    std::erase_if(counts, [](uint32_t each) { return each != BC_ACQUIRE && each != BC_RELEASE; });
+    EXPECT_EQ(counts, (std::vector<uint32_t>{BC_ACQUIRE, BC_RELEASE, BC_ACQUIRE}));
+}
+
+TEST_F(ProxyTest, HandleGivenAnewAfterADeathIsALivingProxyThatNoLateNoticeReaches) {
+    sp<IBinder> binder = proxy();
+    ASSERT_EQ(binder->linkToDeath(mRecipient), OK);
+    const uint64_t old = lastCookie();
+    driver().caller(Reads().put(BR_DEAD_REPLY));
+    ASSERT_EQ(binder->pingBinder(), DEAD_OBJECT);
+    EXPECT_EQ(proxy(), binder) << "a handle that is still held names the dead object";
+    binder.clear();
+    binder = proxy();
+    EXPECT_TRUE(binder->isBinderAlive());
+    ASSERT_EQ(binder->linkToDeath(mRecipient), OK);
+    const uint64_t current = lastCookie();
+    EXPECT_NE(current, old);
+    die(old);
+    EXPECT_EQ(mRecipient->notices, 0);
+    EXPECT_TRUE(binder->isBinderAlive());
+    die(current);
+    EXPECT_EQ(mRecipient->notices, 1);
 }
 
 TEST_F(ProxyTest, DescriptorIsAskedForOnce) {

@@ -24,6 +24,7 @@ void ScriptedDriver::reset() {
     mCallerSteps.clear();
     mPoolSteps.clear();
     mWritten.clear();
+    mActs.clear();
     mBuffers.clear();
     mHandles.clear();
     mDeathRequests.clear();
@@ -187,6 +188,24 @@ void ScriptedDriver::recordLocked(const uint8_t* bytes, size_t size, bool reads)
     }
 }
 
+void ScriptedDriver::whenWritten(uint32_t command, std::function<void()> act) {
+    std::lock_guard lock(mLock);
+    mActs[command] = std::move(act);
+}
+
+void ScriptedDriver::act(std::unique_lock<std::mutex>* lock, const uint8_t* bytes, size_t size) {
+    std::vector<std::function<void()>> due;
+    for (size_t at = 0; !mActs.empty() && at + sizeof(uint32_t) <= size;) {
+        const auto command = load<uint32_t>(bytes + at);
+        if (auto act = mActs.extract(command)) due.push_back(std::move(act.mapped()));
+        at += sizeof(command) + _IOC_SIZE(command);
+    }
+    lock->unlock();
+    for (const auto& each : due)
+        each();
+    lock->lock();
+}
+
 int ScriptedDriver::writeRead(binder_write_read* bwr) {
     std::unique_lock lock(mLock);
     if (mGone) {
@@ -208,6 +227,7 @@ int ScriptedDriver::writeRead(binder_write_read* bwr) {
     bwr->write_consumed = consumed;
     bwr->read_consumed = 0;
     mChanged.notify_all();
+    act(&lock, bytes, consumed);
     if (!reads) return 0;
     if (isPoolLocked()) {
         const bool work =

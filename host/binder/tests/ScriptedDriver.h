@@ -84,6 +84,9 @@ public:
     /** Made when it is read: for arguments that only exist by then. */
     void poolLater(MakeStep make);
 
+    /** Done once, when a command of this kind has been written, before its exchange ends. */
+    void whenWritten(uint32_t command, std::function<void()> act);
+
     /** A payload that BR_TRANSACTION or BR_REPLY may name; live until it is handed back. */
     binder_transaction_data payload(const void* data, size_t size,
                                     const std::vector<binder_size_t>& offsets = {});
@@ -116,6 +119,8 @@ private:
     };
 
     void recordLocked(const uint8_t* bytes, size_t size, bool reads);
+    /** Does what is due, without the lock. */
+    void act(std::unique_lock<std::mutex>* lock, const uint8_t* bytes, size_t size);
     size_t argumentLocked(Written* entry, const uint8_t* argument);
     bool isPoolLocked() const;
 
@@ -124,6 +129,7 @@ private:
     std::deque<Step> mCallerSteps;
     std::deque<MakeStep> mPoolSteps;
     std::vector<Written> mWritten;
+    std::map<uint32_t, std::function<void()>> mActs;
     std::map<uint64_t, std::unique_ptr<Buffer>> mBuffers;
     std::map<uint64_t, int> mHandles;
     std::set<uint64_t> mDeathRequests;

@@ -228,6 +228,51 @@ TEST_F(ServeTest, AnswerThatHoldsABinderIsSentAloneAndReleasedWhenItIsDone) {
     EXPECT_TRUE(gone);
 }
 
+TEST_F(ServeTest, ReferencesThatComeBackWithTheLastCommandsAreLetGo) {
+    bool gone = false;
+    sp<BBinder> object = new Target(nullptr, [&gone] { gone = true; });
+    const binder_ptr_cookie pinned = node(object);
+    driver().pool(Reads().put(BR_INCREFS, pinned).put(BR_ACQUIRE, pinned));
+    driver().poolLater([&] {
+        object.clear();
+        EXPECT_FALSE(gone);
+        return Step{Reads().put(BR_RELEASE, pinned).put(BR_DECREFS, pinned).put(BR_FINISHED), 0,
+                    SIZE_MAX};
+    });
+    runPoolThread();
+    EXPECT_TRUE(gone);
+}
+
+TEST_F(ServeTest, DeathBeforeTheReplyIsToldWhenThePoolThreadIsBackAtItsHead) {
+    struct Recipient : IBinder::DeathRecipient {
+        bool told = false;
+        void binderDied(const wp<IBinder>& /*who*/) override { told = true; }
+    };
+    const sp<Recipient> recipient = new Recipient();
+    const sp<IBinder> other = proxy();
+    ASSERT_EQ(other->linkToDeath(recipient), OK);
+    const uint64_t cookie = written(BC_REQUEST_DEATH_NOTIFICATION)[0].value;
+    bool toldInTheCall = true;
+    const sp<BBinder> target = new Target([&](uint32_t, const Parcel&, Parcel*, uint32_t) {
+        Parcel data;
+        Parcel reply;
+        EXPECT_EQ(other->transact(1, data, &reply), OK);
+        EXPECT_EQ(reply.readInt32(), 8) << "the last reply is not lost to the death";
+        toldInTheCall = recipient->told;
+        return status_t(OK);
+    });
+    driver().pool(Reads().put(BR_TRANSACTION, request(target, 1)));
+    driver().pool(
+            Reads().put(BR_TRANSACTION_COMPLETE).put(BR_DEAD_BINDER, binder_uintptr_t(cookie)));
+    driver().pool(Reads().put(BR_REPLY, number(8)));
+    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));
+    driver().pool(Reads().put(BR_CLEAR_DEATH_NOTIFICATION_DONE, binder_uintptr_t(cookie)));
+    finish();
+    EXPECT_FALSE(toldInTheCall);
+    EXPECT_TRUE(recipient->told);
+    EXPECT_EQ(written(BC_DEAD_BINDER_DONE).size(), 1u);
+}
+
 TEST_F(ServeTest, ObjectThatIsGoneIsAnUnknownTransaction) {
     sp<BBinder> target = answering(OK);
     binder_transaction_data transaction = request(target, 1);
