@@ -51,6 +51,7 @@ pid_t startServer(std::vector<std::string> command) {
         command.emplace_back("--ready-fd");
         command.push_back(std::to_string(readyFd));
         std::vector<char*> arguments;
+        arguments.reserve(command.size() + 1);
         for (std::string& word : command)
             arguments.push_back(word.data());
         arguments.push_back(nullptr);

@@ -279,6 +279,7 @@ int main(int argc, char** argv) {
     FanoutRound& round = *FanoutRound::map();
     const pid_t sender = startReady([&](int readyFd) { serve(readyFd, round); });
     std::vector<pid_t> listeners;
+    listeners.reserve(size_t(most));
     for (int i = 0; i < most; i++)
         listeners.push_back(startReady([&](int readyFd) { listen(readyFd, round); }));
     int status;
