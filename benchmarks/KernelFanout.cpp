@@ -34,7 +34,7 @@ void listenRaw(const char* device, KernelCountdown& countdown) {
     RawBinder binder(device);
     flat_binder_object self{};
     self.hdr.type = BINDER_TYPE_BINDER;
-    self.flags = FLAT_BINDER_FLAG_ACCEPTS_FDS;
+    self.flags = 0x7f | FLAT_BINDER_FLAG_ACCEPTS_FDS;
     self.binder = self.cookie = 1;
     binder.sendObject(/*handle=*/0, self);
     binder.put(BC_ENTER_LOOPER);

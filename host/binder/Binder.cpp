@@ -200,9 +200,13 @@ status_t BBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, uin
             status = reply == nullptr ? UNEXPECTED_NULL : reply->writeInt32(getDebugPid());
             break;
         default: {
+            if (reply != nullptr) {
+                status = onTransact(code, data, reply, flags);
+                break;
+            }
             // Stubs write an answer whether or not the caller wants one.
             Parcel unwanted;
-            status = onTransact(code, data, reply != nullptr ? reply : &unwanted, flags);
+            status = onTransact(code, data, &unwanted, flags);
             break;
         }
     }

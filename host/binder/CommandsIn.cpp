@@ -30,12 +30,14 @@ status_t IPCThreadState::nextCommand(uint32_t* command) {
                 return status;
             }
         }
-        if (queues.take(command)) {
-            const bool silent = *command == BR_NOOP || *command == BR_TRANSACTION_COMPLETE;
-            queues.promised = queues.promised && silent;
-            return OK;
+        if (!queues.take(command)) {
+            queues.inPosition = queues.inEnd;
+            continue;
         }
-        queues.inPosition = queues.inEnd;
+        // Stands before all that a kernel hands over.
+        if (*command == BR_NOOP) continue;
+        queues.promised = queues.promised && *command == BR_TRANSACTION_COMPLETE;
+        return OK;
     }
 }
 
@@ -43,11 +45,12 @@ void IPCThreadState::settle() {
     Queues& queues = *mQueues;
     if (queues.promised) return;
     const bool atHead = queues.looper && queues.waits == 0;
+    const bool returns = atHead && (!queues.strongReturns.empty() || !queues.weakReturns.empty() ||
+                                    internals().deferred.any());
+    if (queues.doneReplies.empty() && !returns) return;
+
     std::vector<std::function<void()>> deferred;
     if (atHead) deferred = internals().deferred.take();
-    const bool returns = atHead && (!queues.strongReturns.empty() || !queues.weakReturns.empty());
-    if (queues.doneReplies.empty() && deferred.empty() && !returns) return;
-
     if (queues.replyQueued) flushCommands();
     std::exchange(queues.doneReplies, {}).clear();
     for (const std::function<void()>& work : deferred)
@@ -64,7 +67,11 @@ bool IPCThreadState::completeReply() {
     if (queues.repliesInFlight.empty()) return false;
     std::unique_ptr<Parcel> reply = std::move(queues.repliesInFlight.front());
     queues.repliesInFlight.pop_front();
-    if (reply->objectsCount() > 0) queues.doneReplies.push_back(std::move(reply));
+    if (reply->objectsCount() > 0) {
+        queues.doneReplies.push_back(std::move(reply));
+    } else {
+        queues.keepReply(std::move(reply));
+    }
     return true;
 }
 
@@ -116,17 +123,19 @@ status_t IPCThreadState::await(Await what, Parcel* reply) {
 }
 
 status_t IPCThreadState::receiveReply(Parcel* reply) {
+    if (reply == nullptr) {
+        Parcel ignored;
+        return receiveReply(&ignored);
+    }
     const auto transaction = mQueues->argument<binder_transaction_data>();
     const auto* data = reinterpret_cast<const uint8_t*>(transaction.data.ptr.buffer);
     const auto* offsets = reinterpret_cast<const uint64_t*>(transaction.data.ptr.offsets);
-    Parcel ignored;
-    Parcel* target = reply != nullptr ? reply : &ignored;
-    target->adoptDriverBuffer(data, transaction.data_size, offsets,
-                              transaction.offsets_size / sizeof(binder_size_t), freeBuffer);
+    reply->adoptDriverBuffer(data, transaction.data_size, offsets,
+                             transaction.offsets_size / sizeof(binder_size_t), freeBuffer);
     if ((transaction.flags & TF_STATUS_CODE) == 0) return OK;
     int32_t result = FAILED_TRANSACTION;
-    if (const status_t status = target->readInt32(&result); status != OK) result = status;
-    target->freeData();
+    if (const status_t status = reply->readInt32(&result); status != OK) result = status;
+    reply->freeData();
     return result;
 }
 
@@ -190,7 +199,6 @@ void IPCThreadState::deathNotice(uint64_t cookie) {
 status_t IPCThreadState::executeCommand(uint32_t command) {
     Queues& queues = *mQueues;
     switch (command) {
-        case BR_NOOP:
         case BR_OK:
             return OK;
         case BR_ERROR:
@@ -237,6 +245,10 @@ status_t IPCThreadState::executeCommand(uint32_t command) {
 status_t IPCThreadState::serveOne() {
     uint32_t command = 0;
     if (const status_t status = nextCommand(&command); status != OK) return status;
+    // The rest runs nobody's code.
+    const bool works = command == BR_TRANSACTION || command == BR_TRANSACTION_SEC_CTX ||
+                       command == BR_DEAD_BINDER;
+    if (!works) return executeCommand(command);
     PoolWatch& pool = internals().pool;
     pool.workBegins();
     const status_t status = executeCommand(command);

@@ -80,7 +80,11 @@ status_t IPCThreadState::talkWithDriver(bool receive) {
                  strerror(-result));
         written = queues.out.size();
     }
-    queues.out.erase(queues.out.begin(), queues.out.begin() + ptrdiff_t(written));
+    if (written == queues.out.size()) {
+        queues.out.clear();
+    } else {
+        queues.out.erase(queues.out.begin(), queues.out.begin() + ptrdiff_t(written));
+    }
     if (receive) {
         queues.inPosition = 0;
         queues.inEnd = std::min<size_t>(exchange.read_consumed, queues.in.size());
@@ -89,7 +93,7 @@ status_t IPCThreadState::talkWithDriver(bool receive) {
         queues.urgent = false;
         queues.replyQueued = false;
         // Their last reference may go here, and their destructors come back to this function.
-        std::exchange(queues.heldUntilWritten, {}).clear();
+        if (!queues.heldUntilWritten.empty()) std::exchange(queues.heldUntilWritten, {}).clear();
     }
     if (result == -EINTR) return OK;
     return result;

@@ -34,7 +34,7 @@ Parcel::~Parcel() {
 }
 
 void Parcel::freeData() {
-    closeFileDescriptors(/*firstObject=*/0);
+    if (!mObjects.empty()) closeFileDescriptors(/*firstObject=*/0);
     const bool prompt = !mObjects.empty() || mDataSize > kPromptReleaseSize;
     if (mRelease != nullptr) mRelease(mData, prompt);
     mRelease = nullptr;
@@ -44,7 +44,7 @@ void Parcel::freeData() {
     mError = OK;
     mStorage.clear();
     mObjects.clear();
-    mHeldBinders.clear();
+    if (!mHeldBinders.empty()) mHeldBinders.clear();
 }
 
 size_t Parcel::dataCapacity() const {
@@ -92,7 +92,7 @@ void Parcel::adoptDriverBuffer(const uint8_t* data, size_t size, const uint64_t*
     mData = data;
     mDataSize = size;
     mRelease = release;
-    mObjects.assign(objects, objects + objectCount);
+    if (objectCount > 0) mObjects.assign(objects, objects + objectCount);
 }
 
 uint8_t* Parcel::grow(size_t length) {

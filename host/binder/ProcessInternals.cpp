@@ -4,8 +4,19 @@
 #include "ProcessInternals.h"
 
 #include <log/log.h>
+#include <time.h>
 
 namespace android {
+namespace {
+
+/** Monotonic, as exact as the kernel's tick: costs a fraction of the exact one. Never 0. */
+int64_t coarseNow() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec + 1;
+}
+
+}  // namespace
 
 sp<BpBinder> ProxyTable::findOrMake(int32_t handle, const std::function<sp<BpBinder>()>& make,
                                     bool* outMade) {
@@ -57,43 +68,37 @@ void DeathTable::erase(uint64_t cookie) {
 }
 
 void PoolWatch::setMaximum(size_t maximum) {
-    std::lock_guard lock(mLock);
-    mMaximum = maximum;
+    mMaximum.store(maximum);
 }
 
 void PoolWatch::joined() {
-    std::lock_guard lock(mLock);
-    mThreads++;
+    mThreads.fetch_add(1);
 }
 
 void PoolWatch::left() {
-    std::lock_guard lock(mLock);
-    mThreads--;
+    mThreads.fetch_sub(1);
 }
 
 void PoolWatch::workBegins() {
-    std::lock_guard lock(mLock);
-    mBusy++;
+    const size_t busy = mBusy.fetch_add(1) + 1;
+    const size_t threads = mThreads.load();
     // While the driver may still ask for another thread the pool is not exhausted.
-    if (mBusy < mThreads || mThreads <= mMaximum || mStarving) return;
-    mStarving = true;
-    mStarvingSince = Clock::now();
+    if (busy < threads || threads <= mMaximum.load()) return;
+    int64_t notStarving = 0;
+    if (!mStarvingSince.compare_exchange_strong(notStarving, coarseNow())) return;
+    // A thread that has become free meanwhile may not have seen what it was to take back.
+    if (mBusy.load() < threads) mStarvingSince.store(0);
 }
 
 void PoolWatch::workEnds() {
-    size_t threads = 0;
-    Clock::duration starved{};
-    {
-        std::lock_guard lock(mLock);
-        mBusy--;
-        if (!mStarving) return;
-        mStarving = false;
-        threads = mThreads;
-        starved = Clock::now() - mStarvingSince;
-    }
+    mBusy.fetch_sub(1);
+    if (mStarvingSince.load() == 0) return;
+    const int64_t since = mStarvingSince.exchange(0);
+    if (since == 0) return;
+    const std::chrono::nanoseconds starved(coarseNow() - since);
     if (starved <= kStarvation) return;
     const auto passed = std::chrono::duration_cast<std::chrono::milliseconds>(starved);
-    ALOGE("binder thread pool (%zu threads) starved for %lld ms", threads,
+    ALOGE("binder thread pool (%zu threads) starved for %lld ms", mThreads.load(),
           static_cast<long long>(passed.count()));
 }
 
@@ -104,7 +109,7 @@ void DeferredWork::add(std::function<void()> work) {
 }
 
 std::vector<std::function<void()>> DeferredWork::take() {
-    if (!mAny.load(std::memory_order_acquire)) return {};
+    if (!any()) return {};
     std::lock_guard lock(mLock);
     mAny.store(false, std::memory_order_relaxed);
     return std::exchange(mWork, {});

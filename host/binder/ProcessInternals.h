@@ -59,7 +59,12 @@ private:
     std::unordered_map<uint64_t, wp<BpBinder>> mRequests GUARDED_BY(mLock);
 };
 
-/** Counts the pool's threads and reports when all have been busy for long. */
+/**
+ * Counts the pool's threads and reports when all have been busy for long.
+ *
+ * Without a lock, since every call passes here. What may be reported late or twice, when several
+ * threads begin and end at once, is a matter of a log line.
+ */
 class PoolWatch {
 public:
     static constexpr std::chrono::milliseconds kStarvation{100};
@@ -71,14 +76,11 @@ public:
     void workEnds();
 
 private:
-    using Clock = std::chrono::steady_clock;
-
-    std::mutex mLock;
-    size_t mMaximum GUARDED_BY(mLock) = 0;
-    size_t mThreads GUARDED_BY(mLock) = 0;
-    size_t mBusy GUARDED_BY(mLock) = 0;
-    bool mStarving GUARDED_BY(mLock) = false;
-    Clock::time_point mStarvingSince GUARDED_BY(mLock);
+    std::atomic<size_t> mMaximum{0};
+    std::atomic<size_t> mThreads{0};
+    std::atomic<size_t> mBusy{0};
+    /** Nanoseconds of the clock; 0 while a thread is free. */
+    std::atomic<int64_t> mStarvingSince{0};
 };
 
 /**
@@ -88,6 +90,7 @@ private:
 class DeferredWork {
 public:
     void add(std::function<void()> work);
+    [[nodiscard]] bool any() const { return mAny.load(std::memory_order_acquire); }
     [[nodiscard]] std::vector<std::function<void()>> take();
 
 private:

@@ -35,6 +35,8 @@ struct IPCThreadState::Queues {
 
     /** Replies that were queued and whose completion has not come, oldest first. */
     std::deque<std::unique_ptr<Parcel>> repliesInFlight;
+    /** One that is done, small and empty, for the next: an answer takes no memory then. */
+    std::unique_ptr<Parcel> spareReply;
     /** Replies that were completed; what they hold is released when nothing is unread. */
     std::vector<std::unique_ptr<Parcel>> doneReplies;
     /** Local objects that the driver has let go of. */
@@ -61,8 +63,22 @@ struct IPCThreadState::Queues {
     }
     template <typename T>
     void put(uint32_t command, const T& argument) {
-        put(command);
-        append(&argument, sizeof(argument));
+        uint8_t both[sizeof(command) + sizeof(argument)];
+        std::memcpy(both, &command, sizeof(command));
+        std::memcpy(both + sizeof(command), &argument, sizeof(argument));
+        append(both, sizeof(both));
+        urgent = urgent || command != BC_FREE_BUFFER;
+    }
+
+    [[nodiscard]] std::unique_ptr<Parcel> takeReply() {
+        return spareReply != nullptr ? std::move(spareReply) : std::make_unique<Parcel>();
+    }
+    /** The parcel must hold no objects: releasing those may run a user's code. */
+    void keepReply(std::unique_ptr<Parcel> reply) {
+        if (reply->dataCapacity() > kLargestSpare) return;
+        reply->freeData();
+        reply->restoreAllowFds(true);
+        spareReply = std::move(reply);
     }
 
     /** The next bytes read. False when they end early, which a driver never lets happen. */
@@ -81,6 +97,8 @@ struct IPCThreadState::Queues {
     }
 
 private:
+    static constexpr size_t kLargestSpare = 4096;
+
     void append(const void* bytes, size_t size) {
         const auto* first = static_cast<const uint8_t*>(bytes);
         out.insert(out.end(), first, first + size);

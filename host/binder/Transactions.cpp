@@ -39,17 +39,18 @@ struct CallerScope {
 
 status_t IPCThreadState::dispatch(const binder_transaction_data& transaction, const Parcel& request,
                                   Parcel* reply) {
-    sp<BBinder> target = internals().contextObject;
-    if (transaction.target.ptr != 0) {
-        // The driver may know an object by a weak reference only: it can be gone.
-        auto* refs = reinterpret_cast<RefBase::weakref_type*>(transaction.target.ptr);
-        if (!refs->attemptIncStrong(this)) return UNKNOWN_TRANSACTION;
-        auto* object = reinterpret_cast<BBinder*>(transaction.cookie);
-        target = object;
-        object->decStrong(this);
+    if (transaction.target.ptr == 0) {
+        BBinder* const manager = internals().contextObject.get();
+        if (manager == nullptr) return UNKNOWN_TRANSACTION;
+        return manager->transact(transaction.code, request, reply, transaction.flags);
     }
-    if (target == nullptr) return UNKNOWN_TRANSACTION;
-    return target->transact(transaction.code, request, reply, transaction.flags);
+    // The driver may know an object by a weak reference only: it can be gone.
+    auto* refs = reinterpret_cast<RefBase::weakref_type*>(transaction.target.ptr);
+    if (!refs->attemptIncStrong(this)) return UNKNOWN_TRANSACTION;
+    auto* const target = reinterpret_cast<BBinder*>(transaction.cookie);
+    const status_t status = target->transact(transaction.code, request, reply, transaction.flags);
+    target->decStrong(this);
+    return status;
 }
 
 void IPCThreadState::executeTransaction(uint32_t command) {
@@ -62,7 +63,7 @@ void IPCThreadState::executeTransaction(uint32_t command) {
     const binder_transaction_data& transaction = received.transaction_data;
     // The call may make calls of its own, behind which an answer must not wait.
     if (mQueues->replyQueued) flushCommands();
-    auto reply = std::make_unique<Parcel>();
+    std::unique_ptr<Parcel> reply = mQueues->takeReply();
     status_t result = OK;
     const char* const outerSid = mCallingSid;
     {
@@ -86,10 +87,11 @@ void IPCThreadState::executeTransaction(uint32_t command) {
     mCallingSid = outerSid;
     if ((transaction.flags & TF_ONE_WAY) == 0) {
         queueReply(std::move(reply), result);
-    } else if (result != OK) {
-        ALOGW("a one-way call (code %u) ended with status %d, which nobody learns",
-              transaction.code, result);
+        return;
     }
+    ALOGW_IF(result != OK, "a one-way call (code %u) ended with status %d, which nobody learns",
+             transaction.code, result);
+    if (reply->objectsCount() == 0) mQueues->keepReply(std::move(reply));
 }
 
 void IPCThreadState::queueReply(std::unique_ptr<Parcel> reply, status_t result) {

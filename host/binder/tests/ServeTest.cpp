@@ -72,6 +72,34 @@ TEST_F(ServeTest, ResultsAreSentAsTheyAre) {
     }
 }
 
+TEST_F(ServeTest, AnAnswerHoldsNothingOfTheOneBefore) {
+    int calls = 0;
+    const sp<BBinder> target =
+            new Target([&calls](uint32_t, const Parcel&, Parcel* reply, uint32_t) {
+                EXPECT_EQ(reply->dataSize(), 0u);
+                EXPECT_EQ(reply->dataPosition(), 0u);
+                EXPECT_EQ(reply->errorCheck(), OK);
+                EXPECT_TRUE(reply->allowFds());
+                if (++calls > 2) return status_t(OK);
+                reply->pushAllowFds(false);
+                reply->writeInt64(-1);
+                reply->setError(NO_MEMORY);
+                return status_t(OK);
+            });
+    // The second of them is one-way: nobody takes what it leaves.
+    driver().pool(Reads().put(BR_TRANSACTION, request(target, 1)));
+    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE)
+                          .put(BR_TRANSACTION, request(target, 1, TF_ONE_WAY)));
+    driver().pool(Reads().put(BR_TRANSACTION, request(target, 1)));
+    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));
+    finish();
+    EXPECT_EQ(calls, 3);
+    const std::vector<Written> answers = written(BC_REPLY);
+    ASSERT_EQ(answers.size(), 2u);
+    EXPECT_EQ(answers[0].payload.size(), sizeof(int32_t));
+    EXPECT_TRUE(answers[1].payload.empty());
+}
+
 TEST_F(ServeTest, OneWayCallIsNotAnsweredAndHasNoCaller) {
     pid_t pid = -1;
     const sp<BBinder> target = new Target([&pid](uint32_t, const Parcel&, Parcel*, uint32_t flags) {
