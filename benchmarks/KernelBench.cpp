@@ -97,12 +97,13 @@ int main(int argc, char** argv) {
     addFanout("raw_tell_batched", [&](uint32_t count) { rawFanout.tell(count, /*batched=*/true); });
     addFanout("runtime_tell", [&](uint32_t count) { runtimeFanout.tell(count); });
 
-    return runPaired(argc, argv,
-                     {{.name = "runtime_call/0", .anchor = "raw_call/0", .goal = 1.14},
-                      {.name = "runtime_call/64", .anchor = "raw_call/64", .goal = 1.20},
-                      {.name = "runtime_tell/1", .anchor = "raw_tell/1", .goal = 0},
-                      {.name = "runtime_tell/10", .anchor = "raw_tell/10", .goal = 1.10},
-                      {.name = "runtime_tell/100", .anchor = "raw_tell/100", .goal = 1.10},
-                      {.name = "raw_tell_batched/10", .anchor = "raw_tell/10", .goal = 0},
-                      {.name = "raw_tell_batched/100", .anchor = "raw_tell/100", .goal = 0}});
+    return runPaired(
+            argc, argv,
+            {{.name = "runtime_call/0", .anchor = "raw_call/0", .goal = 1.14, .stretch = 1.08},
+             {.name = "runtime_call/64", .anchor = "raw_call/64", .goal = 1.20, .stretch = 1.12},
+             {.name = "runtime_tell/1", .anchor = "raw_tell/1"},
+             {.name = "runtime_tell/10", .anchor = "raw_tell/10", .goal = 1.10, .stretch = 0.95},
+             {.name = "runtime_tell/100", .anchor = "raw_tell/100", .goal = 1.10, .stretch = 0.95},
+             {.name = "raw_tell_batched/10", .anchor = "raw_tell/10"},
+             {.name = "raw_tell_batched/100", .anchor = "raw_tell/100"}});
 }

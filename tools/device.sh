@@ -112,7 +112,7 @@ PATH=$build/bin:/bin exec sh -i"
 
 run_benchmarks() {
     machine+=(--count-instructions)
-    echo "instructions in thousands (shown as us), of all processes and the kernel:"
+    echo "In an emulated machine whose clock counts instructions: 1 us is 1000 of them."
     boot bench 300 "$build/bin/kernel_bench" -- \
         "BINDER_DRIVER=$kDevice $build/bin/kernel_bench --benchmark_min_time=0.01 \
 --benchmark_repetitions=3 --benchmark_enable_random_interleaving=true $*"
