@@ -22,6 +22,7 @@ programs=(
     fanout_bench
     focus_bench
     growth_bench
+    peer_bench
 )
 printed=$(mktemp)
 trap 'rm -f "$printed"' EXIT

@@ -22,6 +22,9 @@ CHECK_PACKAGES=(
 # What ./dev vm needs on top.
 VM_PACKAGES=(qemu-system-x86 busybox-static cpio)
 
+# What ./dev bench sets beside the embedded driver. Without them those rows are left out.
+PEER_PACKAGES=(libsystemd-dev dbus-daemon dbus-broker)
+
 # missing_packages NAME...: prints those that are not installed.
 missing_packages() {
     local package
