@@ -90,7 +90,7 @@ void SinkFile::watchFolder() {
     android::base::unique_fd notices(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
     if (!notices.ok()) return;
     std::string folder = std::filesystem::path(mPath).parent_path();
-    if (folder.empty()) folder = ".";
+    if (folder.empty()) folder += '.';
     constexpr uint32_t kChanges = IN_CREATE | IN_MODIFY | IN_MOVED_TO;
     if (inotify_add_watch(notices.get(), folder.c_str(), kChanges) < 0) return;
     mNotices = std::move(notices);
