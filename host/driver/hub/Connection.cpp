@@ -9,8 +9,8 @@
 
 namespace binderhost::hub {
 
-void Connection::send(const Record& record) {
-    if (!open()) return;
+bool Connection::send(const Record& record) {
+    if (!open()) return true;
     const iovec parts[] = {
             {const_cast<uint8_t*>(record.head.data()), record.head.size()},
             {const_cast<uint8_t*>(record.payload.data()), record.payload.size()},
@@ -27,8 +27,11 @@ void Connection::send(const Record& record) {
         status = sendRecord(descriptor(), {parts, count}, descriptors, /*credentials=*/nullptr,
                             MSG_DONTWAIT);
     }
+    // Too many of the user's are in sockets that nobody reads: not the doing of this one.
+    if (status == -ETOOMANYREFS && !record.descriptors.empty()) return false;
     // A driver that has gone is noticed by its hang-up, after its last frames were read.
     if (status != 0 && status != -EPIPE && status != -ECONNRESET) mStuffed->push_back(this);
+    return true;
 }
 
 }  // namespace binderhost::hub

@@ -19,7 +19,7 @@ public:
           : mKind(kind), mDescriptor(std::move(descriptor)), mStuffed(stuffed) {}
 
     /** Never blocks: one record is on its way at most, unless the process broke the protocol. */
-    void send(const Record& record) override;
+    [[nodiscard]] bool send(const Record& record) override;
 
     void becomeProcess(Process* process) {
         mKind = Kind::Process;

@@ -155,7 +155,10 @@ bool Hub::fill(Thread* thread, Record* record) {
             appendBytes(&record->head, untold->command);
             appendBytes(&record->head, untold->object);
         } else {
-            mCalls.deliver(std::get<TransactionPtr>(work), thread, record);
+            const TransactionPtr& transaction = std::get<TransactionPtr>(work);
+            mLast = {transaction->buffer, transaction->reply, transaction->oneway,
+                     record->head.size()};
+            mCalls.deliver(transaction, thread, record);
             ends = true;
         }
     }
@@ -178,8 +181,25 @@ void Hub::send(Thread* thread, Record* record, uint32_t firstCommand) {
     std::memcpy(record->head.data(), &header, sizeof(header));
     std::memcpy(record->head.data() + sizeof(header), &firstCommand, sizeof(firstCommand));
     thread->waiting = false;
-    thread->link->send(*record);
+    if (!thread->link->send(*record)) {
+        withdraw(thread, record);
+        header.descriptors = 0;
+        std::memcpy(record->head.data(), &header, sizeof(header));
+        (void)thread->link->send(*record);
+    }
     record->descriptors.clear();
+}
+
+void Hub::withdraw(Thread* thread, Record* record) {
+    record->head.resize(mLast.position);
+    record->payload.clear();
+    record->descriptors.clear();
+    if (mLast.reply) {
+        appendBytes(&record->head, uint32_t{BR_FAILED_REPLY});
+    } else if (!mLast.oneway) {
+        mCalls.reject(thread);
+    }
+    mBuffers.release(mLast.buffer);
 }
 
 std::string Hub::stats() const {

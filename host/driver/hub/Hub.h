@@ -66,6 +66,8 @@ private:
     [[nodiscard]] bool fill(Thread* thread, Record* record);
     [[nodiscard]] bool wantsLooper(Thread* thread);
     void send(Thread* thread, Record* record, uint32_t firstCommand);
+    /** Takes the record's transaction back out: its call fails. */
+    void withdraw(Thread* thread, Record* record);
 
     const Limits mLimits;
     Scheduler mScheduler;
@@ -76,6 +78,13 @@ private:
     std::vector<std::unique_ptr<Process>> mProcesses;
     std::optional<uid_t> mContextManagerUid;
     Record mRecord;
+    /** The transaction at the end of the record, and where it starts there. */
+    struct {
+        Buffer* buffer = nullptr;
+        bool reply = false;
+        bool oneway = false;
+        size_t position = 0;
+    } mLast;
 };
 
 }  // namespace binderhost::hub

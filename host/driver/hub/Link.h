@@ -20,8 +20,12 @@ struct Record {
 class Link {
 public:
     virtual ~Link() = default;
-    /** Must not call back into the hub. What cannot be sent is the link's own concern. */
-    virtual void send(const Record& record) = 0;
+    /**
+     * Must not call back into the hub. False: nothing was sent, since no more descriptors may be on
+     * their way, and the record is to come again without them. Any other failure is the link's own
+     * concern.
+     */
+    [[nodiscard]] virtual bool send(const Record& record) = 0;
 };
 
 }  // namespace binderhost::hub

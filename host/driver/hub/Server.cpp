@@ -292,7 +292,7 @@ void Server::answer(Connection* connection, int status, const frame::Token& toke
     reply.token = token;
     Record record;
     appendBytes(&record.head, reply);
-    connection->send(record);
+    (void)connection->send(record);  // has no descriptors
 }
 
 void Server::answerStats(Connection* connection) {
@@ -301,7 +301,7 @@ void Server::answerStats(Connection* connection) {
     const std::string text =
             mHub.stats() + "connections=" + std::to_string(mConnections.size() - 2) + "\n";
     record.payload.assign(text.begin(), text.end());
-    connection->send(record);
+    (void)connection->send(record);  // has no descriptors
 }
 
 void Server::drain(Connection* connection) {

@@ -2,6 +2,7 @@
 //
 // The hub without sockets: interleavings and bounds that processes cannot force.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <map>
@@ -62,7 +63,12 @@ public:
         thread = hub->openThread(process, this);
     }
 
-    void send(const Record& record) override {
+    bool send(const Record& record) override {
+        if (refusesDescriptors && !record.descriptors.empty()) return false;
+        take(record);
+        return true;
+    }
+    void take(const Record& record) {
         records++;
         EXPECT_LE(record.head.size() + record.payload.size(), frame::kMaxBytes);
         ByteReader reader({record.head.data(), record.head.size()});
@@ -88,7 +94,20 @@ public:
         FrameDescriptors none;
         return hub->handle(thread, flags, /*uid=*/1000, bytes, &none);
     }
+    /** One transaction with one descriptor, and a read. */
+    [[nodiscard]] bool feedDescriptor(std::vector<uint8_t> bytes) {
+        const uint32_t one = 1;
+        std::memcpy(bytes.data() + sizeof(uint32_t) + offsetof(frame::Transaction, descriptors),
+                    &one, sizeof(one));
+        FrameDescriptors descriptors;
+        descriptors.all.emplace_back(dup(STDERR_FILENO));
+        return hub->handle(thread, frame::kRead, /*uid=*/1000, bytes, &descriptors);
+    }
     void write(const Packed& packed) { EXPECT_TRUE(feed(packed.bytes, 0)); }
+    void waitForWork() {
+        while (!thread->waiting)
+            read();
+    }
     void read(const Packed& packed = {}) { EXPECT_TRUE(feed(packed.bytes, frame::kRead)); }
     [[nodiscard]] std::vector<uint32_t> commands() {
         std::vector<uint32_t> out;
@@ -104,6 +123,7 @@ public:
     std::vector<Got> got;
     std::vector<uint8_t> payload;
     int records = 0;
+    bool refusesDescriptors = false;
 };
 
 using Seen = std::vector<uint32_t>;
@@ -245,6 +265,49 @@ TEST_F(HubCoreTest, callsThatNestForeverFailAtABoundAndEndInPeace) {
     mHub.closeProcess(mServer.process);
     mHub.closeProcess(mClient.process);
     EXPECT_EQ(stat("processes"), 0u);
+}
+
+TEST_F(HubCoreTest, aMessageWhoseDescriptorsCannotGoOutFailsAloneAndItsReceiverLivesOn) {
+    const struct {
+        const char* name;
+        uint32_t flags;
+        bool inReply;
+    } rows[] = {{"a call", TF_ACCEPT_FDS, false},
+                {"a one-way call", TF_ONE_WAY, false},
+                {"a reply", TF_ACCEPT_FDS, true}};
+    const uint32_t handle = give(&mClient);
+    mClient.write(Packed().put(BC_ENTER_LOOPER));
+    mHub.cancelRead(mServer.thread);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        mClient.refusesDescriptors = true;
+        mClient.waitForWork();
+        if (row.inReply) {
+            mServer.read(Packed().call(BC_TRANSACTION, handle, 1, {}, row.flags));
+            mClient.write(Packed().put(BC_FREE_BUFFER, mClient.got.back().buffer));
+            mServer.refusesDescriptors = true;
+            mClient.got.clear();
+        }
+        Peer& sender = row.inReply ? mClient : mServer;
+        std::vector<uint8_t> bytes = row.inReply ? Packed().reply(Payload().descriptor(0)).bytes
+                                                 : Packed().call(BC_TRANSACTION, handle, 1,
+                                                                 Payload().descriptor(0), row.flags)
+                                                           .bytes;
+        EXPECT_TRUE(sender.feedDescriptor(bytes));
+        EXPECT_EQ(stat("descriptors"), 0u);
+        EXPECT_EQ(stat("buffers"), 0u);
+        mServer.refusesDescriptors = mClient.refusesDescriptors = false;
+        const uint32_t wanted = row.flags & TF_ONE_WAY ? BR_TRANSACTION_COMPLETE : BR_FAILED_REPLY;
+        EXPECT_EQ(mServer.commands().back(), wanted);
+        // The next call arrives.
+        mClient.waitForWork();
+        mClient.got.clear();
+        mServer.read(Packed().call(BC_TRANSACTION, handle, 2));
+        ASSERT_EQ(mClient.got.back().command, uint32_t{BR_TRANSACTION});
+        mClient.write(Packed().put(BC_FREE_BUFFER, mClient.got.back().buffer).reply());
+        mServer.write(Packed().put(BC_FREE_BUFFER, mServer.got.back().buffer));
+        mServer.got.clear();
+    }
 }
 
 TEST_F(HubCoreTest, noticesThatDoNotFitOneRecordComeInTheNext) {
