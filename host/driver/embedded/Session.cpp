@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "OwnPid.h"
 #include "embedded/HubConnection.h"
-#include "embedded/OwnPid.h"
 #include "embedded/Socket.h"
 
 namespace binderhost {

@@ -13,6 +13,8 @@
 #include <thread>
 #include <utility>
 
+#include "OwnPid.h"
+
 namespace binderhost {
 
 using android::base::unique_fd;
@@ -71,7 +73,7 @@ std::unique_ptr<Driver> KernelDriver::open(const std::string& path, std::string*
 }
 
 KernelDriver::KernelDriver(std::string path, unique_fd device, void* buffer)
-      : mPath(std::move(path)), mDevice(std::move(device)), mBuffer(buffer) {}
+      : mPath(std::move(path)), mPid(ownPid()), mDevice(std::move(device)), mBuffer(buffer) {}
 
 KernelDriver::~KernelDriver() {
     munmap(mBuffer, kBufferSize);
@@ -115,7 +117,7 @@ std::string KernelDriver::describe() const {
 }
 
 int KernelDriver::control(unsigned long request, void* argument) const {
-    if (!mDevice.ok()) return -ECONNREFUSED;
+    if (!mDevice.ok() || ownPid() != mPid) return -ECONNREFUSED;
     return ioctl(mDevice.get(), request, argument) == 0 ? 0 : -errno;
 }
 

@@ -3,8 +3,8 @@
 // KernelDriver: the kernel's binder module, through one of its devices.
 //
 // Threads: any; the kernel tells them apart by itself. The device is closed in a forked child,
-// which would otherwise keep its parent alive to the kernel; the driver answers -ECONNREFUSED
-// there.
+// which would otherwise keep its parent alive to the kernel. The driver answers -ECONNREFUSED
+// there, also in a child made past the C library's fork.
 #pragma once
 
 #include <android-base/unique_fd.h>
@@ -47,6 +47,7 @@ private:
     [[nodiscard]] int control(unsigned long request, void* argument) const;
 
     const std::string mPath;
+    const pid_t mPid;
     android::base::unique_fd mDevice;
     void* const mBuffer;
     ForkGuard mGuard{&mDevice};

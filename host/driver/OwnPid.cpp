@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "embedded/OwnPid.h"
+#include "OwnPid.h"
 
 #include <sys/mman.h>
 #include <unistd.h>
