@@ -131,7 +131,8 @@ TEST_F(CallTest, AcknowledgementOfAOneWayCallIsNotKeptBack) {
                             .put(BR_TRANSACTION_COMPLETE));
     Parcel data;
     data.writeStrongBinder(object);
-    EXPECT_EQ(proxy()->transact(1, data, nullptr, IBinder::FLAG_ONEWAY), OK);
+    const sp<IBinder> binder = proxy();
+    EXPECT_EQ(binder->transact(1, data, nullptr, IBinder::FLAG_ONEWAY), OK);
     EXPECT_EQ(written(BC_ACQUIRE_DONE).size(), 1u);
     driver().pool(Reads().put(BR_RELEASE, node(object)).put(BR_DECREFS, node(object)));
     driver().pool(Reads().put(BR_FINISHED));

@@ -71,19 +71,14 @@ TEST_F(ProxyTest, ManyThreadsSeeOneProxy) {
 
 TEST_F(ProxyTest, LookupWhileTheLastProxyGoesWaitsForItAndMakesANewOne) {
     sp<IBinder> going = proxy();
-    std::thread looking;
-    sp<IBinder> fresh;
+    std::future<sp<IBinder>> looking;
     // The old one is in its destructor and still in the table.
     driver().whenWritten(BC_RELEASE, [&] {
-        std::promise<void> begun;
-        looking = std::thread([&] {
-            begun.set_value();
-            fresh = proxy();
-        });
-        begun.get_future().wait();
+        looking = std::async(std::launch::async, [] { return proxy(); });
+        EXPECT_NE(looking.wait_for(std::chrono::milliseconds(100)), std::future_status::ready);
     });
     going.clear();
-    looking.join();
+    const sp<IBinder> fresh = looking.get();
     EXPECT_EQ(proxy(), fresh);
     std::vector<uint32_t> counts = driver().writtenCommands();
     std::erase_if(counts, [](uint32_t each) { return each != BC_ACQUIRE && each != BC_RELEASE; });

@@ -232,6 +232,29 @@ TEST_F(ServeTest, DestructorBehindACallRunsAfterTheAnswerHasLeft) {
     EXPECT_FALSE(onlyReply().reads);
 }
 
+TEST_F(ServeTest, OneWayCallMadeBehindAnAnswerEndsWithItsOwnCompletion) {
+    const sp<IBinder> other = proxy();
+    status_t ended = OK;
+    sp<BBinder> dying = new Target(nullptr, [&] {
+        Parcel data;
+        ended = other->transact(1, data, nullptr, IBinder::FLAG_ONEWAY);
+    });
+    const binder_ptr_cookie last = node(dying);
+    const sp<BBinder> target = answering(OK);
+    driver().pool(Reads().put(BR_INCREFS, last).put(BR_ACQUIRE, last));
+    driver().poolLater([&] {
+        dying.clear();
+        return Step{Reads().put(BR_RELEASE, last)
+                            .put(BR_DECREFS, last)
+                            .put(BR_TRANSACTION, request(target, 1)),
+                    0, SIZE_MAX};
+    });
+    driver().pool(Reads().put(BR_TRANSACTION_COMPLETE));  // of the answer
+    driver().pool(Reads().put(BR_FAILED_REPLY));          // of the one-way call
+    finish();
+    EXPECT_EQ(ended, FAILED_TRANSACTION);
+}
+
 TEST_F(ServeTest, AnswerThatHoldsABinderIsSentAloneAndReleasedWhenItIsDone) {
     bool gone = false;
     binder_ptr_cookie given{};

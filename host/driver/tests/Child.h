@@ -90,7 +90,8 @@ public:
     void tell(char letter) const { Door(mFd).tell(letter); }
     void await(char letter) const { Door(mFd).await(letter); }
     [[nodiscard]] bool knocked() const { return Door(mFd).knocked(); }
-    void kill() const { ::kill(mPid, SIGKILL); }
+    void signal(int number) const { ::kill(mPid, number); }
+    void kill() const { signal(SIGKILL); }
     [[nodiscard]] pid_t pid() const { return mPid; }
 
     /** The exit status, or minus the signal. */

@@ -8,8 +8,10 @@
 #include <chrono>
 #include <filesystem>
 #include <list>
+#include <optional>
 
 #include "Bare.h"
+#include "RawClient.h"
 #include "embedded/StatsClient.h"
 #include "hub/Listening.h"
 #include "hub/Server.h"
@@ -55,6 +57,12 @@ protected:
             if (asked && text.find("connections=1\n") != std::string::npos) return true;
         }
         return false;
+    }
+
+    static void stop(const Child& server) {
+        server.signal(SIGSTOP);
+        siginfo_t what{};
+        ASSERT_EQ(waitid(P_PID, static_cast<id_t>(server.pid()), &what, WSTOPPED), 0);
     }
 
     /** What was logged, once nobody can add to it. */
@@ -121,6 +129,10 @@ TEST_F(ServerTest, aHubWhoseLogNobodyReadsServesOn) {
 }
 
 TEST_F(ServerTest, whatClientsMakeAHubSayIsBounded) {
+    // A file takes it all.
+    const std::string file = mFolder + "/log";
+    mLogEnd.reset(open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    mLog.reset(open(file.c_str(), O_RDONLY | O_CLOEXEC));
     const auto server = serve({});
     for (int i = 0; i < 3000; i++) {
         const Bare bare(path());
@@ -133,6 +145,52 @@ TEST_F(ServerTest, whatClientsMakeAHubSayIsBounded) {
     const std::string said = log();
     EXPECT_GE(count(said, "cut off"), 1) << said;
     EXPECT_LT(count(said, "cut off"), 3000);
+}
+
+TEST_F(ServerTest, aDeathIsToldBeforeWhatIsSaidAfterItByOneWhoWasHeardBefore) {
+    constexpr uint32_t kUnknownHandle = 4711;
+    const auto server = serve({});
+    RawClient registry(path());
+    registry.publish();
+    std::optional<RawClient> mortal(path());
+    mortal->write(Commands().call(0, 1, Payload().node(8)));
+    const Return call = registry.expect(BR_TRANSACTION);
+    const uint32_t handle = call.object(0).handle;
+    registry.write(Commands()
+                           .count(BC_ACQUIRE, handle)
+                           .death(BC_REQUEST_DEATH_NOTIFICATION, handle, /*cookie=*/1)
+                           .freeBuffer(call)
+                           .reply());
+    (void)registry.expect(BR_TRANSACTION_COMPLETE);
+    (void)mortal->expectReply();
+
+    Bare process(path());
+    process.becomeProcess();
+    const Bare speaker(path(), process);
+    std::list<Bare> crowd;
+    auto longFrame = bytesOf(frame::Header{});
+    while (longFrame.size() < 100 * 1024) {
+        for (const uint32_t command : {BC_INCREFS, BC_DECREFS}) {
+            appendBytes(&longFrame, command);
+            appendBytes(&longFrame, uint32_t{0});
+        }
+    }
+    for (int i = 0; i < 8; i++)
+        crowd.emplace_back(path(), process);
+    // The speaker is heard first in a round that the crowd makes long: its connection stands
+    // before that of the one that dies when the hub looks again.
+    stop(*server);
+    ASSERT_EQ(speaker.send(soundFrame(kUnknownHandle, frame::kRead)), 0);
+    for (const Bare& each : crowd)
+        ASSERT_EQ(each.send(longFrame), 0);
+    server->signal(SIGCONT);
+    EXPECT_EQ(speaker.firstReturn(), BR_FAILED_REPLY);
+    stop(*server);
+    mortal.reset();
+    ASSERT_EQ(speaker.send(soundFrame()), 0);
+    server->signal(SIGCONT);
+    EXPECT_EQ(registry.nextEvent().command, uint32_t{BR_DEAD_BINDER});
+    EXPECT_EQ(registry.nextEvent().command, uint32_t{BR_TRANSACTION});
 }
 
 }  // namespace
