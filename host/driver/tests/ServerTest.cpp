@@ -4,6 +4,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -34,9 +37,10 @@ protected:
     [[nodiscard]] std::string path() const { return mFolder + "/hub"; }
 
     /** A hub as a process, whose stderr is the log. */
-    std::unique_ptr<Child> serve(const hub::Limits& limits) {
+    std::unique_ptr<Child> serve(const hub::Limits& limits, void (*prepare)() = nullptr) {
         auto server = std::make_unique<Child>([&](Child::Door& door) {
             dup2(mLogEnd.get(), STDERR_FILENO);
+            if (prepare) prepare();
             std::string error;
             unique_fd listener = hub::listenAt(path(), &error);
             require(listener.ok(), error.c_str());
@@ -57,6 +61,13 @@ protected:
             if (asked && text.find("connections=1\n") != std::string::npos) return true;
         }
         return false;
+    }
+
+    [[nodiscard]] uint64_t count(const std::string& name) const {
+        std::string text, error;
+        EXPECT_TRUE(readHubStats(path(), &text, &error)) << error;
+        const size_t at = ("\n" + text).find("\n" + name + "=");
+        return std::stoull(text.substr(at + name.size() + 1));
     }
 
     static void stop(const Child& server) {
@@ -145,6 +156,66 @@ TEST_F(ServerTest, whatClientsMakeAHubSayIsBounded) {
     const std::string said = log();
     EXPECT_GE(count(said, "cut off"), 1) << said;
     EXPECT_LT(count(said, "cut off"), 3000);
+}
+
+/** As an ordinary user's, with few descriptors: so many may be on their way as well. */
+void haveFewDescriptors() {
+    const rlimit few{100, 100};
+    require(setrlimit(RLIMIT_NOFILE, &few) == 0, "setrlimit");
+    if (geteuid() != 0) return;
+    constexpr uid_t kNobody = 65534;
+    require(setresgid(kNobody, kNobody, kNobody) == 0, "setresgid");
+    require(setresuid(kNobody, kNobody, kNobody) == 0, "setresuid");
+}
+
+/** A process that has handed out a node and waits for work, which it does not read. */
+struct Deaf {
+    Deaf(const std::string& path, RawClient* registry)
+          : process(path), thread((process.becomeProcess(), path), process) {
+        const Payload node = Payload().node(8);
+        frame::Transaction head;
+        head.data.flags = TF_ONE_WAY;
+        head.data.data_size = node.bytes.size();
+        head.data.offsets_size = sizeof(binder_size_t);
+        auto bytes = bytesOf(frame::Header{.flags = frame::kRead});
+        appendBytes(&bytes, uint32_t{BC_ENTER_LOOPER});
+        appendBytes(&bytes, uint32_t{BC_TRANSACTION});
+        appendBytes(&bytes, head);
+        bytes.insert(bytes.end(), node.bytes.begin(), node.bytes.end());
+        appendBytes(&bytes, node.offsets[0]);
+        require(thread.send(bytes) == 0, "send");
+        const Return offer = registry->expect(BR_TRANSACTION);
+        handle = offer.object(0).handle;
+        registry->write(Commands().count(BC_ACQUIRE, handle).freeBuffer(offer));
+        require(thread.firstReturn() == BR_INCREFS, "offer");
+        require(thread.send(bytesOf(frame::Header{.flags = frame::kRead})) == 0, "read");
+    }
+    Bare process;
+    Bare thread;
+    uint32_t handle = 0;
+};
+
+TEST_F(ServerTest, noReceiverSuffersWhenOthersLeaveTooManyDescriptorsOnTheirWay) {
+    ASSERT_EQ(chmod(mFolder.c_str(), 0777), 0);
+    const auto server = serve({}, &haveFewDescriptors);
+    RawClient registry(path());
+    registry.publish();
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const unique_fd in(ends[0]), out(ends[1]);
+    Payload payload;
+    for (int i = 0; i < 45; i++)
+        payload.descriptor(out.get());
+    std::list<Deaf> receivers;
+    for (int i = 0; i < 5; i++) {
+        Deaf& each = receivers.emplace_back(path(), &registry);
+        registry.write(Commands().oneway(each.handle, 1, payload));
+        (void)registry.expect(BR_TRANSACTION_COMPLETE);
+    }
+    EXPECT_EQ(count("processes"), 6u);
+    // Three are on their way; the others were given up.
+    EXPECT_EQ(count("buffers"), 3u);
+    EXPECT_EQ(count("descriptors"), 0u);
 }
 
 TEST_F(ServerTest, aDeathIsToldBeforeWhatIsSaidAfterItByOneWhoWasHeardBefore) {
