@@ -305,7 +305,7 @@ std::string firstDifference(const std::string& seen, const std::string& wanted) 
 
 class SessionTest : public DriverFixture {};
 
-constexpr int kSteps = 120;
+constexpr int kSteps = 60;
 
 /** What sessions may not be without. */
 const char* const kKinds[] = {
