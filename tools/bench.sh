@@ -23,7 +23,6 @@ programs=(
     focus_bench
     growth_bench
     peer_bench
-    start_bench
 )
 printed=$(mktemp)
 trap 'rm -f "$printed"' EXIT

@@ -39,7 +39,9 @@ Channel::~Channel() {
 
 int Channel::writeRead(binder_write_read* bwr) {
     bool completedLocally = false;
-    if (const int status = write(bwr, &completedLocally)) return status;
+    if (!post(bwr)) {
+        if (const int status = write(bwr, &completedLocally)) return status;
+    }
     if (bwr->read_consumed >= bwr->read_size) return 0;
     if (completedLocally) {
         const uint32_t returns[] = {BR_NOOP, BR_TRANSACTION_COMPLETE};
@@ -48,6 +50,25 @@ int Channel::writeRead(binder_write_read* bwr) {
         return 0;
     }
     return read(bwr);
+}
+
+bool Channel::post(binder_write_read* bwr) {
+    binder_transaction_data call;
+    uint32_t command = 0;
+    if (bwr->write_size - bwr->write_consumed != sizeof(command) + sizeof(call)) return false;
+    const uint8_t* commands = pointerOf(bwr->write_buffer) + bwr->write_consumed;
+    std::memcpy(&command, commands, sizeof(command));
+    if (command != BC_TRANSACTION) return false;
+    std::memcpy(&call, commands + sizeof(command), sizeof(call));
+    // What is owed or waits to be read has its turn first.
+    const bool quiet = !mReadOutstanding && mIncoming.returns.empty() && mIncoming.owed.empty();
+    if (!quiet || !Outbox::suits(call)) return false;
+    Outbox* outbox = mSession->outbox();
+    if (!outbox || !outbox->post(call)) return false;
+    bwr->write_consumed = bwr->write_size;
+    appendBytes(&mIncoming.returns, uint32_t{BR_NOOP});
+    appendBytes(&mIncoming.returns, uint32_t{BR_TRANSACTION_COMPLETE});
+    return true;
 }
 
 int Channel::write(binder_write_read* bwr, bool* completedLocally) {

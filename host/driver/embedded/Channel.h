@@ -35,6 +35,8 @@ public:
     [[nodiscard]] int writeRead(binder_write_read* bwr);
 
 private:
+    /** A one-way call alone, which needs no answer: false when the hub must be asked. */
+    [[nodiscard]] bool post(binder_write_read* bwr);
     [[nodiscard]] int write(binder_write_read* bwr, bool* completedLocally);
     /** Packs and sends one frame from the start of the commands. */
     [[nodiscard]] int writeSome(std::span<const uint8_t> commands, bool wantsRead, bool whole,

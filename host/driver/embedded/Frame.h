@@ -8,6 +8,7 @@
 //      process connection            client ─ HelloProcess ──▶ hub ─ Answer{token} ──▶ client
 //                                    client ─ BecomeContextManager, SetMaxThreads, ... ─▶ hub
 //                                                                   ─ Answer{status} ─▶ client
+//                                                  (OpenOutbox: and with descriptors)
 //      thread connection             client ─ HelloThread{token} ─▶ hub ─ Answer ──▶ client
 //                                    client ─ Commands (BC_*) ────▶ hub
 //                                    hub    ─ Returns  (BR_*) ────▶ client
@@ -54,6 +55,7 @@ enum class Kind : uint32_t {
     BecomeContextManager,
     SetMaxThreads,
     OnewaySpamDetection,
+    OpenOutbox,  // answered with three descriptors (embedded/OutboxLayout.h), or a negative errno
     Stats,
     Answer = 100,
     Returns,

@@ -48,7 +48,7 @@ ucred ownCredentials() {
     return {getpid(), geteuid(), getegid()};
 }
 
-int receiveAnswer(int socket, frame::Answer* out) {
+int receiveAnswer(int socket, frame::Answer* out, std::vector<unique_fd>* descriptors) {
     if (const int status = awaitReadable(socket)) return status;
     uint8_t room[sizeof(frame::Answer)];
     Received received;
@@ -56,13 +56,15 @@ int receiveAnswer(int socket, frame::Answer* out) {
     if (status == -ECONNRESET) return -ECONNREFUSED;
     if (status) return status;
     if (received.size == 0) return -ECONNREFUSED;
+    if (descriptors) *descriptors = std::move(received.descriptors);
     ByteReader reader({room, received.size});
     const bool sound = reader.take(out) && out->header.magic == frame::kMagic &&
                        out->header.kind == frame::Kind::Answer && out->version == frame::kVersion;
     return sound ? 0 : -EPROTO;
 }
 
-int askBytes(int socket, std::span<const uint8_t> request, frame::Answer* out) {
+int askBytes(int socket, std::span<const uint8_t> request, frame::Answer* out,
+             std::vector<unique_fd>* descriptors) {
     const iovec part{const_cast<uint8_t*>(request.data()), request.size()};
     const ucred credentials = ownCredentials();
     int status = 0;
@@ -70,7 +72,7 @@ int askBytes(int socket, std::span<const uint8_t> request, frame::Answer* out) {
         status = sendRecord(socket, {&part, 1}, {}, &credentials, /*flags=*/0);
     } while (status == -EINTR);
     if (status == -EPIPE || status == -ECONNRESET) return -ECONNREFUSED;
-    return status ? status : receiveAnswer(socket, out);
+    return status ? status : receiveAnswer(socket, out, descriptors);
 }
 
 bool readHubStats(const std::string& path, std::string* out, std::string* error) {

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "embedded/Frame.h"
 
@@ -24,14 +25,19 @@ inline constexpr int kAnswerSeconds = 10;
 [[nodiscard]] ucred ownCredentials();
 
 /** 0 or a negative errno: -ETIMEDOUT, -EPROTO (not a hub's answer), -ECONNREFUSED (hung up). */
-[[nodiscard]] int receiveAnswer(int socket, frame::Answer* out);
+[[nodiscard]] int receiveAnswer(int socket, frame::Answer* out,
+                                std::vector<android::base::unique_fd>* descriptors = nullptr);
 
-[[nodiscard]] int askBytes(int socket, std::span<const uint8_t> request, frame::Answer* out);
+[[nodiscard]] int askBytes(int socket, std::span<const uint8_t> request, frame::Answer* out,
+                           std::vector<android::base::unique_fd>* descriptors);
 
-/** Sends a request (a trivially copyable frame) with credentials and takes its answer. */
+/** Sends a request (a trivially copyable frame) with credentials; takes its answer and what came.
+ */
 template <typename Request>
-[[nodiscard]] int ask(int socket, const Request& request, frame::Answer* out) {
-    return askBytes(socket, {reinterpret_cast<const uint8_t*>(&request), sizeof(request)}, out);
+[[nodiscard]] int ask(int socket, const Request& request, frame::Answer* out,
+                      std::vector<android::base::unique_fd>* descriptors = nullptr) {
+    return askBytes(socket, {reinterpret_cast<const uint8_t*>(&request), sizeof(request)}, out,
+                    descriptors);
 }
 
 }  // namespace binderhost

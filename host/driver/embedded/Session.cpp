@@ -13,6 +13,8 @@
 namespace binderhost {
 namespace {
 
+constexpr uint32_t kCallsBeforeOutbox = 2;
+
 uint64_t nextId() {
     static std::atomic<uint64_t> last{0};
     return ++last;
@@ -81,6 +83,26 @@ int Session::control(frame::Kind kind, uint32_t value) {
     frame::Answer answer;
     const int status = ask(mProcess.get(), request, &answer);
     return status ? status : answer.status;
+}
+
+Outbox* Session::outbox() {
+    Outbox* opened = mOutbox.load();
+    if (opened) return opened;
+    if (++mOutboxCalls == kCallsBeforeOutbox) openOutbox();
+    return mOutbox.load();
+}
+
+void Session::openOutbox() {
+    const std::lock_guard lock(mLock);
+    if (!ours() || !mProcess.ok()) return;
+    frame::Control request;
+    request.header.kind = frame::Kind::OpenOutbox;
+    frame::Answer answer;
+    std::vector<unique_fd> descriptors;
+    // Without one every call asks the hub, which is slower and nothing else.
+    if (ask(mProcess.get(), request, &answer, &descriptors) != 0 || answer.status != 0) return;
+    mOwnOutbox = Outbox::open(std::move(descriptors));
+    mOutbox = mOwnOutbox.get();
 }
 
 void Session::leave() {

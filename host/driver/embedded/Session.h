@@ -10,6 +10,7 @@
 #include <android-base/unique_fd.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -17,6 +18,7 @@
 #include "ForkGuard.h"
 #include "embedded/BufferTable.h"
 #include "embedded/Frame.h"
+#include "embedded/Outbox.h"
 
 namespace binderhost {
 
@@ -32,6 +34,12 @@ public:
     [[nodiscard]] int control(frame::Kind kind, uint32_t value);
     void leave();
 
+    /**
+     * For a one-way call that suits it, any thread; null where there is none. Opened at the second
+     * such call: most processes make none, and tools make one.
+     */
+    [[nodiscard]] Outbox* outbox();
+
     /** False in a forked child, which has no part in its parent's session. */
     [[nodiscard]] bool ours() const;
 
@@ -42,6 +50,7 @@ public:
     [[nodiscard]] const std::string& path() const { return mPath; }
 
 private:
+    void openOutbox();
     Session(std::string path, android::base::unique_fd place, android::base::unique_fd process,
             const frame::Token& token);
 
@@ -55,6 +64,10 @@ private:
     std::mutex mLock;
     android::base::unique_fd mProcess GUARDED_BY(mLock);
     ForkGuard mGuard{&mProcess};
+    std::unique_ptr<Outbox> mOwnOutbox GUARDED_BY(mLock);
+    /** mOwnOutbox, for those who do not hold the lock: made once, and not taken back. */
+    std::atomic<Outbox*> mOutbox{nullptr};
+    std::atomic<uint32_t> mOutboxCalls{0};
 };
 
 }  // namespace binderhost

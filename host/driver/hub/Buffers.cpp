@@ -29,20 +29,30 @@ bool sealedAsPromised(const Buffer& buffer) {
 
 }  // namespace
 
+bool Buffers::hasRoom(const Process& receiver, uint64_t charge, bool oneway) const {
+    return outbox::left(mLimits.bufferBytes, receiver.bufferBytes) >= charge &&
+           (!oneway || outbox::left(mLimits.onewayBytes, receiver.onewayBytes) >= charge);
+}
+
+bool Buffers::mayPromise(const Process& receiver) const {
+    return receiver.bufferBytes <= mLimits.bufferBytes / 2 &&
+           receiver.onewayBytes + receiver.promisedBytes + outbox::kPromise <=
+                   mLimits.onewayBytes / 2;
+}
+
 bool Buffers::reserve(const Request& request, const Message& message, Buffer* buffer) {
     const uint64_t dataSize = message.data.data_size;
     const uint64_t offsetsSize = message.data.offsets_size;
     if (dataSize > mLimits.bufferBytes || offsetsSize > mLimits.bufferBytes) return false;
     Process& receiver = *request.receiver;
     const uint64_t charge = chargeFor(dataSize, offsetsSize);
-    if (charge > mLimits.bufferBytes - receiver.bufferBytes) return false;
-    if (request.oneway && charge > mLimits.onewayBytes - receiver.onewayBytes) return false;
+    if (!request.promised && !hasRoom(receiver, charge, request.oneway)) return false;
     const size_t descriptors = message.descriptors.size();
     if (descriptors > mLimits.descriptors - receiver.descriptors) return false;
     buffer->owner = &receiver;
     buffer->charge = charge;
     buffer->oneway = request.oneway;
-    buffer->senderPid = request.sender->process->identity.pid();
+    buffer->senderPid = request.sender->identity.pid();
     buffer->dataSize = dataSize;
     buffer->offsetsSize = offsetsSize;
     buffer->placement = message.placement;
@@ -131,12 +141,12 @@ bool Buffers::translate(const Request& request, const Buffer& buffer, uint32_t* 
 
 bool Buffers::translateLocal(const Request& request, flat_binder_object* object) {
     const bool strong = object->hdr.type == BINDER_TYPE_BINDER;
-    const NodePtr node = mReferences->localNode(request.sender->process, *object);
+    const NodePtr node = mReferences->localNode(request.sender, *object);
     if (!node) return false;
     const Reference* reference =
-            request.receiver == request.sender->process
+            request.receiver == request.sender
                     ? nullptr
-                    : mReferences->take(request.receiver, node, strong, request.sender);
+                    : mReferences->take(request.receiver, node, strong, request.thread);
     if (!reference) {
         mReferences->settle(node, /*ownerThread=*/nullptr);
         return false;
@@ -150,7 +160,7 @@ bool Buffers::translateLocal(const Request& request, flat_binder_object* object)
 
 bool Buffers::translateHandle(const Request& request, flat_binder_object* object) {
     const bool strong = object->hdr.type == BINDER_TYPE_HANDLE;
-    const Reference* held = mReferences->find(request.sender->process, object->handle);
+    const Reference* held = mReferences->find(request.sender, object->handle);
     if (!held || (strong && held->strong == 0)) return false;
     const NodePtr node = held->node;
     if (node->owner == request.receiver) {
@@ -215,7 +225,7 @@ void Buffers::release(Buffer* buffer) {
 }
 
 bool Buffers::looksLikeSpam(Process* receiver, pid_t sender) const {
-    if (mLimits.onewayBytes - receiver->onewayBytes >= mLimits.bufferBytes / 10) {
+    if (outbox::left(mLimits.onewayBytes, receiver->onewayBytes) >= mLimits.bufferBytes / 10) {
         receiver->spamReported = false;
         return false;
     }

@@ -19,10 +19,14 @@ public:
           : mScheduler(scheduler), mReferences(references), mLimits(limits) {}
 
     struct Request {
-        Thread* sender;
+        Process* sender;
+        /** Of the sender; null for a message without objects. */
+        Thread* thread;
         Process* receiver;
         bool oneway;
         bool acceptsDescriptors;
+        /** The sender was told that there is room, and there was when it was told. */
+        bool promised = false;
     };
 
     /** Null: no room, or a word of the message is wrong. */
@@ -34,7 +38,11 @@ public:
     /** True once each time the sender has come to fill the receiver's one-way space. */
     [[nodiscard]] bool looksLikeSpam(Process* receiver, pid_t sender) const;
 
+    /** So much is neither used nor promised that one-way calls may be promised room unseen. */
+    [[nodiscard]] bool mayPromise(const Process& receiver) const;
+
 private:
+    [[nodiscard]] bool hasRoom(const Process& receiver, uint64_t charge, bool oneway) const;
     [[nodiscard]] bool reserve(const Request& request, const Message& message, Buffer* buffer);
     [[nodiscard]] bool takeObjects(const Request& request, Message* message, Buffer* buffer);
     [[nodiscard]] bool translate(const Request& request, const Buffer& buffer,

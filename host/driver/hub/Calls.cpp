@@ -56,9 +56,9 @@ void Calls::transact(Thread* thread, uid_t uid, Message* message) {
         refuse(thread, BR_FAILED_REPLY);
         return;
     }
-    Buffer* buffer = mBuffers->make(
-            {thread, node->owner, oneway, /*acceptsDescriptors=*/node->acceptsDescriptors},
-            message);
+    Buffer* buffer = mBuffers->make({thread->process, thread, node->owner, oneway,
+                                     /*acceptsDescriptors=*/node->acceptsDescriptors},
+                                    message);
     if (!buffer) {
         refuse(thread, BR_FAILED_REPLY);
         return;
@@ -73,16 +73,50 @@ void Calls::transact(Thread* thread, uid_t uid, Message* message) {
     call->senderUid = uid;
     call->buffer = buffer;
     if (oneway) {
-        sendOneway(thread, node, std::move(call));
+        reportOneway(thread, node->owner);
+        promise(thread->process, message->data.target.handle, node->owner);
+        sendOneway(node, std::move(call));
     } else {
         sendTwoWay(thread, node->owner, std::move(call));
     }
 }
 
-void Calls::sendOneway(Thread* thread, const NodePtr& node, TransactionPtr call) {
-    const bool spam = mBuffers->looksLikeSpam(node->owner, thread->process->identity.pid()) &&
+void Calls::post(Process* sender, const Outbox::Letter& letter) {
+    const Reference* reference = mReferences->find(sender, letter.head.handle);
+    if (!reference || reference->strong == 0 || !reference->node->owner) return;
+    const NodePtr node = reference->node;
+    Message message;
+    message.data.data_size = letter.data.size();
+    message.bytes = letter.data;
+    Buffer* buffer = mBuffers->make({sender, /*thread=*/nullptr, node->owner, /*oneway=*/true,
+                                     /*acceptsDescriptors=*/false, /*promised=*/true},
+                                    &message);
+    if (!buffer) return;
+    buffer->target = node;
+    mReferences->pin(node, /*strong=*/true);
+    auto call = std::make_shared<Transaction>();
+    call->oneway = true;
+    call->code = letter.head.code;
+    call->flags = letter.head.flags | TF_ONE_WAY;
+    call->senderUid = sender->outbox->uid();
+    call->buffer = buffer;
+    promise(sender, letter.head.handle, node->owner);
+    sendOneway(node, std::move(call));
+}
+
+void Calls::promise(Process* sender, uint32_t handle, Process* receiver) {
+    if (!sender->outbox) return;
+    receiver->promisedBytes -= sender->outbox->promised(handle);
+    receiver->promisedBytes += sender->outbox->promise(handle, mBuffers->mayPromise(*receiver));
+}
+
+void Calls::reportOneway(Thread* thread, Process* receiver) {
+    const bool spam = mBuffers->looksLikeSpam(receiver, thread->process->identity.pid()) &&
                       thread->process->spamDetection;
     refuse(thread, spam ? BR_ONEWAY_SPAM_SUSPECT : BR_TRANSACTION_COMPLETE);
+}
+
+void Calls::sendOneway(const NodePtr& node, TransactionPtr call) {
     if (node->onewayBusy) {
         node->onewayTodo.push_back(std::move(call));
         return;
@@ -117,7 +151,7 @@ void Calls::reply(Thread* thread, uid_t uid, Message* message, bool completesLoc
     Thread* caller = call->from;
     Buffer* buffer = nullptr;
     if (caller) {
-        buffer = mBuffers->make({thread, caller->process, /*oneway=*/false,
+        buffer = mBuffers->make({thread->process, thread, caller->process, /*oneway=*/false,
                                  /*acceptsDescriptors=*/(call->flags & TF_ACCEPT_FDS) != 0},
                                 message);
     }

@@ -20,6 +20,8 @@ public:
           : mScheduler(scheduler), mReferences(references), mBuffers(buffers), mLimits(limits) {}
 
     void transact(Thread* thread, uid_t uid, Message* message);
+    /** A one-way call that was promised to be taken; one to a receiver that has gone is lost. */
+    void post(Process* sender, const Outbox::Letter& letter);
     void reply(Thread* thread, uid_t uid, Message* message, bool completesLocally);
     /** The call in hand could not be received after all: its caller fails. */
     void reject(Thread* thread);
@@ -42,7 +44,11 @@ private:
     [[nodiscard]] static Thread* waitingThread(const Thread& caller, const Process* receiver);
     /** Nobody's stack and no chain may grow for ever. */
     [[nodiscard]] bool mayCall(const Thread& caller, const Process* receiver) const;
-    void sendOneway(Thread* thread, const NodePtr& node, TransactionPtr call);
+    /** Whether the sender's next one-way calls to the handle may come as letters. */
+    void promise(Process* sender, uint32_t handle, Process* receiver);
+    /** Tells the sender that the call was accepted. */
+    void reportOneway(Thread* thread, Process* receiver);
+    void sendOneway(const NodePtr& node, TransactionPtr call);
     void sendTwoWay(Thread* thread, Process* receiver, TransactionPtr call);
     /** To the caller, which is alive; at once, or when it is back from a nested call. */
     void answer(const TransactionPtr& call, Work work);

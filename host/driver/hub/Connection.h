@@ -12,7 +12,7 @@ namespace binderhost::hub {
 
 class Connection : public Link {
 public:
-    enum class Kind { Listener, Signal, Stranger, Process, ProcessExit, Thread };
+    enum class Kind { Listener, Signal, Stranger, Process, ProcessExit, Thread, Bell };
 
     /** A driver that does not take what it asked for is put on the list, which outlives this. */
     Connection(Kind kind, android::base::unique_fd descriptor, std::vector<Connection*>* stuffed)
@@ -30,7 +30,7 @@ public:
         mProcess = process;
         mThread = thread;
     }
-    /** The watch of a process's end, beside its connection. */
+    /** The watch of a process's end or the bell of its outbox, beside its connection. */
     void watch(Process* process) { mProcess = process; }
     /** Its thread has ended; what else hangs on it ends with the connection. */
     void close() {

@@ -99,6 +99,7 @@ void Hub::closeProcess(Process* process) {
     for (const auto& [ptr, node] : nodes) {
         node->owner = nullptr;
         node->onewayTodo.clear();
+        mReferences.promiseNoMore(*node);
         mDeaths.nodeDied(node);
     }
     std::deque<Work> left;
@@ -124,6 +125,11 @@ void Hub::cancelRead(Thread* thread) {
     mScheduler.leaveIdle(thread);
     begin(&mRecord);
     send(thread, &mRecord, BR_NOOP);
+}
+
+void Hub::post(Process* sender, const Outbox::Letter& letter) {
+    mPosted++;
+    mCalls.post(sender, letter);
 }
 
 void Hub::flush() {
@@ -204,7 +210,7 @@ void Hub::withdraw(Thread* thread, Record* record) {
 
 std::string Hub::stats() const {
     size_t threads = 0, idle = 0, nodes = 0, handles = 0, buffers = 0, links = 0, descriptors = 0,
-           work = 0;
+           work = 0, outboxes = 0;
     uint64_t bytes = 0;
     for (const auto& process : mProcesses) {
         threads += process->threads.size();
@@ -214,6 +220,7 @@ std::string Hub::stats() const {
         buffers += process->buffers.size();
         links += process->deathLinks;
         descriptors += process->descriptors;
+        outboxes += process->outbox ? 1 : 0;
         bytes += process->bufferBytes;
         work += process->todo.size();
         for (const auto& thread : process->threads)
@@ -233,6 +240,8 @@ std::string Hub::stats() const {
     line("death_links", links);
     line("descriptors", descriptors);
     line("queued", work);
+    line("outboxes", outboxes);
+    line("letters_taken", mPosted);
     return out;
 }
 

@@ -45,6 +45,11 @@ public:
                               std::span<const uint8_t> commands, FrameDescriptors* descriptors);
     void cancelRead(Thread* thread);
 
+    /** A one-way call out of the sender's outbox. What it sets going leaves with flush(). */
+    void post(Process* sender, const Outbox::Letter& letter);
+    /** Sends what threads are waiting for. Every other operation does so itself. */
+    void flush();
+
     /** 0, -EBUSY or -EPERM: only the uid that had it first may have it again. */
     [[nodiscard]] int becomeContextManager(Process* process, uid_t uid);
     void setMaxThreads(Process* process, uint32_t count) { process->maxThreads = count; }
@@ -61,7 +66,6 @@ private:
     void handleLooperCommand(Thread* thread, uint32_t command);
     void endThread(Thread* thread);
     void dropWork(Process* process, Work work);
-    void flush();
     /** False: there was nothing to say after all. */
     [[nodiscard]] bool fill(Thread* thread, Record* record);
     [[nodiscard]] bool wantsLooper(Thread* thread);
@@ -77,6 +81,7 @@ private:
     Calls mCalls;
     std::vector<std::unique_ptr<Process>> mProcesses;
     std::optional<uid_t> mContextManagerUid;
+    uint64_t mPosted = 0;
     Record mRecord;
     /** The transaction at the end of the record, and where it starts there. */
     struct {

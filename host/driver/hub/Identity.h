@@ -29,6 +29,12 @@ public:
 
     [[nodiscard]] pid_t pid() const { return mPid; }
 
+    /**
+     * True when the process has one uid only and may take no other: what it says later without a
+     * frame is then said under that one as well. Looks into /proc.
+     */
+    [[nodiscard]] bool cannotChange() const;
+
 private:
     pid_t mPid;
 };

@@ -14,6 +14,7 @@
 #include "hub/Buffer.h"
 #include "hub/Identity.h"
 #include "hub/Node.h"
+#include "hub/Outbox.h"
 #include "hub/Reference.h"
 #include "hub/Thread.h"
 
@@ -45,9 +46,16 @@ struct Process {
     std::unordered_map<uint64_t, std::unique_ptr<Buffer>> buffers;
     uint64_t bufferBytes = 0;
     uint64_t onewayBytes = 0;
+    /** Promised to senders of one-way calls that have not come yet. */
+    uint64_t promisedBytes = 0;
     size_t descriptors = 0;
     /** Notices about its nodes that leaving threads have given back. */
     size_t untold = 0;
+
+    /** Null until it asks for one, and in a process whose uid may change. */
+    std::unique_ptr<Outbox> outbox;
+    /** Outboxes has it on its list. */
+    bool outboxPending = false;
 
     /** Links and what is left of cleared ones. */
     size_t deathLinks = 0;

@@ -83,7 +83,10 @@ void References::decrement(Reference* reference, bool strong) {
     if (count == 0) return;
     count--;
     const NodePtr node = reference->node;
-    if (strong && count == 0) node->strongHandles--;
+    if (strong && count == 0) {
+        node->strongHandles--;
+        promiseNoMore(*reference);
+    }
     if (!reference->strong && !reference->weak) {
         drop(reference);
     } else {
@@ -91,8 +94,23 @@ void References::decrement(Reference* reference, bool strong) {
     }
 }
 
+void References::promiseNoMore(const Node& node) {
+    for (const auto& [serial, reference] : node.references)
+        promiseNoMore(*reference);
+}
+
+void References::promiseNoMore(const Reference& reference) {
+    const auto& outbox = reference.process->outbox;
+    if (!outbox) return;
+    if (Process* receiver = reference.node->owner) {
+        receiver->promisedBytes -= outbox->promised(reference.handle);
+    }
+    (void)outbox->promise(reference.handle, /*more=*/false);
+}
+
 void References::drop(Reference* reference) {
     Process* process = reference->process;
+    promiseNoMore(*reference);
     const NodePtr node = reference->node;
     if (reference->strong) node->strongHandles--;
     node->references.erase(reference->serial);

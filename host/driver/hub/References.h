@@ -47,9 +47,13 @@ public:
 
     void drop(Reference* reference);
 
+    /** One-way calls to the node must be asked about from now on. */
+    void promiseNoMore(const Node& node);
+
     void settle(const NodePtr& node, Thread* ownerThread);
 
 private:
+    static void promiseNoMore(const Reference& reference);
     [[nodiscard]] uint32_t newHandle(Process* process, const NodePtr& node);
 
     Scheduler* mScheduler;

@@ -34,8 +34,9 @@ Server::Server(unique_fd listener, unique_fd stop, const Limits& limits)
 int Server::run() {
     while (!mStopping) {
         mEvents.resize(mConnections.size() + 1);
+        // Letters that were written during the last round are not waited for.
         const int count = epoll_wait(mEpoll.get(), mEvents.data(), static_cast<int>(mEvents.size()),
-                                     /*timeout=*/-1);
+                                     mOutboxes.pending() ? 0 : -1);
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) return -errno;
         round(static_cast<size_t>(count));
@@ -55,6 +56,8 @@ void Server::round(size_t count) {
             if (connection->open()) act(connection, event.events);
         }
     };
+    hearBells(events);
+    takeLetters();
     each([this](Connection* connection, uint32_t what) {
         const bool gone = connection->kind() == Kind::Process && (what & kGone);
         if (gone || connection->kind() == Kind::ProcessExit) endProcess(connection->process());
@@ -64,7 +67,10 @@ void Server::round(size_t count) {
     });
     each([this](Connection* connection, uint32_t what) {
         if (connection->kind() == Kind::Signal) mStopping = true;
-        if (connection->kind() <= Kind::Signal || connection->kind() == Kind::ProcessExit) return;
+        if (connection->kind() <= Kind::Signal || connection->kind() == Kind::ProcessExit ||
+            connection->kind() == Kind::Bell) {
+            return;
+        }
         if (what & EPOLLIN) {
             readFrame(connection);
         } else if (what & kGone) {
@@ -208,6 +214,9 @@ void Server::control(Connection* connection, const frame::Header& header, uid_t 
         case frame::Kind::OnewaySpamDetection:
             mHub.detectSpam(connection->process(), request.value != 0);
             break;
+        case frame::Kind::OpenOutbox:
+            openOutbox(connection, uid);
+            return;
         default:
             cutOff(connection, "an unknown request");
             return;
@@ -285,14 +294,18 @@ void Server::openThread(Connection* connection, const frame::Token& token) {
     answer(connection, 0, {});
 }
 
-void Server::answer(Connection* connection, int status, const frame::Token& token) {
+void Server::answer(Connection* connection, int status, const frame::Token& token,
+                    std::vector<PassedDescriptor> descriptors) {
     frame::Answer reply;
     reply.header.kind = frame::Kind::Answer;
+    reply.header.descriptors = static_cast<uint32_t>(descriptors.size());
     reply.status = status;
     reply.token = token;
     Record record;
     appendBytes(&record.head, reply);
-    (void)connection->send(record);  // has no descriptors
+    record.descriptors = std::move(descriptors);
+    // Without its descriptors an answer is a refusal.
+    if (!connection->send(record)) answer(connection, -ETOOMANYREFS, {});
 }
 
 void Server::answerStats(Connection* connection) {
@@ -322,8 +335,12 @@ void Server::drain(Connection* connection) {
 }
 
 void Server::endProcess(Process* process) {
-    // A frame that is drained may itself end the process.
-    const std::vector<Connection*> connections = mProcesses[process].connections;
+    mOutboxes.rung(process);
+    takeLetters();
+    // Its letters or a frame that is drained may themselves end the process.
+    const auto at = mProcesses.find(process);
+    if (at == mProcesses.end()) return;
+    const std::vector<Connection*> connections = at->second.connections;
     for (Connection* connection : connections) {
         if (connection->kind() == Connection::Kind::Thread) drain(connection);
     }
@@ -335,8 +352,13 @@ void Server::closeProcess(Process* process) {
     if (at == mProcesses.end()) return;
     const std::vector<Connection*> closing = std::move(at->second.connections);
     mProcesses.erase(at);
+    mOutboxes.forget(process);
     mHub.closeProcess(process);
     for (Connection* connection : closing) {
+        // The process has the bell as well: closing it here does not end its events.
+        if (connection->kind() == Connection::Kind::Bell) {
+            epoll_ctl(mEpoll.get(), EPOLL_CTL_DEL, connection->descriptor(), nullptr);
+        }
         connection->close();
         closeConnection(connection);
     }

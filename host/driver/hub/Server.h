@@ -4,13 +4,15 @@
 //
 // One thread, one epoll. Each round takes all events that are ready and treats them in this order:
 //
-//      1. processes that have ended   their last frames are read, then everybody learns of the end
-//      2. threads that have ended     likewise
-//      3. one frame of each readable connection
-//      4. new connections
+//      1. letters of outboxes         all that were sent before now, by whomever
+//      2. processes that have ended   their last frames are read, then everybody learns of the end
+//      3. threads that have ended     likewise
+//      4. one frame of each readable connection
+//      5. new connections
 //
-// So what a dead process still said comes before its death, and its death before any command that
-// was sent after it. Reading one frame each keeps a busy sender from starving the others.
+// So what a dead process still said comes before its death, its death before any command that was
+// sent after it, and a letter before any frame that was sent after it. Reading one frame each keeps
+// a busy sender from starving the others.
 #pragma once
 
 #include <android-base/unique_fd.h>
@@ -25,6 +27,7 @@
 #include "embedded/Socket.h"
 #include "hub/Connection.h"
 #include "hub/Hub.h"
+#include "hub/Outboxes.h"
 
 namespace binderhost::hub {
 
@@ -45,6 +48,9 @@ private:
 
     Connection* add(Connection::Kind kind, android::base::unique_fd descriptor, uint32_t events);
     void round(size_t count);
+    /** Takes the letters whose bells have rung, and whose bells ring now. */
+    void takeLetters();
+    void hearBells(std::span<const epoll_event> events);
     void acceptAll(int listener);
     void refuseForLackOfDescriptors(int listener);
     /** Says so once, until half of the connections have gone. */
@@ -59,7 +65,9 @@ private:
                  std::span<const uint8_t> bytes);
     void commands(Connection* connection, const frame::Header& header, uid_t uid,
                   std::span<const uint8_t> bytes);
-    void answer(Connection* connection, int status, const frame::Token& token);
+    void openOutbox(Connection* connection, uid_t uid);
+    void answer(Connection* connection, int status, const frame::Token& token,
+                std::vector<PassedDescriptor> descriptors = {});
     void answerStats(Connection* connection);
     /** Reads and treats all that is left in a connection whose other side has gone. */
     void drain(Connection* connection);
@@ -73,6 +81,7 @@ private:
     void giveBackMemory();
 
     Hub mHub;
+    Outboxes mOutboxes;
     const Limits mLimits;
     android::base::unique_fd mEpoll;
     /** Given up to take and refuse a connection when there is no descriptor left for it. */
@@ -87,6 +96,7 @@ private:
     /** Closed in this round: events may still name them. */
     std::vector<std::unique_ptr<Connection>> mClosed;
     std::vector<epoll_event> mEvents;
+    std::vector<epoll_event> mBells;
     std::vector<uint8_t> mRoom;
     Received mReceived;
     /** Of the frame in hand. */

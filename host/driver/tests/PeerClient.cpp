@@ -76,13 +76,15 @@ void takeBuffer(Note* note, size_t* descriptorsSeen, Return* out) {
 
 }  // namespace
 
-PeerClient::PeerClient(const std::string& path) {
+PeerClient::PeerClient(const std::string& path, As as) {
     auto [ours, its] = connected();
     std::fflush(nullptr);
     const pid_t parent = getpid();
     mProcess->pid = fork();
     if (mProcess->pid < 0) throw std::runtime_error("no process for a peer");
     if (mProcess->pid == 0) {
+        const bool changes = as == As::Ordinary && geteuid() == 0;
+        if (changes && setresuid(kOrdinaryUid, kOrdinaryUid, kOrdinaryUid) != 0) _exit(1);
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent) _exit(1);
         closeAllBut(its.get());

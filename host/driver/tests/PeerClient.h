@@ -28,8 +28,12 @@ class PeerClient : public StepClient {
 public:
     static constexpr std::chrono::seconds kDeadline{30};
 
+    /** Who a peer is: as the test, or, where that is root, somebody who may not become another. */
+    enum class As { Tester, Ordinary };
+    static constexpr uid_t kOrdinaryUid = 65534;
+
     /** A new process with the driver at a path. */
-    explicit PeerClient(const std::string& path);
+    explicit PeerClient(const std::string& path, As as = As::Tester);
     /** A new thread of the same process; it leaves the driver when its client is destroyed. */
     explicit PeerClient(const PeerClient* sibling);
     PeerClient(PeerClient&&) = default;

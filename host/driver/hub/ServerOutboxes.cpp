@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The bells of outboxes, and how a process gets one. Part of Server.
+#include <fcntl.h>
+#include <sys/eventfd.h>
+
+#include <cerrno>
+
+#include "embedded/Clock.h"
+#include "hub/Report.h"
+#include "hub/Server.h"
+
+namespace binderhost::hub {
+
+using android::base::unique_fd;
+
+void Server::hearBells(std::span<const epoll_event> events) {
+    for (const epoll_event& event : events) {
+        const auto* connection = static_cast<const Connection*>(event.data.ptr);
+        if (connection->open() && connection->kind() == Connection::Kind::Bell) {
+            mOutboxes.rung(connection->process());
+        }
+    }
+}
+
+void Server::takeLetters() {
+    if (!mOutboxes.pending()) return;
+    const uint64_t until = monotonicNow();
+    // A bell's event comes once; all others come again.
+    mBells.resize(mConnections.size() + 1);
+    const int count = epoll_wait(mEpoll.get(), mBells.data(), static_cast<int>(mBells.size()), 0);
+    if (count > 0) hearBells({mBells.data(), static_cast<size_t>(count)});
+    const auto give = [this](Process* process, const Outbox::Letter& letter) {
+        mHub.post(process, letter);
+    };
+    const std::vector<Process*> broken = mOutboxes.take(until, give);
+    mHub.flush();
+    for (Process* process : broken) {
+        report("cut off process %d: a malformed letter", process->identity.pid());
+        closeProcess(process);
+    }
+}
+
+void Server::openOutbox(Connection* connection, uid_t uid) {
+    Process* process = connection->process();
+    std::array<unique_fd, 2> memory;
+    unique_fd bell(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    unique_fd theirs(fcntl(bell.get(), F_DUPFD_CLOEXEC, 0));
+    std::unique_ptr<Outbox> outbox;
+    if (process->outbox) {
+        cutOff(connection, "asks for a second outbox");
+        return;
+    }
+    const bool allowed = process->identity.cannotChange();
+    if (allowed && theirs.ok()) outbox = Outbox::make(uid, &memory);
+    Connection* watch = nullptr;
+    if (outbox) watch = add(Connection::Kind::Bell, std::move(bell), EPOLLIN | EPOLLET);
+    if (!watch) {
+        answer(connection, allowed ? -ENOMEM : -EPERM, {});
+        return;
+    }
+    watch->watch(process);
+    mProcesses[process].connections.push_back(watch);
+    process->outbox = std::move(outbox);
+    std::vector<PassedDescriptor> descriptors;
+    for (unique_fd* each : {&memory[0], &memory[1], &theirs})
+        descriptors.emplace_back(each->release());
+    answer(connection, 0, {}, std::move(descriptors));
+}
+
+}  // namespace binderhost::hub
