@@ -94,7 +94,13 @@ KeptProcesses::Kept KeptProcesses::find(int pid) {
     return found;
 }
 
+bool KeptProcesses::hasKnownRoom() {
+    const std::lock_guard<std::mutex> lock(mMutex);
+    return mPids.size() < mKnownMost && ++mAdditions % kAdditionsPerLimit != 0;
+}
+
 bool KeptProcesses::makeRoom() {
+    if (hasKnownRoom()) return true;
     const size_t most = this->most();
     std::vector<Kept> surplus;
     int victimPid = 0;
@@ -102,6 +108,7 @@ bool KeptProcesses::makeRoom() {
     bool leaves = false;
     {
         const std::lock_guard<std::mutex> lock(mMutex);
+        mKnownMost = most;
         // After the limit was lowered.
         while (mPids.size() > most)
             surplus.push_back(takeLocked(mPids.back()));

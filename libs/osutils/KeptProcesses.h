@@ -3,8 +3,10 @@
 // Kept processes: the known processes' descriptors, by pid.
 //
 // Bound: kMost processes, and no more than a quarter of the soft limit of descriptors, so that
-// these two a process leave half of them to everyone else. The limit is read whenever a process
-// is added and never changed. Memory is reckoned from the size of the structures:
+// these two a process leave half of them to everyone else. The limit is never changed; it is read
+// when the table is full as far as is known, and else at one addition in kAdditionsPerLimit, so
+// that one which is lowered is exceeded for so many at most. Memory is reckoned from the size of
+// the structures:
 //
 //     soft limit    kept    descriptors    memory here    in the kernel
 //     1024           256            512         32 KiB         0.6 MiB
@@ -41,8 +43,9 @@ namespace NQS::OS {
 class KeptProcesses {
 public:
     static constexpr size_t kMost = 2048;
-    static constexpr unsigned kQuestionsPerLook = 32;
+    static constexpr unsigned kQuestionsPerLook = 128;
     static constexpr unsigned kNewcomers = 16;
+    static constexpr unsigned kAdditionsPerLimit = 16;
 
     /** `root` must outlive this object; it is "/proc" but in tests, which may also keep fewer. */
     explicit KeptProcesses(const char* root, size_t most = kMost);
@@ -76,6 +79,8 @@ private:
 
     /** How many may be kept now. */
     [[nodiscard]] size_t most() const;
+    /** Whether there is room as far as is known, and it is not time to ask again. */
+    bool hasKnownRoom() EXCLUDES(mMutex);
     /** What is kept under the pid, or null; now and then looks whether some other one lives. */
     Kept find(int pid) EXCLUDES(mMutex);
     /** Whether a newcomer may be kept; drops one for it where need be. */
@@ -104,6 +109,9 @@ private:
     size_t mHand GUARDED_BY(mMutex) = 0;
     unsigned mQuestions GUARDED_BY(mMutex) = 0;
     unsigned mTurnedAway GUARDED_BY(mMutex) = 0;
+    /** How many may be kept, when that was last asked. */
+    size_t mKnownMost GUARDED_BY(mMutex) = 0;
+    unsigned mAdditions GUARDED_BY(mMutex) = 0;
 };
 
 }  // namespace NQS::OS

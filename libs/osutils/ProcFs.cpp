@@ -57,6 +57,7 @@ std::optional<std::string> ProcFs::readUntil(int fd, char end) {
         if (count == 0) return text;
         const std::string_view part(chunk, static_cast<size_t>(count));
         const size_t length = part.find(end);
+        if (position == 0 && length != part.npos) return std::string(part.substr(0, length));
         text += part.substr(0, length);
         if (length != part.npos) return text;
         position += count;

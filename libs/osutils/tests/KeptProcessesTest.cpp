@@ -295,8 +295,8 @@ TEST(KeptProcesses, QuarterOfTheDescriptorLimitIsKept) {
     for (const rlim_t limit : {160, 80}) {
         const rlimit less{.rlim_cur = limit, .rlim_max = before.rlim_max};
         ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &less), 0);
-        for (int pid = 51; pid <= 100; ++pid)
-            (void)kept.keep(pid, anyProcess);
+        for (unsigned i = 0; i < KeptProcesses::kAdditionsPerLimit; ++i)
+            (void)kept.keep(51 + static_cast<int>(i), anyProcess);
         EXPECT_EQ(kept.size(), limit / 4);
     }
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);

@@ -48,9 +48,11 @@ TEST(Process, OwnProcessIsAliveUnderItsEffectiveUid) {
     expectKnown(getpid(), geteuid());
 }
 
-TEST(Process, PidsOfZeroAndLessNameNoProcess) {
-    // All of these but the last two address groups of processes in a plain signal call.
-    for (const int pid : {0, -1, -getpgrp(), INT_MIN, INT_MAX}) {
+TEST(Process, PidsOfZeroAndLessOrBeyondAllNameNoProcess) {
+    // The negative ones address groups of processes in a plain signal call; the great ones are
+    // other pids' when a word with fewer bits holds them.
+    const int wrapped = getpid() + (1 << 29);
+    for (const int pid : {0, -1, -getpgrp(), INT_MIN, INT_MAX, wrapped, wrapped - (1 << 30)}) {
         expectUnknown(pid);
         EXPECT_EQ(Process::getProcessName(pid, /*full=*/true), "") << pid;
         EXPECT_EQ(Process::getProcessName(pid, /*full=*/false), "") << pid;
@@ -95,6 +97,7 @@ TEST(Process, ThreadIdOfAnotherThreadNamesNoProcess) {
     std::promise<int> tid;
     std::promise<void> done;
     std::thread thread([&] {
+        expectUnknown(gettid());
         tid.set_value(gettid());
         done.get_future().wait();
     });
