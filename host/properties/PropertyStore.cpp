@@ -30,11 +30,18 @@ Status systemError(const std::string& doing) {
     return {.error = error, .message = doing + ": " + strerror(error)};
 }
 
-/** Nobody else may have put the file there. A missing folder comes back as ENOENT. */
+/** What every question meets until a store is made: told by its number alone, without a text. */
+Status missing() {
+    return {.error = ENOENT, .message = {}};
+}
+
+/** Nobody else may have put the file there. A missing folder comes back as missing(). */
 Status checkPrivateFolder(const std::string& folder) {
     if (folder.empty()) return {};
     struct stat found;
-    if (lstat(folder.c_str(), &found) != 0) return systemError(folder);
+    if (lstat(folder.c_str(), &found) != 0) {
+        return errno == ENOENT ? missing() : systemError(folder);
+    }
     if (!S_ISDIR(found.st_mode) || found.st_uid != geteuid() ||
         (found.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
         return {.error = EACCES, .message = folder + ": not a folder of this user alone"};
@@ -70,11 +77,13 @@ Status makeStore(const StorePlace& place) {
         errno != EEXIST) {
         return systemError(place.privateFolder);
     }
-    if (Status status = checkPrivateFolder(place.privateFolder); !status.ok()) return status;
+    // A folder that is gone again is found out by the next step.
+    Status status = checkPrivateFolder(place.privateFolder);
+    if (!status.ok() && status.error != ENOENT) return status;
     std::string fresh = place.path + ".XXXXXX";
     const unique_fd fd(mkostemp(fresh.data(), O_CLOEXEC));
     if (!fd.ok()) return systemError(place.path);
-    Status status = fillEmptyStore(fd, fresh);
+    status = fillEmptyStore(fd, fresh);
     if (status.ok() && link(fresh.c_str(), place.path.c_str()) != 0 && errno != EEXIST) {
         status = systemError(place.path);
     }
@@ -131,7 +140,7 @@ std::shared_ptr<const StoreMapping> PropertyStore::current() const {
             mMapping = StoreMapping::map(std::move(fd), StoreMapping::Access::kRead, &status);
             if (!status.ok()) status.message = mPlace.path + ": " + status.message;
         } else {
-            status = systemError(mPlace.path);
+            status = errno == ENOENT ? missing() : systemError(mPlace.path);
         }
     }
     if (!status.ok() && status.error != ENOENT && !mWarned) {

@@ -227,6 +227,16 @@ TEST(PropertyStore, FolderAndFifoInItsPlaceAreRefused) {
     EXPECT_EQ(store.set("debug.foo", "1").error, EISDIR);
 }
 
+TEST(PropertyStore, StoreThatCannotBeMadeIsNamed) {
+    const TempStore temp;
+    const std::string path = temp.folder() + "/missing/properties";
+    PropertyStore store({.path = path, .privateFolder = {}});
+    expectUnset(store);
+    const Status status = store.set("debug.foo", "1");
+    EXPECT_EQ(status.error, ENOENT);
+    EXPECT_THAT(status.message, HasSubstr(path));
+}
+
 TEST(PropertyStore, PrivateFolderIsMadeForItsUserAlone) {
     const TempStore temp;
     const std::string folder = temp.folder() + "/run";
