@@ -69,26 +69,30 @@ std::optional<FocusClientWithMetadata> ClientManager::buildClientInfo(int pid) {
         ALOGW("Failed to read UID for PID %d, focus allowlist may fail", pid);
         return std::nullopt;
     }
-    if (auto cached = findCached(pid, *uid)) return cached;
-    FocusClientWithMetadata record = buildRecord(pid, *uid);
-    const std::lock_guard<std::mutex> lock(mMutex);
-    // Another thread may have been first, and its record may already carry focus.
-    mCache.try_emplace(pid, record);
-    return record;
+    // One object all the way out: a record has strings and sets to move.
+    std::optional<FocusClientWithMetadata> info = findCached(pid, *uid);
+    if (!info) {
+        info.emplace(buildRecord(pid, *uid));
+        const std::lock_guard<std::mutex> lock(mMutex);
+        // Another thread may have been first, and its record may already carry focus.
+        mCache.try_emplace(pid, *info);
+    }
+    return info;
 }
 
 std::optional<FocusClientWithMetadata> ClientManager::findCached(int pid, int uid) {
+    std::optional<FocusClientWithMetadata> cached;
     const std::lock_guard<std::mutex> lock(mMutex);
     const auto entry = mCache.find(pid);
-    if (entry == mCache.end()) return std::nullopt;
-    if (entry->second.uid != uid) {
-        mCache.erase(entry);
-        return std::nullopt;
-    }
+    if (entry == mCache.end()) return cached;
     const FocusClientWithMetadata& record = entry->second;
-    return FocusClientWithMetadata(uid, pid, record.package,
-                                   Process::getProcessName(pid, /*full=*/true),
-                                   record.backgroundAccess, record.currentFocus);
+    if (record.uid == uid) {
+        cached.emplace(uid, pid, record.package, Process::getProcessName(pid, /*full=*/true),
+                       record.backgroundAccess, record.currentFocus);
+    } else {
+        mCache.erase(entry);
+    }
+    return cached;
 }
 
 FocusClientWithMetadata ClientManager::buildRecord(int pid, int uid) {

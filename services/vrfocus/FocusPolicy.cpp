@@ -141,13 +141,7 @@ void FocusPolicy::addToImmersiveAppHistory(const std::optional<ImmersiveApp>& ap
 
 void FocusPolicy::computeFocusState(FocusType type, const std::vector<int>& pids,
                                     std::vector<ClientStatus>& out) {
-    std::set<FocusClientWithMetadata> known;
-    for (const int pid : pids) {
-        // At the end without a search, when the pids of a user come in ascending order.
-        if (auto info = mClientManager->buildClientInfo(pid)) {
-            known.insert(known.end(), std::move(*info));
-        }
-    }
+    const std::vector<KnownClient> known = knownClientsInOrder(type, pids);
 
     const std::vector<FocusClient> foreground =
             mConnectionManager->getClientsWithForegroundActivity();
@@ -158,27 +152,49 @@ void FocusPolicy::computeFocusState(FocusType type, const std::vector<int>& pids
     } else if (type == FocusType::HeadTracking) {
         focused = headTrackingClients(foreground, panels);
     }
-    for (const FocusClientWithMetadata& client : known) {
-        if (client.backgroundAccess.contains(type)) focused.insert(client.client());
-    }
 
-    for (const FocusClientWithMetadata& client : known) {
-        const bool hasFocus = focused.contains(client.client()) || isPermissiveFocus();
+    out.reserve(out.size() + known.size());
+    for (const auto& [client, hasBackgroundAccess] : known) {
+        const bool hasFocus =
+                hasBackgroundAccess || focused.contains(client) || isPermissiveFocus();
         ClientStatus status;
         status.pid = client.pid;
         status.hasFocus = hasFocus;
         out.push_back(status);
         if (hasFocus) {
-            mClientManager->addCurrentFocus(client.client(), type);
+            mClientManager->addCurrentFocus(client, type);
         } else {
-            mClientManager->removeCurrentFocus(client.client(), type);
+            mClientManager->removeCurrentFocus(client, type);
         }
     }
 }
 
-std::set<FocusClient> FocusPolicy::inputTrackingClients(
-        const std::vector<FocusClient>& foreground, const std::vector<FocusClient>& panels,
-        const std::set<FocusClientWithMetadata>& known) {
+std::vector<FocusPolicy::KnownClient> FocusPolicy::knownClientsInOrder(
+        FocusType type, const std::vector<int>& pids) {
+    std::vector<KnownClient> known;
+    known.reserve(pids.size());
+    for (const int pid : pids) {
+        if (const auto info = mClientManager->buildClientInfo(pid)) {
+            known.push_back({info->client(), info->backgroundAccess.contains(type)});
+        }
+    }
+    // The first record of a repeated pid is the one that counts.
+    const auto before = [](const KnownClient& left, const KnownClient& right) {
+        return left.client < right.client;
+    };
+    if (!std::is_sorted(known.begin(), known.end(), before)) {
+        std::stable_sort(known.begin(), known.end(), before);
+    }
+    const auto isSame = [](const KnownClient& left, const KnownClient& right) {
+        return left.client == right.client;
+    };
+    known.erase(std::unique(known.begin(), known.end(), isSame), known.end());
+    return known;
+}
+
+std::set<FocusClient> FocusPolicy::inputTrackingClients(const std::vector<FocusClient>& foreground,
+                                                        const std::vector<FocusClient>& panels,
+                                                        const std::vector<KnownClient>& known) {
     std::set<FocusClient> focused(panels.begin(), panels.end());
     const std::vector<FocusClient> top = mConnectionManager->getClientsWithTopActivities();
     focused.insert(top.begin(), top.end());
@@ -186,15 +202,15 @@ std::set<FocusClient> FocusPolicy::inputTrackingClients(
 
     const std::optional<ImmersiveApp> app = getImmersiveApp();
     if (!app) return focused;
-    const auto immersive = std::find_if(known.begin(), known.end(), [&app](const auto& client) {
-        return client.pid == app->pid;
+    const auto immersive = std::find_if(known.begin(), known.end(), [&app](const auto& candidate) {
+        return candidate.client.pid == app->pid;
     });
     if (immersive == known.end()) return focused;
     // Last of all signals: without the main display the immersive app loses what they gave it.
     if (mMainDisplayFocus) {
-        focused.insert(immersive->client());
+        focused.insert(immersive->client);
     } else {
-        focused.erase(immersive->client());
+        focused.erase(immersive->client);
     }
     return focused;
 }

@@ -109,11 +109,20 @@ private:
         std::deque<ImmersiveAppHistoryRecord> history;
     };
 
+    /** What a computation needs of a record: so a list of a thousand stays a few kilobytes. */
+    struct KnownClient {
+        FocusClient client;
+        bool hasBackgroundAccess;
+    };
+
     static constexpr std::size_t kMaxHistory = 10;
+
+    /** Of those pids that the registry knows: ascending, each client once. */
+    std::vector<KnownClient> knownClientsInOrder(FocusType type, const std::vector<int>& pids);
 
     std::set<FocusClient> inputTrackingClients(const std::vector<FocusClient>& foreground,
                                                const std::vector<FocusClient>& panels,
-                                               const std::set<FocusClientWithMetadata>& known);
+                                               const std::vector<KnownClient>& known);
     std::set<FocusClient> headTrackingClients(const std::vector<FocusClient>& foreground,
                                               const std::vector<FocusClient>& panels);
 
