@@ -18,6 +18,11 @@ namespace {
 
 }  // namespace
 
+void leaveRoot() {
+    constexpr uid_t kNobody = 65534;
+    if (geteuid() == 0 && setresuid(kNobody, kNobody, kNobody) != 0) fail("leave root");
+}
+
 pid_t startChild(const std::function<void()>& body) {
     const pid_t pid = fork();
     if (pid < 0) fail("fork");

@@ -9,6 +9,12 @@
 #include <string>
 #include <vector>
 
+/**
+ * Root becomes an ordinary user, before anything is started: the daemon is no root on the device
+ * (user "system"), and a hub knows of such a process that it cannot become another.
+ */
+void leaveRoot();
+
 /** Forks; the child runs the body and exits with status 0. Ends the benchmark on failure. */
 pid_t startChild(const std::function<void()>& body);
 

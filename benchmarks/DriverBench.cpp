@@ -78,6 +78,7 @@ void callService(benchmark::State& state) {
 
 int main(int argc, char** argv) {
     pinToOneProcessor();
+    leaveRoot();
     char folder[] = "/tmp/driver_bench.XXXXXX";
     if (mkdtemp(folder) == nullptr) {
         perror("mkdtemp");

@@ -18,13 +18,11 @@
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
 #include <driver/Driver.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <velmar/internal/BnVrFocusListener.h>
 
 #include <charconv>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -123,15 +121,7 @@ private:
     std::map<int32_t, sp<IVrFocusListener>> mListeners GUARDED_BY(mMutex);
 };
 
-/** As on the device, where the daemon is the user "system": a root's calls all ask the hub. */
-void leaveRoot() {
-    constexpr uid_t kNobody = 65534;
-    if (geteuid() == 0 && setresuid(kNobody, kNobody, kNobody) != 0) fail("cannot leave root");
-    prctl(PR_SET_PDEATHSIG, SIGKILL);  // a change of user takes it away
-}
-
 void serve(int readyFd, FanoutRound& round) {
-    leaveRoot();
     const sp<Sender> sender = new Sender(round);
     if (!ProcessState::self()->becomeContextManager()) fail("cannot become context manager");
     IPCThreadState::self()->setTheContextObject(sender);
@@ -275,12 +265,12 @@ int main(int argc, char** argv) {
     const int most = takeMostListeners(&argc, argv);
     pinToOneProcessor();
     allowManyFiles();
+    leaveRoot();
     char folder[] = "/tmp/fanout_bench.XXXXXX";
     if (mkdtemp(folder) == nullptr) {
         perror("mkdtemp");
         return 1;
     }
-    std::filesystem::permissions(folder, std::filesystem::perms(0755));
     pid_t hub = 0;
     if (!binderhost::namesDevice(binderhost::driverPath())) {
         const std::string socket = std::string(folder) + "/hub";

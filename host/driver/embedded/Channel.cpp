@@ -121,7 +121,8 @@ int Channel::writeSome(std::span<const uint8_t> commands, bool wantsRead, bool w
 }
 
 int Channel::sendFrame(const OutgoingFrame& frame) {
-    if (frame.calls() == 0) return sendBytes(frame.bytes(), frame.descriptors());
+    if (frame.calls() == 0 || !mSession->claims())
+        return sendBytes(frame.bytes(), frame.descriptors());
     return sendClaiming(frame.bytes(), frame.descriptors());
 }
 

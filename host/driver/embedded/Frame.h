@@ -32,8 +32,8 @@
 // field is aligned.
 //
 // Every frame of a client comes with SCM_CREDENTIALS, without which the hub would not know whose it
-// is. One with a BC_TRANSACTION claims pid and effective uid, for the kernel to attest; any other
-// is stamped by the kernel unasked (pid and real uid), which spares the client two system calls.
+// is. The kernel stamps them unasked, with pid and real uid. Where the effective uid may be another
+// a frame with a BC_TRANSACTION claims it, for the kernel to attest.
 #pragma once
 
 #include <linux/android/binder.h>
@@ -45,7 +45,7 @@
 namespace binderhost::frame {
 
 inline constexpr uint32_t kMagic = 0x62756872;
-inline constexpr uint32_t kVersion = 1;
+inline constexpr uint32_t kVersion = 2;
 
 enum class Kind : uint32_t {
     HelloProcess = 1,
@@ -65,6 +65,10 @@ enum class Kind : uint32_t {
 inline constexpr uint32_t kRead = 1;
 /** Commands: the sender has told itself that its one BC_REPLY is complete. */
 inline constexpr uint32_t kCompletesLocally = 2;
+
+/** Answer to HelloProcess: the process can have one uid only, so what the kernel stamps is enough.
+ */
+inline constexpr uint32_t kNeedsNoClaim = 1;
 
 struct Header {
     uint32_t magic = kMagic;

@@ -26,6 +26,7 @@ public:
 
     OutgoingFrame(const BufferTable& buffers, Descriptors descriptors)
           : mBuffers(buffers), mMode(descriptors) {
+        mBytes.reserve(kUsualBytes);
         mBytes.resize(sizeof(frame::Header));
     }
 
@@ -55,6 +56,9 @@ public:
     }
 
 private:
+    /** A reply, a freed buffer and a few references: one allocation. */
+    static constexpr size_t kUsualBytes = 512;
+
     struct Plan;
     [[nodiscard]] bool addTransaction(uint32_t command, const binder_transaction_data& data);
     [[nodiscard]] Plan plan(const binder_transaction_data& data) const;

@@ -33,10 +33,11 @@ std::string unreachable(const std::string& path, int status) {
 
 }  // namespace
 
-Session::Session(std::string path, unique_fd place, unique_fd process, const frame::Token& token)
+Session::Session(std::string path, unique_fd place, unique_fd process, const frame::Answer& answer)
       : mPath(std::move(path)),
         mPlace(std::move(place)),
-        mToken(token),
+        mToken(answer.token),
+        mClaims((answer.header.flags & frame::kNeedsNoClaim) == 0),
         mPid(ownPid()),
         mId(nextId()),
         mProcess(std::move(process)) {}
@@ -58,7 +59,7 @@ std::shared_ptr<Session> Session::open(const std::string& path, std::string* err
         return nullptr;
     }
     return std::shared_ptr<Session>(
-            new Session(path, std::move(place), std::move(process), answer.token));
+            new Session(path, std::move(place), std::move(process), answer));
 }
 
 int Session::joinThread(unique_fd* out) const {

@@ -46,17 +46,20 @@ public:
     [[nodiscard]] BufferTable& buffers() { return mBuffers; }
     /** Of the process that opened it. */
     [[nodiscard]] pid_t pid() const { return mPid; }
+    /** Its calls must say which of its uids is in effect. */
+    [[nodiscard]] bool claims() const { return mClaims; }
     [[nodiscard]] uint64_t id() const { return mId; }
     [[nodiscard]] const std::string& path() const { return mPath; }
 
 private:
     void openOutbox();
     Session(std::string path, android::base::unique_fd place, android::base::unique_fd process,
-            const frame::Token& token);
+            const frame::Answer& answer);
 
     const std::string mPath;
     const android::base::unique_fd mPlace;
     const frame::Token mToken;
+    const bool mClaims;
     const pid_t mPid;
     const uint64_t mId;
     BufferTable mBuffers;

@@ -4,6 +4,12 @@
 #include "embedded/ByteReader.h"
 
 namespace binderhost::hub {
+namespace {
+
+/** Up to here a copy costs less than what the kernel asks for a second part of a record. */
+constexpr size_t kCopiedBytes = 1024;
+
+}  // namespace
 
 void Calls::refuse(Thread* thread, uint32_t command) {
     mScheduler->queue(thread, Notice{command});
@@ -238,7 +244,11 @@ void Calls::deliver(const TransactionPtr& transaction, Thread* thread, Record* r
     appendBytes(&record->head, uint32_t{transaction->reply ? BR_REPLY : BR_TRANSACTION});
     appendBytes(&record->head, wire);
 
-    record->payload = std::move(buffer.payload);
+    if (buffer.payload.size() <= kCopiedBytes) {
+        record->head.insert(record->head.end(), buffer.payload.begin(), buffer.payload.end());
+    } else {
+        record->payload = std::move(buffer.payload);
+    }
     buffer.owner->descriptors -= buffer.descriptors.size();
     record->descriptors = std::move(buffer.descriptors);
     buffer.payload.clear();

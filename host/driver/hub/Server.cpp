@@ -221,7 +221,7 @@ void Server::control(Connection* connection, const frame::Header& header, uid_t 
             cutOff(connection, "an unknown request");
             return;
     }
-    answer(connection, status, {});
+    answer(connection, status);
 }
 
 void Server::greet(Connection* connection, const frame::Header& header,
@@ -271,7 +271,10 @@ void Server::openProcess(Connection* connection) {
             entry.connections.push_back(watch);
         }
     }
-    answer(connection, 0, entry.token);
+    frame::Answer welcome;
+    welcome.token = entry.token;
+    if (process->identity.cannotChange()) welcome.header.flags = frame::kNeedsNoClaim;
+    send(connection, welcome);
 }
 
 void Server::openThread(Connection* connection, const frame::Token& token) {
@@ -285,27 +288,30 @@ void Server::openThread(Connection* connection, const frame::Token& token) {
     }
     Thread* thread = mHub.openThread(at->first, connection);
     if (!thread) {
-        answer(connection, -EAGAIN, {});
+        answer(connection, -EAGAIN);
         return;
     }
     mStrangers.remove(connection);
     connection->becomeThread(at->first, thread);
     at->second.connections.push_back(connection);
-    answer(connection, 0, {});
+    answer(connection, 0);
 }
 
-void Server::answer(Connection* connection, int status, const frame::Token& token,
-                    std::vector<PassedDescriptor> descriptors) {
+void Server::answer(Connection* connection, int status) {
     frame::Answer reply;
-    reply.header.kind = frame::Kind::Answer;
-    reply.header.descriptors = static_cast<uint32_t>(descriptors.size());
     reply.status = status;
-    reply.token = token;
+    send(connection, reply);
+}
+
+void Server::send(Connection* connection, const frame::Answer& answer,
+                  std::vector<PassedDescriptor> descriptors) {
+    frame::Answer complete = answer;
+    complete.header.kind = frame::Kind::Answer;
+    complete.header.descriptors = static_cast<uint32_t>(descriptors.size());
     Record record;
-    appendBytes(&record.head, reply);
+    appendBytes(&record.head, complete);
     record.descriptors = std::move(descriptors);
-    // Without its descriptors an answer is a refusal.
-    if (!connection->send(record)) answer(connection, -ETOOMANYREFS, {});
+    if (!connection->send(record)) this->answer(connection, -ETOOMANYREFS);
 }
 
 void Server::answerStats(Connection* connection) {

@@ -66,8 +66,10 @@ private:
     void commands(Connection* connection, const frame::Header& header, uid_t uid,
                   std::span<const uint8_t> bytes);
     void openOutbox(Connection* connection, uid_t uid);
-    void answer(Connection* connection, int status, const frame::Token& token,
-                std::vector<PassedDescriptor> descriptors = {});
+    void answer(Connection* connection, int status);
+    /** Sends an answer; one that cannot go with its descriptors becomes a refusal. */
+    void send(Connection* connection, const frame::Answer& answer,
+              std::vector<PassedDescriptor> descriptors = {});
     void answerStats(Connection* connection);
     /** Reads and treats all that is left in a connection whose other side has gone. */
     void drain(Connection* connection);

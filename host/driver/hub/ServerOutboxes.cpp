@@ -56,7 +56,7 @@ void Server::openOutbox(Connection* connection, uid_t uid) {
     Connection* watch = nullptr;
     if (outbox) watch = add(Connection::Kind::Bell, std::move(bell), EPOLLIN | EPOLLET);
     if (!watch) {
-        answer(connection, allowed ? -ENOMEM : -EPERM, {});
+        answer(connection, allowed ? -ENOMEM : -EPERM);
         return;
     }
     watch->watch(process);
@@ -65,7 +65,7 @@ void Server::openOutbox(Connection* connection, uid_t uid) {
     std::vector<PassedDescriptor> descriptors;
     for (unique_fd* each : {&memory[0], &memory[1], &theirs})
         descriptors.emplace_back(each->release());
-    answer(connection, 0, {}, std::move(descriptors));
+    send(connection, {}, std::move(descriptors));
 }
 
 }  // namespace binderhost::hub

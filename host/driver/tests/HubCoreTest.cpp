@@ -70,8 +70,10 @@ public:
     }
     void take(const Record& record) {
         records++;
-        EXPECT_LE(record.head.size() + record.payload.size(), frame::kMaxBytes);
-        ByteReader reader({record.head.data(), record.head.size()});
+        std::vector<uint8_t> whole = record.head;
+        whole.insert(whole.end(), record.payload.begin(), record.payload.end());
+        EXPECT_LE(whole.size(), frame::kMaxBytes);
+        ByteReader reader(whole);
         frame::Header header;
         ASSERT_TRUE(reader.take(&header));
         for (uint32_t command = 0; reader.take(&command);) {
@@ -84,10 +86,13 @@ public:
                 frame::Transaction head;
                 std::memcpy(&head, argument.data(), sizeof(head));
                 each.buffer = head.buffer;
+                // A transaction is the last of a record.
+                std::span<const uint8_t> rest;
+                ASSERT_TRUE(reader.takeBytes(reader.left(), &rest));
+                payload.assign(rest.begin(), rest.end());
             }
             if (command != BR_NOOP) got.push_back(std::move(each));
         }
-        payload = record.payload;
     }
 
     [[nodiscard]] bool feed(std::span<const uint8_t> bytes, uint32_t flags) {
