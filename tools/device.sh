@@ -46,7 +46,7 @@ boot() {
     shift 2
     rm -rf "${kFolder:?}/$name"
     mkdir -p "$kFolder/$name"
-    tools/vm.sh --kernel "$kFolder/kernel" --deadline "$deadline" "${machine[@]}" \
+    setpriv --pdeathsig TERM tools/vm.sh --kernel "$kFolder/kernel" --deadline "$deadline" "${machine[@]}" \
         --console "$kFolder/$name/console.log" --results "$kFolder/$name" "$@" || status=$?
     if ((status != 0)); then
         echo "vm: exit status $status after $((SECONDS - start)) s, see $kFolder/$name" >&2
@@ -77,7 +77,29 @@ boot_tests() {
     for each in "$@"; do
         programs+=("$build/tests/${each% *}")
     done
-    boot "$name" 600 "${programs[@]}" -- "$PWD/tools/vm_tests.sh $build/tests $kDevice $*"
+    boot "$name" 900 "${programs[@]}" -- "$PWD/tools/vm_tests.sh $build/tests $kDevice $*"
+}
+
+# boot_tests_shared 'TEST SECONDS'...: in two machines side by side, with a fair share each.
+boot_tests_shared() {
+    local each status=0 first=() second=() left=0
+    for each in "$@"; do
+        if ((left > 0)); then
+            second+=("$each")
+            left=$((left - ${each#* }))
+        else
+            first+=("$each")
+            left=$((left + ${each#* }))
+        fi
+    done
+    boot_tests test-first "${first[@]}" &
+    local other=$!
+    # An interrupt does not reach what runs beside.
+    trap 'kill "$other" 2>/dev/null || true' EXIT
+    ((${#second[@]} == 0)) || boot_tests test-second "${second[@]}" || status=$?
+    wait "$other" || status=$?
+    trap - EXIT
+    return "$status"
 }
 
 run_tests() {
@@ -85,11 +107,11 @@ run_tests() {
     mapfile -t tests < <(device_tests "$@")
     ((${#tests[@]} && (${#tests[@]} == $# || $# == 0))) ||
         fail "no such test in tests/device.list: $*" 2
-    boot_tests test "${tests[@]}" || status=$?
+    boot_tests_shared "${tests[@]}" || status=$?
     (($# == 0)) || return "$status"
-    # Once more where the kernel has security contexts to tell.
-    echo "with SELinux:"
-    machine+=(--argument security=selinux --argument selinux=1)
+    # Once more where the kernel has security contexts to tell, and two processors.
+    echo "with SELinux and two processors:"
+    machine+=(--argument security=selinux --argument selinux=1 --processors 2)
     mapfile -t tests < <(device_tests binder_process_test)
     boot_tests test-selinux "${tests[@]}" || status=$?
     return "$status"

@@ -3,8 +3,8 @@
 # Boots a kernel that has binder, in an emulated machine, and runs a command there.
 #
 #     tools/vm.sh --kernel TREE --deadline SECONDS [--console FILE] [--results FOLDER]
-#                 [--interactive] [--count-instructions] [--kvm] [--argument WORD]... PROGRAM...
-#                 -- COMMAND
+#                 [--interactive] [--count-instructions] [--processors N] [--kvm]
+#                 [--argument WORD]... PROGRAM... -- COMMAND
 #
 # TREE is an unpacked kernel package. Each PROGRAM (a file, or a folder of them) is found in the
 # guest at its path here, with the libraries it needs. There are /dev/binder, /dev/hwbinder and
@@ -17,6 +17,8 @@
 #
 # --interactive: the command has this terminal. --count-instructions: one processor whose clock
 # counts instructions, one a nanosecond. The processor is emulated unless --kvm is given.
+# --processors: 1 unless given; two emulated ones take more than twice the time of one for the same
+# tests, since each waking of the other is a signal between threads of this machine.
 # --argument: one more word for the kernel's command line.
 set -euo pipefail
 umask 022
@@ -26,7 +28,7 @@ fail() {
     exit 2
 }
 
-kernel='' deadline='' console='' results='' interactive=false counting=false kvm=false
+kernel='' deadline='' console='' results='' interactive=false counting=false kvm=false processors=1
 arguments='console=ttyS0 quiet loglevel=1 panic=-1 mitigations=off'
 programs=()
 while (($# > 0)); do
@@ -37,6 +39,7 @@ while (($# > 0)); do
         --results) results=$2; shift 2 ;;
         --interactive) interactive=true; shift ;;
         --count-instructions) counting=true; shift ;;
+        --processors) processors=$2; shift 2 ;;
         --kvm) kvm=true; shift ;;
         --argument) arguments+=" $2"; shift 2 ;;
         --) shift; break ;;
@@ -47,6 +50,11 @@ done
 (($# == 1)) || fail "one command is wanted behind --"
 command=$1
 [[ -n $kernel && -n $deadline ]] || fail "--kernel and --deadline are wanted"
+
+if $kvm && [[ ! -r /dev/kvm || ! -w /dev/kvm ]]; then
+    [[ -e /dev/kvm ]] || fail "this machine has no /dev/kvm: leave out --kvm"
+    fail "/dev/kvm may not be opened by $(id -un): leave out --kvm, or join its group"
+fi
 
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -74,7 +82,10 @@ needed_libraries() {
 
 write_init() {
     printf 'root:x:0:0:root:/:/bin/sh\nnobody:x:65534:65534:nobody:/:/bin/sh\n' >"$root/etc/passwd"
-    printf '%s\n' "$command" >"$root/command"
+    {
+        ! $interactive || stty size | awk '{ print "stty rows", $1, "columns", $2 }'
+        printf '%s\n' "$command"
+    } >"$root/command"
     cat >"$root/init" <<'INIT'
 #!/bin/busybox sh
 export PATH=/bin HOME=/tmp TERM=${TERM:-dumb}
@@ -99,6 +110,7 @@ else
 fi
 status=$?
 dmesg >/results/kernel.log
+echo "$status" >/results/status
 stty -F /dev/ttyS1 raw
 tar -c -C /results . >/dev/ttyS1
 echo "vm: exit $status"
@@ -136,7 +148,8 @@ boot() {
                    -chardev "stdio,id=terminal,signal=off" -serial chardev:terminal
                    -serial "file:$work/results.tar")
     if $kvm; then options+=(-accel kvm -cpu host); else options+=(-accel tcg -cpu max); fi
-    if $counting; then options+=(-icount "shift=0,sleep=off" -smp 1); else options+=(-smp 2); fi
+    options+=(-smp "$processors")
+    ! $counting || options+=(-icount "shift=0,sleep=off")
     ! $interactive || arguments+=" vm.interactive"
     setpriv --pdeathsig TERM timeout --foreground --kill-after 5 "$deadline" \
         setpriv --pdeathsig KILL qemu-system-x86_64 "${options[@]}" \
@@ -155,21 +168,36 @@ take_results() {
         echo "vm: the results are incomplete" >&2
 }
 
+# The terminal is raw while the machine has it, and would stay so if that were killed.
+boot_on_terminal() {
+    local terminal status=0
+    terminal=$(stty -g)
+    boot || status=$?
+    stty "$terminal"
+    return "$status"
+}
+
 build_image
 status=0
 if $interactive; then
-    boot || status=$?
-    take_results
-    exit "$status"
+    boot_on_terminal || status=$?
+else
+    boot </dev/null 2>&1 | sed -u 's|\r$||' | tee "$console" | command_output || status=$?
 fi
-boot </dev/null 2>&1 | sed -u 's|\r$||' | tee "$console" | command_output || status=$?
 take_results
-result=$(sed -n 's/^vm: exit \([0-9]*\)$/\1/p' "$console" | tail -n 1)
+result=$(tar -x -O -f "$work/results.tar" ./status 2>/dev/null) || true
 [[ -z $result ]] || exit "$result"
+came_up=true
+$interactive || grep -q 'vm: up' "$console" || came_up=false
 if ((status == 124 || status == 137)); then
-    echo "vm: ended after $deadline s" >&2
-    exit 124
+    message="ended after $deadline s"
+    $came_up || message+=" in which the machine did not come up"
+    status=124
+else
+    $interactive || tail -n 20 "$console" >&2
+    message="the machine ended with status $status before the command did"
+    status=125
 fi
-tail -n 20 "$console" >&2
-echo "vm: the machine ended with status $status before the command did" >&2
-exit 125
+echo "vm: $message" >&2
+$came_up || ! $kvm || echo "vm: /dev/kvm does not seem to work here: leave out --kvm" >&2
+exit "$status"
