@@ -2,7 +2,8 @@
 # add_aidl_library(NAME ROOT folder FILES a/b/IFoo.aidl ... [IMPORTS folder ...] [LINK target ...])
 #
 # A static library of the C++ that the platform's generator makes of AIDL files at build time.
-# Generated sources stand in <build>/aidl/NAME and are compiled without our warning flags.
+# Generated sources stand in <build>/aidl/NAME and are compiled without our warning flags, in one
+# go: their headers cost more than they do.
 find_program(AIDL_CPP aidl-cpp REQUIRED)
 
 function(add_aidl_library NAME)
@@ -33,6 +34,7 @@ function(add_aidl_library NAME)
     add_dependencies(${NAME} ${NAME}_generated)
     target_include_directories(${NAME} SYSTEM PUBLIC ${OUT}/include)
     target_compile_options(${NAME} PRIVATE -w)
+    set_target_properties(${NAME} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
     target_link_libraries(${NAME} PUBLIC ${ARG_LINK})
     set_property(GLOBAL APPEND PROPERTY AIDL_LIBRARIES ${NAME})
 endfunction()
