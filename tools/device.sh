@@ -77,7 +77,7 @@ boot_tests() {
     for each in "$@"; do
         programs+=("$build/tests/${each% *}")
     done
-    boot "$name" 900 "${programs[@]}" -- "$PWD/tools/vm_tests.sh $build/tests $kDevice $*"
+    boot "$name" 1200 "${programs[@]}" -- "$PWD/tools/vm_tests.sh $build/tests $kDevice $*"
 }
 
 # boot_tests_shared 'TEST SECONDS'...: in two machines side by side, with a fair share each.
