@@ -6,7 +6,7 @@
 #
 # A test's own sources are compiled without optimisation: assertions are most of their code, and
 # optimising that takes longer than running it. VRFOCUS_PRECOMPILE_TESTS has them share one
-# precompiled header; builds without it prove that each file includes what it uses.
+# precompiled header, which hides missing includes; builds without it show them.
 enable_testing()
 find_package(GTest REQUIRED)
 
