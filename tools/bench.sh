@@ -23,6 +23,7 @@ programs=(
     focus_bench
     growth_bench
     peer_bench
+    start_bench
 )
 printed=$(mktemp)
 trap 'rm -f "$printed"' EXIT
