@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <regex>
 #include <set>
@@ -74,6 +75,13 @@ protected:
     Launch mLaunch;
 };
 
+/** The steps, without what differs each time: pids, and the room they take. */
+std::string timeline(const std::string& text) {
+    static const std::regex kNumber("[0-9]+"), kSpace(" +");
+    const std::string steps = text.substr(std::min(text.find(" 1/20"), text.size()));
+    return std::regex_replace(std::regex_replace(steps, kNumber, "N"), kSpace, " ");
+}
+
 void expectWholeSession(RunningProgram& headset) {
     EXPECT_EQ(headset.finish(), 0) << headset.text();
     for (int step = 1; step <= 20; ++step) {
@@ -137,6 +145,16 @@ TEST_F(HeadsetProgramTest, telemetryThatCannotBeDecodedEndsTheSessionWithTheDiff
     EXPECT_THAT(headset.text(), HasSubstr("step 4 (The game starts its XR session): telemetry"));
     EXPECT_THAT(headset.text(), HasSubstr("expected {\"event\":\"VelmarVrfocusServiceEvents\""));
     EXPECT_THAT(headset.text(), HasSubstr("got      {\"bytes\":\"0a14"));
+}
+
+TEST_F(HeadsetProgramTest, theTimelineIsTheSameOnEachDriver) {
+    RunningProgram here(mLaunch);
+    expectWholeSession(here);
+    mLaunch.environment.erase("BINDER_DRIVER");
+    RunningProgram overAHub(mLaunch);
+    expectWholeSession(overAHub);
+    EXPECT_THAT(overAHub.text(), HasSubstr("ready  binderhub"));
+    EXPECT_EQ(timeline(here.text()), timeline(overAHub.text()));
 }
 
 TEST_F(HeadsetProgramTest, twoSessionsAtOnceDoNotMeet) {
