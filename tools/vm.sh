@@ -15,8 +15,9 @@
 # ended by itself. What it leaves in /results is put into FOLDER, also when it fails, with the
 # kernel's log. All that the machine printed is in FILE.
 #
-# --interactive: the command has this terminal. --count-instructions: one processor whose clock
-# counts instructions, one a nanosecond. The processor is emulated unless --kvm is given.
+# --interactive: the command has this terminal, and nothing is written to FILE.
+# --count-instructions: one processor whose clock counts instructions, one a nanosecond. The
+# processor is emulated unless --kvm is given.
 # --processors: 1 unless given; two emulated ones take more than twice the time of one for the same
 # tests, since each waking of the other is a signal between threads of this machine.
 # --argument: one more word for the kernel's command line.
