@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// ForkGuard: sockets that a forked child must not keep.
+// ForkGuard: descriptors that a forked child must not keep: sockets to the hub and the bell of the
+// letters, or the binder device.
 //
-// Problem: close-on-exec does nothing for a child that only forks; its copies would keep the
-// parent's connections open past the parent's end. Registered descriptors are closed in the child
-// by a fork handler. (A child made past the C library's fork escapes this; the hub therefore also
+// Problem: close-on-exec does nothing for a child that only forks; its copies would keep the parent
+// alive to the hub or the kernel past its end. Registered descriptors are closed in the child by a
+// fork handler. (A child made past the C library's fork escapes this; the hub therefore also
 // watches the process itself.)
 #pragma once
 
