@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Where the drivers are known to differ, and why. A row that stops being true fails.
+#include <android-base/unique_fd.h>
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,8 +18,8 @@ constexpr uint64_t kPtr = 0x1000;
 
 /** A context manager and a client that holds a node of its, on one driver. */
 struct Scene {
-    Scene(const std::string& path, std::function<uint64_t()> countBuffers)
-          : server(path), client(path), buffers(std::move(countBuffers)) {
+    Scene(const std::string& at, std::function<uint64_t()> countBuffers)
+          : path(at), server(at), client(at), buffers(std::move(countBuffers)) {
         server.publish();
         client.write(Commands().call(0, 1));
         const Return call = server.expect(BR_TRANSACTION);
@@ -32,6 +34,7 @@ struct Scene {
         return StepClient::name(client.nextEvent().command);
     }
 
+    const std::string path;
     PeerClient server;
     PeerClient client;
     uint32_t handle = 0;
@@ -43,6 +46,18 @@ std::string postDescriptors(Scene* scene) {
     for (int i = 0; i < 254; i++)
         payload.descriptor(STDERR_FILENO);
     return scene->post(payload);
+}
+
+/** How many descriptors wait for one receiver that reads none. */
+std::string postUnreadDescriptors(Scene* scene) {
+    Payload payload;
+    for (int i = 0; i < 200; i++)
+        payload.descriptor(STDERR_FILENO);
+    int waiting = 0;
+    for (int i = 0; i < 3; i++) {
+        if (scene->post(payload) == "BR_TRANSACTION_COMPLETE") waiting += 200;
+    }
+    return std::to_string(waiting);
 }
 
 std::string postObjects(Scene* scene) {
@@ -137,6 +152,36 @@ std::string leaveAfterReply(Scene* scene) {
     return "call " + std::to_string(scene->server.expect(BR_TRANSACTION).data().code);
 }
 
+/** What an ordinary user reads first after a call while word of its own node waits for it. */
+std::string postBehindNodeWork(Scene* scene) {
+    // Fails for who is ordinary already.
+    (void)scene->client.run([](Driver&, int64_t) {
+        constexpr uid_t kUid = PeerClient::kOrdinaryUid;
+        return setresuid(kUid, kUid, kUid);
+    });
+    for (int i = 0; i < 2; i++) {
+        const std::string answer = scene->post("the hub promises to take more like it");
+        if (answer != "BR_TRANSACTION_COMPLETE") return answer;
+        scene->server.write(Commands().freeBuffer(scene->server.expect(BR_TRANSACTION)));
+    }
+    scene->client.write(Commands().oneway(scene->handle, 2, Payload().node(kPtr)));
+    scene->client.write(Commands().oneway(scene->handle, 3));
+    return StepClient::name(scene->client.next().command);
+}
+
+/** What a call to a process meets after the attempt to freeze it. */
+std::string callFrozen(Scene* scene) {
+    const android::base::unique_fd device(open(scene->path.c_str(), O_RDWR | O_CLOEXEC));
+    binder_freeze_info freeze{};
+    freeze.pid = static_cast<uint32_t>(scene->server.pid());
+    freeze.enable = 1;
+    freeze.timeout_ms = 1000;
+    const bool frozen = ioctl(device.get(), BINDER_FREEZE, &freeze) == 0;
+    scene->client.write(Commands().call(0, 1));
+    if (frozen) return StepClient::name(scene->client.nextEvent().command);
+    return StepClient::name(scene->server.nextEvent().command);
+}
+
 /** Whether a call arrives that is the 257th of calls within calls. */
 std::string nest(Scene* scene) {
     PeerClient* caller = &scene->client;
@@ -184,6 +229,13 @@ const Difference kDifferences[] = {
         {"a looper leaves between its reply and its read", &leaveAfterReply, "call 3", "call 2",
          "the hub takes it for idle from its reply on, to save a round trip, and fails the call "
          "that it gave to it"},
+        {"descriptors in unread messages of 200", &postUnreadDescriptors, "400", "600",
+         "the hub holds 512 for one receiver; the kernel's bound is the room for the messages"},
+        {"an ordinary user's call without objects behind word of a node", &postBehindNodeWork,
+         "BR_TRANSACTION_COMPLETE", "BR_INCREFS",
+         "its own driver completes a letter, which is what saves the round trip"},
+        {"a call to a process that was told to freeze", &callFrozen, "BR_TRANSACTION",
+         "BR_FROZEN_REPLY", "no session freezes processes"},
 };
 
 class DifferenceTest : public DriverFixture {};
