@@ -4,6 +4,7 @@
 #include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -182,6 +183,18 @@ std::string callFrozen(Scene* scene) {
     return StepClient::name(scene->server.nextEvent().command);
 }
 
+/** How nice a thread is that was as nice as can be, while it serves a caller that is not. */
+std::string serveTheLessNice(Scene* scene) {
+    const int status = scene->server.run([](Driver&, int64_t) {
+        return setpriority(PRIO_PROCESS, /*who=*/0, /*prio=*/19) == 0 ? 0 : -errno;
+    });
+    if (status) return "no priority: " + std::to_string(status);
+    scene->client.write(Commands().call(0, 1));
+    (void)scene->server.expect(BR_TRANSACTION);
+    return std::to_string(scene->server.run(
+            [](Driver&, int64_t) { return getpriority(PRIO_PROCESS, /*who=*/0); }));
+}
+
 /** Whether a call arrives that is the 257th of calls within calls. */
 std::string nest(Scene* scene) {
     PeerClient* caller = &scene->client;
@@ -236,6 +249,8 @@ const Difference kDifferences[] = {
          "its own driver completes a letter, which is what saves the round trip"},
         {"a call to a process that was told to freeze", &callFrozen, "BR_TRANSACTION",
          "BR_FROZEN_REPLY", "no session freezes processes"},
+        {"how nice a thread of niceness 19 is in a call", &serveTheLessNice, "19", "0",
+         "an ordinary user's hub may not make others' threads less nice"},
 };
 
 class DifferenceTest : public DriverFixture {};
