@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Everything that a process can pin in the hub has its bound here.
+// Everything that a process can pin in the hub has its bound here, but for the memory of its
+// outbox: that is of one size (embedded/OutboxLayout.h), one for a process, and so bounded by
+// connections.
 #pragma once
 
 #include <cstddef>

@@ -5,17 +5,13 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <cinttypes>
-#include <cstdio>
-#include <fstream>
 #include <memory>
 #include <random>
 
 #include "HubFixture.h"
+#include "OwnLetters.h"
 #include "PeerClient.h"
 #include "embedded/Frame.h"
-#include "embedded/OutboxLayout.h"
 
 namespace binderhost::tests {
 namespace {
@@ -217,19 +213,6 @@ TEST_F(LetterTest, manySendersAtOnceFillAReceiverLittleMoreThanOneCan) {
     EXPECT_LE(bytes, kSpace + kSpace / 2);
 }
 
-/** Where this process's letters are mapped; null when they are not. */
-outbox::Letters* findLetters() {
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);) {
-        uintptr_t start = 0;
-        const bool named = line.find("memfd:binder-letters") != std::string::npos;
-        if (named && std::sscanf(line.c_str(), "%" SCNxPTR, &start) == 1) {
-            return reinterpret_cast<outbox::Letters*>(start);
-        }
-    }
-    return nullptr;
-}
-
 TEST_F(LetterTest, aForkedChildCannotWriteItsParentsLetters) {
     PeerClient client(path(), As::Ordinary);
     warmUp(&client, join(&client));
@@ -241,25 +224,6 @@ TEST_F(LetterTest, aForkedChildCannotWriteItsParentsLetters) {
         return waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : 3;
     }),
               0);
-}
-
-/** One that is spoilt before the hub looks, and one more that makes it look. */
-int sendSpoiltLetter(Driver& driver, int64_t handle) {
-    outbox::Letters* letters = findLetters();
-    if (letters == nullptr) return -ENOENT;
-    const Commands commands = Commands().oneway(static_cast<uint32_t>(handle), 1);
-    uint8_t room[64];
-    for (const uint32_t rung : {1, 0}) {
-        letters->rung.store(rung);
-        binder_write_read bwr{};
-        bwr.write_buffer = reinterpret_cast<uintptr_t>(commands.bytes.data());
-        bwr.write_size = commands.bytes.size();
-        bwr.read_buffer = reinterpret_cast<uintptr_t>(room);
-        bwr.read_size = sizeof(room);
-        if (const int status = driver.writeRead(&bwr)) return status;
-        std::memset(letters->ring, 0xff, outbox::kRingBytes);
-    }
-    return 0;
 }
 
 TEST_F(LetterTest, whoeverSpoilsItsLettersIsCutOffAlone) {
