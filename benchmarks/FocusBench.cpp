@@ -96,6 +96,68 @@ void timeFirstLooks(benchmark::State& state, Nursery& nursery, ClientManager& cl
     }
 }
 
+void lookBare(const std::vector<int>& pids) {
+    for (int pid : pids)
+        bareLook(pid);
+}
+
+void decide(FocusPolicy& policy, const std::vector<int>& pids) {
+    std::vector<ClientStatus> out;
+    policy.computeFocusState(FocusType::HeadTracking, pids, out);
+    if (out.size() == pids.size()) return;
+    fprintf(stderr, "a process is not known\n");
+    exit(1);
+}
+
+/** Over the first N of the processes, which are known after the first round. */
+template <typename Look>
+void addKnown(const char* name, const std::vector<int>& all, Look look) {
+    benchmark::RegisterBenchmark(name,
+                                 [&all, look](benchmark::State& state) {
+                                     const std::vector<int> pids(all.begin(),
+                                                                 all.begin() + state.range(0));
+                                     for (auto iteration : state)
+                                         look(pids);
+                                 })
+            ->Unit(benchmark::kMicrosecond)
+            ->RangeMultiplier(10)
+            ->Range(1, kMostProcesses);
+}
+
+template <typename Look>
+void addFirst(const char* name, Nursery& newcomers, ClientManager& clients, Look look) {
+    benchmark::RegisterBenchmark(name,
+                                 [&newcomers, &clients, look](benchmark::State& state) {
+                                     timeFirstLooks(state, newcomers, clients, look);
+                                 })
+            ->Unit(benchmark::kMicrosecond)
+            ->UseManualTime()
+            ->Iterations(kFirstLooks)
+            ->Arg(10)
+            ->Arg(100);
+}
+
+std::vector<PairedBenchmark> pairs() {
+    std::vector<PairedBenchmark> out;
+    for (const char* count : {"1", "10", "100", "1000"}) {
+        const bool one = count == std::string("1");
+        out.push_back({.name = std::string("computeFocusState/") + count,
+                       .anchor = std::string("bare_calls/") + count,
+                       .goal = one ? 0.75 : 0.60,
+                       .processorTime = true,
+                       .stretch = one ? 0.55 : 0.45});
+    }
+    for (const char* count : {"10", "100"}) {
+        const std::string suffix = std::string("/") + count +
+                                   "/iterations:" + std::to_string(kFirstLooks) + "/manual_time";
+        out.push_back({.name = "first_look" + suffix,
+                       .anchor = "bare_first_look" + suffix,
+                       .goal = 1.25,
+                       .stretch = 1.10});
+    }
+    return out;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -109,80 +171,24 @@ int main(int argc, char** argv) {
     Nursery elders;
     Nursery newcomers;
     const std::vector<int> all = elders.start(kMostProcesses);
-    const auto first = [&all](int64_t count) {
-        return std::vector<int>(all.begin(), all.begin() + count);
-    };
     // Every process is looked up at a permission controller once, when it is first seen.
     FakeServiceManager::installed().add("permission", new EmptyPermissionController());
     const auto connections = std::make_shared<ConnectionManager>();
     const auto clients = std::make_shared<ClientManager>(connections);
     FocusPolicy policy(connections, clients);
-
-    const auto add = [](const char* name, auto function) {
-        benchmark::RegisterBenchmark(name, function)
-                ->Unit(benchmark::kMicrosecond)
-                ->RangeMultiplier(10)
-                ->Range(1, kMostProcesses);
-    };
-    const auto lookBare = [](const std::vector<int>& pids) {
-        for (int pid : pids)
-            bareLook(pid);
-    };
-    const auto decide = [](FocusPolicy& policy, const std::vector<int>& pids) {
-        std::vector<ClientStatus> out;
-        policy.computeFocusState(FocusType::HeadTracking, pids, out);
-        if (out.size() == pids.size()) return;
-        fprintf(stderr, "a process is not known\n");
-        exit(1);
-    };
-    add("bare_calls", [&](benchmark::State& state) {
-        const std::vector<int> pids = first(state.range(0));
-        for (auto iteration : state)
-            lookBare(pids);
-    });
-    add("computeFocusState", [&](benchmark::State& state) {
-        const std::vector<int> pids = first(state.range(0));
-        for (auto iteration : state)
-            decide(policy, pids);
-    });
     // A registry of their own: to forget the dead is not to touch a thousand others.
     const auto newClients = std::make_shared<ClientManager>(connections);
     FocusPolicy newPolicy(connections, newClients);
-    const auto addFirst = [&](const char* name, auto look) {
-        benchmark::RegisterBenchmark(name,
-                                     [&newcomers, &newClients, look](benchmark::State& state) {
-                                         timeFirstLooks(state, newcomers, *newClients, look);
-                                     })
-                ->Unit(benchmark::kMicrosecond)
-                ->UseManualTime()
-                ->Iterations(kFirstLooks)
-                ->Arg(10)
-                ->Arg(100);
-    };
-    addFirst("bare_first_look", lookBare);
-    const auto decideAnew = [&](const std::vector<int>& pids) { decide(newPolicy, pids); };
-    addFirst("first_look", decideAnew);
 
-    std::vector<PairedBenchmark> pairs;
-    for (const char* count : {"1", "10", "100", "1000"}) {
-        const bool one = count == std::string("1");
-        pairs.push_back({.name = std::string("computeFocusState/") + count,
-                         .anchor = std::string("bare_calls/") + count,
-                         .goal = one ? 0.75 : 0.60,
-                         .processorTime = true,
-                         .stretch = one ? 0.55 : 0.45});
-    }
-    for (const char* count : {"10", "100"}) {
-        const std::string suffix = std::string("/") + count +
-                                   "/iterations:" + std::to_string(kFirstLooks) + "/manual_time";
-        pairs.push_back({.name = "first_look" + suffix,
-                         .anchor = "bare_first_look" + suffix,
-                         .goal = 1.25,
-                         .stretch = 1.10});
-    }
+    addKnown("bare_calls", all, lookBare);
+    addKnown("computeFocusState", all,
+             [&policy](const std::vector<int>& pids) { decide(policy, pids); });
+    addFirst("bare_first_look", newcomers, *newClients, lookBare);
+    addFirst("first_look", newcomers, *newClients,
+             [&newPolicy](const std::vector<int>& pids) { decide(newPolicy, pids); });
     const Growth inProcesses{.name = "computeFocusState",
                              .expected = Growth::Expected::Linear,
                              .sizes = {10, 100, 1000},
                              .processorTime = true};
-    return runPaired(argc, argv, pairs, {inProcesses});
+    return runPaired(argc, argv, pairs(), {inProcesses});
 }

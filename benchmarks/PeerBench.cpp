@@ -82,6 +82,7 @@ std::vector<std::unique_ptr<PeerBus>> startPeers(const PeerFolder& folder,
 
 int main(int argc, char** argv) {
     pinToOneProcessor();
+    leaveRoot();
     static const PeerFolder folder;
     const std::string socket = folder.file("hub");
     setenv("BINDER_DRIVER", socket.c_str(), /*overwrite=*/1);
