@@ -53,11 +53,14 @@ bool Outbox::hasRoomLocked(uint32_t handle, uint64_t size, uint64_t filler) cons
            mWritten + filler + size - mRoom->taken.load() <= outbox::kRingBytes;
 }
 
+uint8_t* Outbox::placeLocked() const {
+    return mLetters->ring + mWritten % outbox::kRingBytes;
+}
+
 void Outbox::writeLocked(const binder_transaction_data& call, uint64_t size, uint64_t filler) {
-    const auto place = [this] { return mLetters->ring + mWritten % outbox::kRingBytes; };
     if (filler) {
         const outbox::Filler head{.size = static_cast<uint32_t>(filler)};
-        std::memcpy(place(), &head, sizeof(head));
+        std::memcpy(placeLocked(), &head, sizeof(head));
         mWritten += filler;
     }
     outbox::Record head;
@@ -67,9 +70,9 @@ void Outbox::writeLocked(const binder_transaction_data& call, uint64_t size, uin
     head.code = call.code;
     head.flags = call.flags;
     head.dataSize = static_cast<uint32_t>(call.data_size);
-    std::memcpy(place(), &head, sizeof(head));
+    std::memcpy(placeLocked(), &head, sizeof(head));
     const auto* data = reinterpret_cast<const void*>(static_cast<uintptr_t>(call.data.ptr.buffer));
-    if (call.data_size) std::memcpy(place() + sizeof(head), data, call.data_size);
+    if (call.data_size) std::memcpy(placeLocked() + sizeof(head), data, call.data_size);
     mWritten += size;
     mSent[head.handle] += size;
     mLetters->written.store(mWritten);

@@ -38,6 +38,7 @@ private:
     Outbox(int letters, int room, android::base::unique_fd bell);
     [[nodiscard]] bool hasRoomLocked(uint32_t handle, uint64_t size, uint64_t filler) const
             REQUIRES(mLock);
+    [[nodiscard]] uint8_t* placeLocked() const REQUIRES(mLock);
     void writeLocked(const binder_transaction_data& call, uint64_t size, uint64_t filler)
             REQUIRES(mLock);
 

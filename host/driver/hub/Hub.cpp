@@ -160,8 +160,8 @@ bool Hub::fill(Thread* thread, Record* record) {
             thread->process->untold--;
             appendBytes(&record->head, untold->command);
             appendBytes(&record->head, untold->object);
-        } else {
-            const TransactionPtr& transaction = std::get<TransactionPtr>(work);
+        } else if (const auto* call = std::get_if<TransactionPtr>(&work)) {
+            const TransactionPtr& transaction = *call;
             mLast = {transaction->buffer, transaction->reply, transaction->oneway,
                      record->head.size()};
             mCalls.deliver(transaction, thread, record);
