@@ -266,8 +266,8 @@ protected:
     }
 
     static constexpr size_t kCalls = 300;
-    static constexpr uint64_t kFirstTolerance = 4 << 20;
-    static constexpr uint64_t kTolerance = 512 << 10;
+    [[maybe_unused]] static constexpr uint64_t kFirstTolerance = 4 << 20;
+    [[maybe_unused]] static constexpr uint64_t kTolerance = 512 << 10;
 
 private:
     /** The code of the call that was served. */
