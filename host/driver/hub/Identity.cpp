@@ -11,7 +11,7 @@
 
 namespace binderhost::hub {
 
-bool Identity::cannotChange() const {
+bool Identity::cannotChange(uid_t uid) const {
     std::ifstream status("/proc/" + std::to_string(mPid) + "/status");
     bool same = false;
     bool powerless = false;
@@ -24,7 +24,7 @@ bool Identity::cannotChange() const {
             for (uid_t& each : all)
                 words >> each;
             same = words &&
-                   std::all_of(all.begin(), all.end(), [&](uid_t each) { return each == all[0]; });
+                   std::all_of(all.begin(), all.end(), [uid](uid_t each) { return each == uid; });
         } else if (name == "CapPrm:") {
             uint64_t permitted = ~uint64_t{0};
             words >> std::hex >> permitted;

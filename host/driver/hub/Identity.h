@@ -30,10 +30,11 @@ public:
     [[nodiscard]] pid_t pid() const { return mPid; }
 
     /**
-     * True when the process has one uid only and may take no other: what it says later without a
-     * frame is then said under that one as well. Looks into /proc.
+     * True when the process has this uid only and may take no other: what it says later without a
+     * frame is then said under that one as well. Looks into /proc, by when the uid that a frame
+     * was attested may be another's: the process has dropped it, or only one of its threads had it.
      */
-    [[nodiscard]] bool cannotChange() const;
+    [[nodiscard]] bool cannotChange(uid_t uid) const;
 
 private:
     pid_t mPid;

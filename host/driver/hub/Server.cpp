@@ -273,7 +273,9 @@ void Server::openProcess(Connection* connection) {
     }
     frame::Answer welcome;
     welcome.token = entry.token;
-    if (process->identity.cannotChange()) welcome.header.flags = frame::kNeedsNoClaim;
+    if (process->identity.cannotChange(mReceived.credentials->uid)) {
+        welcome.header.flags = frame::kNeedsNoClaim;
+    }
     send(connection, welcome);
 }
 

@@ -51,7 +51,7 @@ void Server::openOutbox(Connection* connection, uid_t uid) {
         cutOff(connection, "asks for a second outbox");
         return;
     }
-    const bool allowed = process->identity.cannotChange();
+    const bool allowed = process->identity.cannotChange(uid);
     if (allowed && theirs.ok()) outbox = Outbox::make(uid, &memory);
     Connection* watch = nullptr;
     if (outbox) watch = add(Connection::Kind::Bell, std::move(bell), EPOLLIN | EPOLLET);

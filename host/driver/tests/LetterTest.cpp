@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // One-way calls that ask no hub, between real processes: whose they are, their order, their end.
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -97,6 +98,21 @@ TEST_F(LetterTest, onlyAProcessThatCanNeverBeSomebodyElseGetsAnOutbox) {
         }
         awaitStat("processes", 1);
     }
+}
+
+TEST_F(LetterTest, anOutboxIsNotForAUidThatOnlyAThreadHas) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root has a uid to drop";
+    PeerClient client(path());
+    PeerClient thread(&client);
+    // Past the C library, which would change all threads: a process that drops its uid between
+    // asking and being looked at is the same to the hub.
+    ASSERT_EQ(client.run([](Driver&, int64_t) {
+        constexpr uid_t kUid = PeerClient::kOrdinaryUid;
+        return static_cast<int>(syscall(SYS_setresuid, kUid, kUid, kUid));
+    }),
+              0);
+    warmUp(&thread, join(&thread));
+    EXPECT_EQ(stats().at("outboxes"), 0u);
 }
 
 TEST_F(LetterTest, lettersOfManySendersArriveInTheOrderOfTheirSending) {
