@@ -48,10 +48,14 @@ std::unique_ptr<Outbox> Outbox::make(uid_t uid, std::array<unique_fd, 2>* descri
     return made;
 }
 
+void Outbox::listen() {
+    mLetters->rung.store(0);
+    mWritten = mLetters->written.load();
+}
+
 const Outbox::Letter* Outbox::peek() {
     while (!mFront && !mBroken) {
-        const uint64_t written = mLetters->written.load();
-        if (!copyFront(written)) return nullptr;
+        if (!copyFront()) return nullptr;
     }
     return mFront ? &*mFront : nullptr;
 }
@@ -61,8 +65,8 @@ bool Outbox::breakOff() {
     return false;
 }
 
-bool Outbox::copyFront(uint64_t written) {
-    const uint64_t waiting = written - mTaken;
+bool Outbox::copyFront() {
+    const uint64_t waiting = mWritten - mTaken;
     if (waiting == 0) return false;
     if (waiting > outbox::kRingBytes || waiting % 8 != 0) return breakOff();
     const uint64_t at = mTaken % outbox::kRingBytes;
@@ -74,6 +78,8 @@ bool Outbox::copyFront(uint64_t written) {
         return breakOff();
     }
     if (filler.handle == 0) {
+        // No other has a use; a ring full of them would cost the hub more than letters.
+        if (at + size != outbox::kRingBytes) return breakOff();
         mTaken += size;
         mRoom->taken.store(mTaken);
         return true;

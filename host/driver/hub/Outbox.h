@@ -33,8 +33,11 @@ public:
         std::span<const uint8_t> data;  // valid until the peek() after take()
     };
 
-    /** From now on the bell rings for what is written. */
-    void listen() { mLetters->rung.store(0); }
+    /**
+     * From now on the bell rings for what is written. What is written by then is what there is: a
+     * process that never stops writing cannot keep the hub.
+     */
+    void listen();
     /** The oldest letter, which stays until take(). Null: there is none, or it is broken. */
     [[nodiscard]] const Letter* peek();
     void take();
@@ -58,12 +61,14 @@ private:
 
     Outbox(uid_t uid, int letters, int room);
     /** Copies the record at the front; false when there is none. */
-    [[nodiscard]] bool copyFront(uint64_t written);
+    [[nodiscard]] bool copyFront();
     [[nodiscard]] bool breakOff();
 
     const uid_t mUid;
     const SharedMemory<outbox::Letters> mLetters;
     const SharedMemory<outbox::Room> mRoom;
+    /** Up to here there is something. */
+    uint64_t mWritten = 0;
     uint64_t mTaken = 0;
     bool mBroken = false;
     std::vector<Account> mAccounts;

@@ -10,7 +10,7 @@
 //
 // A letter that is stamped up to T and has a successor up to T was complete, and its bell rung,
 // before T: it is heard. Everything later waits for the next turn, together with what it may have
-// followed.
+// followed; so does what is written during the turn, whatever its stamp says.
 #pragma once
 
 #include <cstdint>

@@ -173,6 +173,24 @@ TEST(OutboxTest, aLetterFromTheFutureIsTakenAllTheSame) {
     EXPECT_EQ(takeAll(&outboxes, monotonicNow()).letters.size(), 1u);
 }
 
+TEST(OutboxTest, whatIsWrittenDuringATurnWaitsForTheNextWhateverItsStamp) {
+    Ends ends;
+    Outboxes outboxes;
+    ends.put(stamped(1, 1));
+    outboxes.rung(&ends.process);
+    constexpr uint64_t kEnough = 100;
+    uint64_t given = 0;
+    const auto writeOn = [&](Process*, const Outbox::Letter&) {
+        given++;
+        if (given < kEnough) ends.put(stamped(1, 1), given * sizeof(outbox::Record));
+    };
+    EXPECT_TRUE(outboxes.take(monotonicNow(), writeOn).empty());
+    EXPECT_EQ(given, 1u);
+    outboxes.rung(&ends.process);
+    EXPECT_TRUE(outboxes.take(monotonicNow(), writeOn).empty());
+    EXPECT_EQ(given, 2u);
+}
+
 TEST(OutboxTest, aRingThatCannotBeRightIsBrokenAndNothingOfItIsTaken) {
     struct Case {
         const char* name;
@@ -207,6 +225,11 @@ TEST(OutboxTest, aRingThatCannotBeRightIsBrokenAndNothingOfItIsTaken) {
              kSize},
             {"more than the ring holds", stamped(1, 1), outbox::kRingBytes + 8},
             {"to a handle that nothing was promised for", with([](R* r) { r->handle++; }), kSize},
+            {"a filler that leads nowhere", with([](R* r) {
+                 r->handle = 0;
+                 r->size = 8;
+             }),
+             8},
             {"half a word", stamped(1, 1), kSize + 4},
             {"less than was taken", stamped(1, 1), ~uint64_t{7}},
     };
