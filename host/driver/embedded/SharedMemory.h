@@ -7,6 +7,8 @@
 
 #include <cstddef>
 
+#include "OwnPid.h"
+
 namespace binderhost {
 
 template <typename T>
@@ -24,7 +26,8 @@ public:
         mMapping = at;
     }
     ~SharedMemory() {
-        if (mMapping) munmap(mMapping, sizeof(T));
+        // A forked child may have something of its own there by now.
+        if (mMapping && mOwner == ownPid()) munmap(mMapping, sizeof(T));
     }
     SharedMemory(const SharedMemory&) = delete;
     SharedMemory& operator=(const SharedMemory&) = delete;
@@ -34,6 +37,7 @@ public:
 
 private:
     void* mMapping = nullptr;
+    pid_t mOwner = ownPid();
 };
 
 }  // namespace binderhost

@@ -3,6 +3,8 @@
 // Outboxes without processes: both ends of the shared memory in this one.
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstring>
@@ -246,6 +248,26 @@ TEST(OutboxTest, aRingThatCannotBeRightIsBrokenAndNothingOfItIsTaken) {
         EXPECT_EQ(taken.broken, std::vector<Process*>{&ends.process});
         EXPECT_FALSE(outboxes.pending());
     }
+}
+
+TEST(OutboxTest, aForkedChildKeepsWhatItHasWhereItsParentsMemoryWas) {
+    std::array<unique_fd, 2> descriptors;
+    const auto outbox = Outbox::make(kUid, &descriptors);
+    auto room = std::make_unique<SharedMemory<const outbox::Room>>(descriptors[1].get(), PROT_READ);
+    auto* place = const_cast<outbox::Room*>(room->operator->());
+    const pid_t child = fork();
+    if (child == 0) {
+        void* own = mmap(place, sizeof(*place), PROT_READ | PROT_WRITE,
+                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED_NOREPLACE, /*fd=*/-1,
+                         /*offset=*/0);
+        if (own != place) _exit(2);
+        room.reset();
+        const bool there = msync(own, sizeof(*place), MS_ASYNC) == 0;
+        _exit(there ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 TEST(OutboxTest, theRoomCannotBeWrittenByWhoeverGetsIt) {
