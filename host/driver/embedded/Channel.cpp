@@ -61,7 +61,8 @@ bool Channel::post(binder_write_read* bwr) {
     if (command != BC_TRANSACTION) return false;
     std::memcpy(&call, commands + sizeof(command), sizeof(call));
     // What is owed or waits to be read has its turn first.
-    const bool quiet = !mReadOutstanding && mIncoming.returns.empty() && mIncoming.owed.empty();
+    const bool quiet = !mReadOutstanding && mCallsAnswered && mIncoming.returns.empty() &&
+                       mIncoming.owed.empty();
     if (!quiet || !Outbox::suits(call)) return false;
     Outbox* outbox = mSession->outbox();
     if (!outbox || !outbox->post(call)) return false;
@@ -115,6 +116,7 @@ int Channel::writeSome(std::span<const uint8_t> commands, bool wantsRead, bool w
             mSession->buffers().release(address);
         mCallsInHand -= std::min(mCallsInHand, frame.replies());
         if (last && wantsRead) mReadOutstanding = true;
+        mCallsAnswered = (last && wantsRead) || (mCallsAnswered && frame.calls() == 0);
         return sound ? 0 : -EINVAL;
     }
     return -ECONNREFUSED;

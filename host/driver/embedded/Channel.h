@@ -57,6 +57,8 @@ private:
     ForkGuard mGuard{&mSocket};
     gid_t mGroup;
     bool mReadOutstanding = false;
+    /** No call was sent that no later read asks about: a letter might overtake it. */
+    bool mCallsAnswered = true;
     uint32_t mCallsInHand = 0;
     IncomingRecord mIncoming;
     size_t mHandedOut = 0;

@@ -153,23 +153,6 @@ std::string leaveAfterReply(Scene* scene) {
     return "call " + std::to_string(scene->server.expect(BR_TRANSACTION).data().code);
 }
 
-/** What an ordinary user reads first after a call while word of its own node waits for it. */
-std::string postBehindNodeWork(Scene* scene) {
-    // Fails for who is ordinary already.
-    (void)scene->client.run([](Driver&, int64_t) {
-        constexpr uid_t kUid = PeerClient::kOrdinaryUid;
-        return setresuid(kUid, kUid, kUid);
-    });
-    for (int i = 0; i < 2; i++) {
-        const std::string answer = scene->post("the hub promises to take more like it");
-        if (answer != "BR_TRANSACTION_COMPLETE") return answer;
-        scene->server.write(Commands().freeBuffer(scene->server.expect(BR_TRANSACTION)));
-    }
-    scene->client.write(Commands().oneway(scene->handle, 2, Payload().node(kPtr)));
-    scene->client.write(Commands().oneway(scene->handle, 3));
-    return StepClient::name(scene->client.next().command);
-}
-
 /** What a call to a process meets after the attempt to freeze it. */
 std::string callFrozen(Scene* scene) {
     const android::base::unique_fd device(open(scene->path.c_str(), O_RDWR | O_CLOEXEC));
@@ -244,9 +227,6 @@ const Difference kDifferences[] = {
          "that it gave to it"},
         {"descriptors in unread messages of 200", &postUnreadDescriptors, "400", "600",
          "the hub holds 512 for one receiver; the kernel's bound is the room for the messages"},
-        {"an ordinary user's call without objects behind word of a node", &postBehindNodeWork,
-         "BR_TRANSACTION_COMPLETE", "BR_INCREFS",
-         "its own driver completes a letter, which is what saves the round trip"},
         {"a call to a process that was told to freeze", &callFrozen, "BR_TRANSACTION",
          "BR_FROZEN_REPLY", "no session freezes processes"},
         {"how nice a thread of niceness 19 is in a call", &serveTheLessNice, "19", "0",

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <csignal>
 #include <memory>
 #include <random>
 
@@ -154,6 +155,18 @@ TEST_F(LetterTest, twoThreadsOfASenderKeepTheOrderOfTheirCalls) {
     for (uint32_t code = 0; code < 100; code++)
         ASSERT_EQ(takeOne().data().code, code);
     EXPECT_EQ(lettersTaken(), 80u);
+}
+
+TEST_F(LetterTest, noLetterOvertakesACallWhoseAnswerWasNotReadYet) {
+    PeerClient client(path(), As::Ordinary);
+    const uint32_t handle = join(&client);
+    warmUp(&client, handle);
+    ASSERT_EQ(kill(hubPid(), SIGSTOP), 0);
+    client.write(Commands().oneway(handle, 1, Payload().handle(handle)));
+    client.write(Commands().oneway(handle, 2));
+    ASSERT_EQ(kill(hubPid(), SIGCONT), 0);
+    for (uint32_t code = 1; code <= 2; code++)
+        EXPECT_EQ(takeOne().data().code, code);
 }
 
 TEST_F(LetterTest, lettersOfASenderThatIsKilledAtOnceAreDelivered) {
