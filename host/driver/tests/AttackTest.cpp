@@ -138,8 +138,8 @@ void passAThousandDescriptors(const std::string& path) {
 
 /** Calls on while the receiver has room: 0 when that came to an end. */
 int callUntilRefused(Driver& driver, int64_t handle) {
-    const Commands commands =
-            Commands().oneway(static_cast<uint32_t>(handle), kFlood, std::string(400, 'x'));
+    Commands commands;
+    commands.oneway(static_cast<uint32_t>(handle), kFlood, std::string(400, 'x'));
     for (int i = 0; i < 10'000; i++) {
         uint32_t returns[16] = {};
         binder_write_read bwr{};

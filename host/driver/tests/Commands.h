@@ -97,6 +97,11 @@ struct Return {
 /** A stream of BC_* commands; it keeps the payloads that its transactions point to. */
 class Commands {
 public:
+    Commands() = default;
+    Commands(Commands&&) = default;
+    /** A copy would point to the payloads of the other. */
+    Commands(const Commands&) = delete;
+
     Commands& call(uint32_t handle, uint32_t code, Payload payload = {}, uint32_t flags = 0) {
         binder_transaction_data data{};
         data.target.handle = handle;

@@ -36,7 +36,8 @@ inline outbox::Letters* findLetters() {
 inline int sendSpoiltLetter(Driver& driver, int64_t handle) {
     outbox::Letters* letters = findLetters();
     if (letters == nullptr) return -ENOENT;
-    const Commands commands = Commands().oneway(static_cast<uint32_t>(handle), 1);
+    Commands commands;
+    commands.oneway(static_cast<uint32_t>(handle), 1);
     uint8_t room[64];
     for (const uint32_t rung : {1, 0}) {
         letters->rung.store(rung);
