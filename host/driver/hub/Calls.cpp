@@ -112,7 +112,7 @@ void Calls::post(Process* sender, const Outbox::Letter& letter) {
 
 void Calls::promise(Process* sender, uint32_t handle, Process* receiver) {
     if (!sender->outbox) return;
-    receiver->promisedBytes -= sender->outbox->promised(handle);
+    receiver->promisedBytes -= sender->outbox->charged(handle);
     receiver->promisedBytes += sender->outbox->promise(handle, mBuffers->mayPromise(*receiver));
 }
 

@@ -12,7 +12,7 @@ namespace binderhost::hub {
 
 class Connection : public Link {
 public:
-    enum class Kind { Listener, Signal, Stranger, Process, ProcessExit, Thread, Bell };
+    enum class Kind { Listener, Signal, Stranger, Process, ProcessExit, Thread, Bells, Bell };
 
     /** A driver that does not take what it asked for is put on the list, which outlives this. */
     Connection(Kind kind, android::base::unique_fd descriptor, std::vector<Connection*>* stuffed)

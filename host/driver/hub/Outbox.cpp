@@ -116,15 +116,24 @@ void Outbox::take() {
 uint64_t Outbox::promise(uint32_t handle, bool more) {
     if (handle == 0 || handle >= outbox::kHandles) return 0;
     Account& account = mAccounts[handle];
-    account.promised = more ? outbox::kPromise : 0;
-    const uint64_t limit = account.received + account.promised;
+    const uint64_t limit = account.received + (more ? outbox::kPromise : 0);
     account.highest = std::max(account.highest, limit);
+    // What was promised once may be on its way, whatever the process is told now.
+    account.charged = account.highest - account.received;
     mRoom->limit[handle].store(limit);
-    return account.promised;
+    return account.charged;
 }
 
-uint64_t Outbox::promised(uint32_t handle) const {
-    return handle < outbox::kHandles ? mAccounts[handle].promised : 0;
+void Outbox::forget(uint32_t handle) {
+    if (handle == 0 || handle >= outbox::kHandles) return;
+    Account& account = mAccounts[handle];
+    account.highest = account.received;
+    account.charged = 0;
+    mRoom->limit[handle].store(account.received);
+}
+
+uint64_t Outbox::charged(uint32_t handle) const {
+    return handle < outbox::kHandles ? mAccounts[handle].charged : 0;
 }
 
 }  // namespace binderhost::hub

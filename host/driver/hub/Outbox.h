@@ -46,17 +46,19 @@ public:
 
     /**
      * Promises to take some more for the handle, or nothing beyond what is on its way. Returns how
-     * much; nothing for a handle beyond the table.
+     * much may come now, which is the receiver's to bear; nothing for a handle beyond the table.
      */
     uint64_t promise(uint32_t handle, bool more);
+    /** The handle is given back: no letter to it is on its way, and none may come. */
+    void forget(uint32_t handle);
     /** What promise() returned last for the handle. */
-    [[nodiscard]] uint64_t promised(uint32_t handle) const;
+    [[nodiscard]] uint64_t charged(uint32_t handle) const;
 
 private:
     struct Account {
         uint64_t received = 0;
-        uint64_t promised = 0;  // beyond what was received when it was promised
-        uint64_t highest = 0;   // limit that the process may have seen
+        uint64_t highest = 0;  // limit that the process may have seen
+        uint64_t charged = 0;  // to the receiver
     };
 
     Outbox(uid_t uid, int letters, int room);

@@ -102,15 +102,23 @@ void References::promiseNoMore(const Node& node) {
 void References::promiseNoMore(const Reference& reference) {
     const auto& outbox = reference.process->outbox;
     if (!outbox) return;
+    const uint64_t before = outbox->charged(reference.handle);
+    const uint64_t now = outbox->promise(reference.handle, /*more=*/false);
+    if (Process* receiver = reference.node->owner) receiver->promisedBytes += now - before;
+}
+
+void References::forgetPromise(const Reference& reference) {
+    const auto& outbox = reference.process->outbox;
+    if (!outbox) return;
     if (Process* receiver = reference.node->owner) {
-        receiver->promisedBytes -= outbox->promised(reference.handle);
+        receiver->promisedBytes -= outbox->charged(reference.handle);
     }
-    (void)outbox->promise(reference.handle, /*more=*/false);
+    outbox->forget(reference.handle);
 }
 
 void References::drop(Reference* reference) {
     Process* process = reference->process;
-    promiseNoMore(*reference);
+    forgetPromise(*reference);
     const NodePtr node = reference->node;
     if (reference->strong) node->strongHandles--;
     node->references.erase(reference->serial);

@@ -54,6 +54,7 @@ public:
 
 private:
     static void promiseNoMore(const Reference& reference);
+    static void forgetPromise(const Reference& reference);
     [[nodiscard]] uint32_t newHandle(Process* process, const NodePtr& node);
 
     Scheduler* mScheduler;

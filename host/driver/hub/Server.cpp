@@ -25,10 +25,12 @@ Server::Server(unique_fd listener, unique_fd stop, const Limits& limits)
       : mHub(limits),
         mLimits(limits),
         mEpoll(epoll_create1(EPOLL_CLOEXEC)),
+        mBells(epoll_create1(EPOLL_CLOEXEC)),
         mReserve(open("/dev/null", O_RDONLY | O_CLOEXEC)),
         mRoom(frame::kMaxBytes) {
     add(Connection::Kind::Listener, std::move(listener), EPOLLIN);
     add(Connection::Kind::Signal, std::move(stop), EPOLLIN);
+    add(Connection::Kind::Bells, unique_fd(fcntl(mBells.get(), F_DUPFD_CLOEXEC, 0)), EPOLLIN);
 }
 
 int Server::run() {
@@ -56,7 +58,6 @@ void Server::round(size_t count) {
             if (connection->open()) act(connection, event.events);
         }
     };
-    hearBells(events);
     takeLetters();
     each([this](Connection* connection, uint32_t what) {
         const bool gone = connection->kind() == Kind::Process && (what & kGone);
@@ -68,7 +69,7 @@ void Server::round(size_t count) {
     each([this](Connection* connection, uint32_t what) {
         if (connection->kind() == Kind::Signal) mStopping = true;
         if (connection->kind() <= Kind::Signal || connection->kind() == Kind::ProcessExit ||
-            connection->kind() == Kind::Bell) {
+            connection->kind() == Kind::Bells) {
             return;
         }
         if (what & EPOLLIN) {
@@ -84,12 +85,16 @@ void Server::round(size_t count) {
 }
 
 Connection* Server::add(Connection::Kind kind, unique_fd descriptor, uint32_t events) {
+    return add(kind, std::move(descriptor), events, mEpoll.get());
+}
+
+Connection* Server::add(Connection::Kind kind, unique_fd descriptor, uint32_t events, int epoll) {
     auto made = std::make_unique<Connection>(kind, std::move(descriptor), &mStuffed);
     Connection* connection = made.get();
     epoll_event event{};
     event.events = events;
     event.data.ptr = connection;
-    if (epoll_ctl(mEpoll.get(), EPOLL_CTL_ADD, connection->descriptor(), &event)) {
+    if (epoll_ctl(epoll, EPOLL_CTL_ADD, connection->descriptor(), &event)) {
         report("cannot watch a connection: %s", std::strerror(errno));
         return nullptr;
     }
@@ -320,7 +325,7 @@ void Server::answerStats(Connection* connection) {
     Record record;
     appendBytes(&record.head, frame::Header{.kind = frame::Kind::Answer});
     const std::string text =
-            mHub.stats() + "connections=" + std::to_string(mConnections.size() - 2) + "\n";
+            mHub.stats() + "connections=" + std::to_string(mConnections.size() - 3) + "\n";
     record.payload.assign(text.begin(), text.end());
     (void)connection->send(record);  // has no descriptors
 }
@@ -365,7 +370,8 @@ void Server::closeProcess(Process* process) {
     for (Connection* connection : closing) {
         // The process has the bell as well: closing it here does not end its events.
         if (connection->kind() == Connection::Kind::Bell) {
-            epoll_ctl(mEpoll.get(), EPOLL_CTL_DEL, connection->descriptor(), nullptr);
+            epoll_ctl(mBells.get(), EPOLL_CTL_DEL, connection->descriptor(), nullptr);
+            mBellCount--;
         }
         connection->close();
         closeConnection(connection);

@@ -47,10 +47,12 @@ private:
     };
 
     Connection* add(Connection::Kind kind, android::base::unique_fd descriptor, uint32_t events);
+    Connection* add(Connection::Kind kind, android::base::unique_fd descriptor, uint32_t events,
+                    int epoll);
     void round(size_t count);
     /** Takes the letters whose bells have rung, and whose bells ring now. */
     void takeLetters();
-    void hearBells(std::span<const epoll_event> events);
+    void hearBells();
     void acceptAll(int listener);
     void refuseForLackOfDescriptors(int listener);
     /** Says so once, until half of the connections have gone. */
@@ -86,6 +88,9 @@ private:
     Outboxes mOutboxes;
     const Limits mLimits;
     android::base::unique_fd mEpoll;
+    /** Within mEpoll: the bells of outboxes, each event of which comes once. */
+    android::base::unique_fd mBells;
+    size_t mBellCount = 0;
     /** Given up to take and refuse a connection when there is no descriptor left for it. */
     android::base::unique_fd mReserve;
     std::unordered_map<Connection*, std::unique_ptr<Connection>> mConnections;
@@ -98,7 +103,7 @@ private:
     /** Closed in this round: events may still name them. */
     std::vector<std::unique_ptr<Connection>> mClosed;
     std::vector<epoll_event> mEvents;
-    std::vector<epoll_event> mBells;
+    std::vector<epoll_event> mRung;
     std::vector<uint8_t> mRoom;
     Received mReceived;
     /** Of the frame in hand. */

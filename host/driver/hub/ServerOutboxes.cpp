@@ -14,22 +14,22 @@ namespace binderhost::hub {
 
 using android::base::unique_fd;
 
-void Server::hearBells(std::span<const epoll_event> events) {
-    for (const epoll_event& event : events) {
-        const auto* connection = static_cast<const Connection*>(event.data.ptr);
-        if (connection->open() && connection->kind() == Connection::Kind::Bell) {
-            mOutboxes.rung(connection->process());
-        }
+void Server::hearBells() {
+    // One look at all sockets is no snapshot: a frame may be in it and the bell that rang before
+    // the frame was sent not. So the bells have a set of their own, which is asked after it.
+    mRung.resize(mBellCount);
+    const int count = epoll_wait(mBells.get(), mRung.data(), static_cast<int>(mRung.size()), 0);
+    for (int i = 0; i < count; i++) {
+        const auto* bell = static_cast<const Connection*>(mRung[static_cast<size_t>(i)].data.ptr);
+        mOutboxes.rung(bell->process());
     }
 }
 
 void Server::takeLetters() {
-    if (!mOutboxes.pending()) return;
+    if (mBellCount == 0) return;
     const uint64_t until = monotonicNow();
-    // A bell's event comes once; all others come again.
-    mBells.resize(mConnections.size() + 1);
-    const int count = epoll_wait(mEpoll.get(), mBells.data(), static_cast<int>(mBells.size()), 0);
-    if (count > 0) hearBells({mBells.data(), static_cast<size_t>(count)});
+    hearBells();
+    if (!mOutboxes.pending()) return;
     const auto give = [this](Process* process, const Outbox::Letter& letter) {
         mHub.post(process, letter);
     };
@@ -54,11 +54,14 @@ void Server::openOutbox(Connection* connection, uid_t uid) {
     const bool allowed = process->identity.cannotChange(uid);
     if (allowed && theirs.ok()) outbox = Outbox::make(uid, &memory);
     Connection* watch = nullptr;
-    if (outbox) watch = add(Connection::Kind::Bell, std::move(bell), EPOLLIN | EPOLLET);
+    if (outbox) {
+        watch = add(Connection::Kind::Bell, std::move(bell), EPOLLIN | EPOLLET, mBells.get());
+    }
     if (!watch) {
         answer(connection, allowed ? -ENOMEM : -EPERM);
         return;
     }
+    mBellCount++;
     watch->watch(process);
     mProcesses[process].connections.push_back(watch);
     process->outbox = std::move(outbox);

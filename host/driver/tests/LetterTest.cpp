@@ -242,6 +242,45 @@ TEST_F(LetterTest, manySendersAtOnceFillAReceiverLittleMoreThanOneCan) {
     EXPECT_LE(bytes, kSpace + kSpace / 2);
 }
 
+/** Writes as much as was ever promised for the handle, whatever the room says now. */
+int overdraw(Driver&, int64_t handle) {
+    outbox::Letters* letters = findLetters();
+    if (letters == nullptr) return -ENOENT;
+    uint64_t at = letters->written.load();
+    for (int i = 0; i < 4; i++) {
+        outbox::Record record;
+        record.dataSize = 3968;
+        record.size = static_cast<uint32_t>(outbox::recordSize(record.dataSize));
+        record.handle = static_cast<uint32_t>(handle);
+        std::memcpy(letters->ring + at, &record, sizeof(record));
+        at += record.size;
+    }
+    letters->written.store(at);
+    return 0;
+}
+
+TEST_F(LetterTest, aPromiseThatIsTakenBackStaysTheReceiversToBear) {
+    constexpr uint64_t kSpace = frame::kBufferBytes / 2;
+    std::vector<std::pair<std::unique_ptr<PeerClient>, uint32_t>> senders;
+    for (int i = 0; i < 30; i++) {
+        auto& [client, handle] =
+                senders.emplace_back(std::make_unique<PeerClient>(path(), As::Ordinary), 0);
+        handle = join(client.get());
+        warmUp(client.get(), handle);
+        // The promise ends with the last strong count; the weak one keeps the handle.
+        client->write(Commands().count(BC_INCREFS, handle).count(BC_RELEASE, handle));
+        client->write(Commands().count(BC_ACQUIRE, handle));
+        (void)stats();
+    }
+    for (auto& [client, handle] : senders) {
+        EXPECT_EQ(client->run(&overdraw, handle), 0);
+        client->kill();  // at whose end the hub looks into its letters
+    }
+    awaitStat("processes", 1);
+    EXPECT_GT(lettersTaken(), 0u);
+    EXPECT_LE(stats().at("buffer_bytes"), kSpace / 2 + outbox::kPromise);
+}
+
 TEST_F(LetterTest, aForkedChildCannotWriteItsParentsLetters) {
     PeerClient client(path(), As::Ordinary);
     warmUp(&client, join(&client));
