@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/android/binder.h>
+#include <log/log.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -453,6 +454,9 @@ TEST_F(ProcessTest, ProcessWithoutAHubSaysWhatToStart) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Else the log makes one up at its first line, unseen by the thread sanitizer: a race if two
+    // threads write at once.
+    __android_log_set_default_tag("binder_process_test");
     if (argc == 3 && std::string(argv[1]) == "--peer") runPeer(argv[2]);
     if (argc == 3 && std::string(argv[1]) == "--hostile") runHostile(argv[2]);
     testing::InitGoogleTest(&argc, argv);
