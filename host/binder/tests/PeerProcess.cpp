@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "PeerProcess.h"
 
+#include <android-base/thread_annotations.h>
 #include <binder/IPCThreadState.h>
 #include <binder/ProcessState.h>
 #include <fcntl.h>
@@ -16,6 +17,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <sstream>
 #include <thread>
 #include <vector>
@@ -91,7 +93,19 @@ private:
     static status_t sendMany(const Parcel& data);
     static status_t countPipes(Parcel* reply);
 
-    sp<IBinder> mKept;
+    /** Keeps another, or nothing; what was kept is let go without the lock. */
+    void keep(sp<IBinder> other) EXCLUDES(mLock) {
+        const std::lock_guard lock(mLock);
+        std::swap(mKept, other);
+    }
+    sp<IBinder> kept() EXCLUDES(mLock) {
+        const std::lock_guard lock(mLock);
+        return mKept;
+    }
+
+    // A one-way call and a two-way one may be served at once.
+    std::mutex mLock;
+    sp<IBinder> mKept GUARDED_BY(mLock);
 };
 
 status_t PeerObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
@@ -102,12 +116,16 @@ status_t PeerObject::onTransact(uint32_t code, const Parcel& data, Parcel* reply
         case kWho:
             reply->writeInt32(thread->getCallingPid());
             return reply->writeInt32(int32_t(thread->getCallingUid()));
-        case kKeep:
-            return data.readStrongBinder(&mKept);
+        case kKeep: {
+            sp<IBinder> other;
+            const status_t status = data.readStrongBinder(&other);
+            keep(std::move(other));
+            return status;
+        }
         case kGive:
-            return reply->writeStrongBinder(mKept);
+            return reply->writeStrongBinder(kept());
         case kDrop:
-            mKept.clear();
+            keep(nullptr);
             return OK;
         case kCallBack:
             return callBack(data, reply);
