@@ -16,9 +16,9 @@
 #include <utility>
 #include <vector>
 
-#include "FakeFocusHelper.h"
-#include "FakeLog.h"
 #include "FakeServiceManager.h"
+#include "FakeServices.h"
+#include "FakeSystem.h"
 #include "Signal.h"
 #include "WatchedCall.h"
 
@@ -37,7 +37,7 @@ constexpr std::chrono::milliseconds kForever = std::chrono::hours(1);
 
 class BinderClientTest : public testing::Test {
 protected:
-    BinderClientTest() { FakeLog::instance().take(); }
+    BinderClientTest() { fakeLog().take(); }
 
     void makeClient(std::chrono::milliseconds interval) {
         client = std::make_unique<Client>(
@@ -70,6 +70,8 @@ protected:
 
 TEST_F(BinderClientTest, ServiceThatIsThereIsConnectedWhenTheConstructorReturns) {
     const sp<FakeFocusHelper> service = addService();
+    // Whatever becomes of the link: a service that has died meanwhile is no reason to wait.
+    service->linkAnswer = android::DEAD_OBJECT;
     sp<IVrFocusHelper> given;
     size_t linksWhenTold = 0;
     onConnected = [&](const sp<IVrFocusHelper>& connectedService) {
@@ -82,15 +84,6 @@ TEST_F(BinderClientTest, ServiceThatIsThereIsConnectedWhenTheConstructorReturns)
     EXPECT_EQ(client->getService().get(), service.get());
     EXPECT_EQ(linksWhenTold, 1U);
     EXPECT_EQ(service->links(), 1U);
-    EXPECT_EQ(names->lookups(kName), 1);
-}
-
-TEST_F(BinderClientTest, ConstructorAndDestructorDoNotWaitForTheNextLookup) {
-    makeClient(kForever);
-    EXPECT_EQ(names->lookups(kName), 1);
-    EXPECT_EQ(client->getService(), nullptr);
-    EXPECT_EQ(connected.count(), 0);
-    client.reset();
     EXPECT_EQ(names->lookups(kName), 1);
 }
 
@@ -123,31 +116,25 @@ TEST_F(BinderClientTest, DefaultCallbacksDoNothing) {
     EXPECT_EQ(plain.getService(), nullptr);
 }
 
-TEST_F(BinderClientTest, ServiceIsFoundOnTheFiftiethLookup) {
+TEST_F(BinderClientTest, MissingServiceOrServiceManagerIsLookedForWithoutAWord) {
     Signal mayGoOn;
     sp<FakeFocusHelper> service;
     names->setLookupHook([&](const std::string&) {
-        const bool isSecond = names->lookups(kName) == 2;
-        EXPECT_TRUE(!isSecond || mayGoOn.await());
-        if (names->lookups(kName) == 50) service = addService();
+        const int lookup = names->lookups(kName);
+        EXPECT_TRUE(lookup != 2 || mayGoOn.await());
+        if (lookup == 20) service = addService();
     });
-    makeClient(kShort);
-    EXPECT_EQ(client->getService(), nullptr);
-    mayGoOn.raise();
-    ASSERT_TRUE(connected.await());
-    EXPECT_EQ(names->lookups(kName), 50);
-    EXPECT_EQ(client->getService().get(), service.get());
-    EXPECT_EQ(FakeLog::instance().take(), Lines{});
-}
-
-TEST_F(BinderClientTest, MissingServiceManagerCountsAsAMissingService) {
-    addService();
     std::atomic<int> questions = 0;
     client = std::make_unique<Client>(
             kName, kShort, [this](const auto&) { connected.raise(); }, [] {}, cast,
-            [&]() -> sp<android::IServiceManager> { return ++questions < 3 ? nullptr : names; });
+            [&]() -> sp<android::IServiceManager> { return ++questions == 2 ? nullptr : names; });
+    EXPECT_EQ(client->getService(), nullptr);
+    mayGoOn.raise();
     ASSERT_TRUE(connected.await());
-    EXPECT_EQ(questions, 3);
+    EXPECT_EQ(names->lookups(kName), 20);
+    EXPECT_EQ(questions, 21);
+    EXPECT_EQ(client->getService().get(), service.get());
+    EXPECT_EQ(fakeLog().take(), Lines{});
 }
 
 TEST_F(BinderClientTest, BinderOfTheWrongTypeIsLoggedAndLookedUpAgain) {
@@ -160,7 +147,7 @@ TEST_F(BinderClientTest, BinderOfTheWrongTypeIsLoggedAndLookedUpAgain) {
     ASSERT_TRUE(connected.await());
     const std::string line =
             "E BinderClient: Failed to convert IBinder to expected service type vrfocushelper";
-    EXPECT_EQ(FakeLog::instance().take(), (Lines{line, line}));
+    EXPECT_EQ(fakeLog().take(), (Lines{line, line}));
     EXPECT_EQ(names->lookups(kName), 3);
     EXPECT_EQ(connected.count(), 1);
 }
@@ -210,14 +197,6 @@ TEST_F(BinderClientTest, DeadServiceThatIsNotRestartedLeavesNoHandleButThoseTake
     EXPECT_EQ(disconnected.count(), 1);
     EXPECT_EQ(client->getService(), nullptr);
     EXPECT_TRUE(taken->onFocusChanged(0).isOk());
-}
-
-TEST_F(BinderClientTest, DestructionForgetsTheServiceAndTellsNobody) {
-    const sp<FakeFocusHelper> service = addService();
-    makeClient(kForever);
-    client.reset();
-    EXPECT_EQ(service->links(), 0U);
-    EXPECT_EQ(disconnected.count(), 0);
 }
 
 TEST_F(BinderClientTest, DestructionWaitsForALookupOrACallbackThatIsUnderWay) {
@@ -275,39 +254,89 @@ TEST_F(BinderClientTest, DestructionWaitsForALookupOrACallbackThatIsUnderWay) {
     }
 }
 
-TEST_F(BinderClientTest, NoticeThatArrivesAfterDestructionDoesNothing) {
+TEST_F(BinderClientTest, DestructionForgetsTheServiceWithoutAWaitAndALateNoticeDoesNothing) {
+    makeClient(kForever);
+    client.reset();
+    EXPECT_EQ(names->lookups(kName), 1);
     const sp<FakeFocusHelper> service = addService();
     makeClient(kForever);
     const auto recipients = service->takeRecipients();
     ASSERT_EQ(recipients.size(), 1U);
+    (void)service->linkToDeath(recipients[0], /*cookie=*/nullptr, /*flags=*/0);
     client.reset();
+    EXPECT_EQ(service->links(), 0U);
     recipients[0]->binderDied(android::wp<IBinder>(service));
     EXPECT_EQ(disconnected.count(), 0);
     EXPECT_EQ(connected.count(), 1);
 }
 
-TEST_F(BinderClientTest, DeathDuringDestructionIsToldBeforeItEndsOrNotAtAll) {
-    std::atomic<bool> isDestroyed = false;
-    std::atomic<int> late = 0;
-    onDisconnected = [&] { late += isDestroyed ? 1 : 0; };
-    for (int round = 0; round < 1000; ++round) {
-        isDestroyed = false;
-        const sp<FakeFocusHelper> service = addService();
-        makeClient(kForever);
-        const auto recipients = service->takeRecipients();
-        names->clear();
-        std::atomic<bool> go = false;
-        std::thread killer([&] {
-            while (!go)
-                std::this_thread::yield();
-            recipients[0]->binderDied(android::wp<IBinder>(service));
+TEST_F(BinderClientTest, DeathThatOvertakesOnConnectedEndsWithTheNewInstanceToo) {
+    const sp<FakeFocusHelper> first = addService();
+    sp<FakeFocusHelper> second;
+    std::thread killer;
+    Lines lines;
+    onConnected = [&](const sp<IVrFocusHelper>& service) {
+        if (service.get() == first.get()) {
+            second = addService();
+            killer = std::thread([&] { first->die(); });
+            EXPECT_TRUE(disconnected.await());
+        }
+        lines.push_back(service.get() == first.get() ? "first" : "second");
+    };
+    onDisconnected = [&] { lines.push_back("gone"); };
+    makeClient(kForever);
+    ASSERT_TRUE(connected.await(2));
+    EXPECT_EQ(lines, (Lines{"gone", "first", "second"}));
+    EXPECT_EQ(client->getService().get(), second.get());
+    EXPECT_EQ(second->links(), 1U);
+    client.reset();
+    killer.join();
+}
+
+TEST_F(BinderClientTest, DeathsOnTheConnectThreadAndThenElsewhereAreAllSurvived) {
+    constexpr int kDeathsThere = 10;
+    sp<FakeFocusHelper> current = addService();
+    int deathsLeft = kDeathsThere;
+    onConnected = [&](const sp<IVrFocusHelper>& service) {
+        EXPECT_EQ(service.get(), current.get());
+        EXPECT_EQ(disconnected.count(), connected.count()) << "the old one is given up";
+        if (deathsLeft-- > 0) std::exchange(current, addService())->die();
+    };
+    makeClient(kForever);
+    ASSERT_TRUE(connected.await(kDeathsThere + 1));
+    std::exchange(current, addService())->die();
+    ASSERT_TRUE(connected.await(kDeathsThere + 2));
+    EXPECT_EQ(disconnected.count(), kDeathsThere + 1);
+    EXPECT_EQ(client->getService().get(), current.get());
+}
+
+TEST_F(BinderClientTest, DeathsFromManyThreadsWhileOthersAskForTheService) {
+    constexpr int kDeaths = 300;
+    sp<FakeFocusHelper> current = addService();
+    makeClient(kForever);
+    std::atomic<bool> isOver = false;
+    std::vector<std::thread> readers;
+    for (int i = 0; i < 4; ++i) {
+        readers.emplace_back([&] {
+            while (!isOver) {
+                const sp<IVrFocusHelper> service = client->getService();
+                if (service != nullptr) (void)service->onFocusChanged(0);
+            }
         });
-        go = true;
-        client.reset();
-        isDestroyed = true;
-        killer.join();
     }
-    EXPECT_EQ(late, 0);
+    for (int death = 1; death <= kDeaths; ++death) {
+        const sp<FakeFocusHelper> next = addService();
+        std::thread killer([&] { current->die(); });
+        EXPECT_TRUE(connected.await(death + 1));
+        killer.join();
+        current = next;
+    }
+    isOver = true;
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_EQ(disconnected.count(), kDeaths);
+    EXPECT_EQ(connected.count(), kDeaths + 1);
+    EXPECT_EQ(client->getService().get(), current.get());
 }
 
 }  // namespace

@@ -87,8 +87,7 @@ struct DisplayRow {
 const std::vector<DisplayRow> kDisplayRows = {
         {{}, false, false, false},   {{0}, false, true, false},    {{5}, false, false, true},
         {{0, 5}, false, true, true}, {{5, 6}, false, false, true}, {{}, true, true, false},
-        {{0}, true, true, false},    {{5}, true, true, false},     {{0, 5}, true, true, true},
-        {{5, 6}, true, true, true},  {{5, 0}, false, true, true},
+        {{5}, true, true, false},    {{5, 6}, true, true, true},   {{5, 0}, false, true, true},
 };
 
 TEST_F(NoticesTest, MainAndSecondaryFollowFromTheDisplays) {
@@ -115,171 +114,6 @@ TEST_F(NoticesTest, MainAndSecondaryFollowFromTheDisplays) {
             noticeActivities(false);
         }
     }
-}
-
-TEST_F(NoticesTest, ActivityManagerIsAskedAboutTheTrackedDisplaysThenThePrimaryOne) {
-    noticeActivities(true);
-    EXPECT_EQ(activity->calls.take(), (Lines{"displays 4321 [0]", "primary 10050/4321"}));
-    tracker->grantTrackingServiceAccess(9);
-    tracker->grantTrackingServiceAccess(5);
-    tracker->grantTrackingServiceAccess(-2);
-    noticeActivities(true);
-    EXPECT_EQ(activity->calls.take(), (Lines{"displays 4321 [-2 0 5 9]", "primary 10050/4321"}));
-}
-
-TEST_F(NoticesTest, SecondNoticeListsTheClientAgainAndItsEndRemovesBothEntries) {
-    const FocusClient other{.uid = kUid, .pid = 99};
-    start(other);
-    putOnDisplays(kClient, {0}, false);
-    putOnDisplays(other, {0}, false);
-    noticeActivities(true);
-    noticeActivities(true, other);
-    noticeActivities(true);
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), (Clients{kClient, other, kClient}));
-    EXPECT_EQ(tracker->getClientsWithTopActivities(), (Clients{other, kClient}));
-    noticeActivities(false);
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{other});
-    EXPECT_EQ(activityCallbacks, 4);
-}
-
-TEST_F(NoticesTest, LeavingTheMainDisplayForATrackedOneEndsTheForegroundActivity) {
-    putOnDisplays(kClient, {0}, true);
-    noticeActivities(true);
-    noticeActivities(true);
-    putOnDisplays(kClient, {5}, false);
-    noticeActivities(true);
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
-    EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients{kClient});
-    EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{kClient});
-}
-
-TEST_F(NoticesTest, EndOfAnotherUidUnderTheSamePidLeavesTheClient) {
-    putOnDisplays(kClient, {0}, true);
-    noticeActivities(true);
-    noticeActivities(false, {.uid = kUid + 1, .pid = kPid});
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{kClient});
-    EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{kClient});
-}
-
-TEST_F(NoticesTest, FailedAnswersCountAsNoDisplayEvenWhenSomethingWasReceived) {
-    putOnDisplays(kClient, {0, 5}, true);
-    failCalls();
-    noticeActivities(true);
-    EXPECT_EQ(log.take(), (Lines{"D onForegroundActivitiesChanged: uid: 10050, pid: 4321, fg: 1, "
-                                 "display main: 0, secondary: 0"}));
-    EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients{});
-    EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{kClient});
-    EXPECT_EQ(activityCallbacks, 1);
-}
-
-TEST_F(NoticesTest, ActivitiesAreStillFollowedWithoutAnActivityManager) {
-    putOnDisplays(kClient, {0, 5}, true);
-    noticeActivities(true);
-    loseService("activity", *activity);
-    log.take();
-    tracker->onForegroundActivitiesChanged(kPid, kUid, true);
-    EXPECT_EQ(log.take(), (Lines{"D onForegroundActivitiesChanged: uid: 10050, pid: 4321, fg: 1, "
-                                 "display main: 0, secondary: 0"}));
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
-    EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients{});
-    EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{kClient});
-    tracker->onForegroundActivitiesChanged(kPid, kUid, false);
-    EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{});
-    EXPECT_EQ(activityCallbacks, 3);
-}
-
-TEST_F(NoticesTest, PanelServicesAreAskedForAndTheCallbackRunsChangedOrNot) {
-    setPanel(true);
-    noticeServices();
-    noticeServices();
-    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{kClient});
-    setPanel(false);
-    noticeServices();
-    noticeServices();
-    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{});
-    setPanel(true);
-    noticeServices();
-    failCalls();
-    noticeServices();
-    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{}) << "a failure means no panel";
-    EXPECT_EQ(activityCallbacks, 6);
-    EXPECT_EQ(activity->calls.take(), Lines(6, "panel 10050/4321"));
-    EXPECT_EQ(log.take(), Lines{});
-}
-
-TEST_F(NoticesTest, PanelNoticeWithoutAnActivityManagerIsDropped) {
-    setPanel(true);
-    const auto lateObserver = activity->observer();
-    loseService("activity", *activity);
-    activity->calls.take();
-    EXPECT_TRUE(lateObserver->onForegroundServicesChanged(kPid, kUid, 0).isOk());
-    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{});
-    EXPECT_EQ(activityCallbacks, 0);
-    EXPECT_EQ(activity->calls.take(), Lines{});
-}
-
-TEST_F(NoticesTest, DeathOfAProcessChangesNothing) {
-    putOnDisplays(kClient, {0}, true);
-    noticeActivities(true);
-    log.take();
-    EXPECT_TRUE(activity->observer()->onProcessDied(kPid, kUid).isOk());
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{kClient});
-    EXPECT_EQ(activityCallbacks, 1);
-    EXPECT_EQ(log.take(), Lines{});
-}
-
-TEST_F(NoticesTest, FocusedWindowIsTakenWithUidBeforePid) {
-    EXPECT_EQ(tracker->getClientWithWindowFocus(), (FocusClient{0, 0})) << "of nobody at first";
-    const android::sp<android::IBinder> token = new android::BBinder;
-    EXPECT_TRUE(window->observer()->onFocusedWindowChanged(token, kUid, kPid).isOk());
-    EXPECT_EQ(tracker->getClientWithWindowFocus(), kClient);
-    noticeWindow({.uid = -5, .pid = -6});
-    EXPECT_EQ(tracker->getClientWithWindowFocus(), (FocusClient{.uid = -5, .pid = -6}));
-    EXPECT_EQ(windowCallbacks, 2);
-    EXPECT_EQ(activityCallbacks, 0);
-    EXPECT_EQ(log.take(), Lines{});
-}
-
-TEST_F(NoticesTest, WindowManagerDeathClearsTheWindowFocusAndTellsNobody) {
-    noticeWindow();
-    loseService("VelmarWindowManager", *window);
-    EXPECT_EQ(tracker->getClientWithWindowFocus(), (FocusClient{0, 0}));
-    EXPECT_EQ(windowCallbacks, 1);
-}
-
-TEST_F(NoticesTest, ActivityManagerDeathEmptiesThreeCollectionsAndTellsNobody) {
-    noticeAll();
-    tracker->onXrSessionStateChanged(kPid, kUid, 0);
-    activityCallbacks = 0;
-    loseService("activity", *activity);
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
-    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{});
-    EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients{});
-    EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{kClient});
-    EXPECT_EQ(tracker->getClientsCurrentlyRendering(), Clients{kClient});
-    EXPECT_EQ(tracker->getClientWithWindowFocus(), kClient);
-    EXPECT_EQ(activityCallbacks, 0);
-}
-
-TEST_F(NoticesTest, OnlyTheRemovalOfADisplayIsActedOn) {
-    tracker->grantTrackingServiceAccess(4);
-    log.take();
-    for (const int event : {-3, 0, 1, 2, 4, 5}) {
-        EXPECT_TRUE(display->callback()->onDisplayEvent(4, event).isOk());
-    }
-    EXPECT_EQ(log.take(), Lines{});
-    EXPECT_TRUE(display->callback()->onDisplayEvent(4, 3).isOk());
-    EXPECT_EQ(log.take(),
-              (Lines{"D onDisplayRemoved: 4", "D revokeTrackingServiceAccess: displayId: 4"}));
-}
-
-TEST_F(NoticesTest, RemovedDisplayIsRevokedThroughTheVirtualOperation) {
-    const auto calls = std::make_shared<CallLog>();
-    FakeConnectionManager substitute(calls);
-    log.take();
-    substitute.onDisplayRemoved(4);
-    EXPECT_EQ(calls->take(), Lines{"revoke 4"});
-    EXPECT_EQ(log.take(), Lines{"D onDisplayRemoved: 4"});
 }
 
 TEST_F(NoticesTest, XrSessionStatesMoveTheRenderingClients) {
@@ -310,51 +144,139 @@ TEST_F(NoticesTest, XrSessionStatesMoveTheRenderingClients) {
     EXPECT_EQ(windowCallbacks, 0);
 }
 
-TEST_F(NoticesTest, NoticesBeforeTheCallbacksAreInstalledAreTakenIn) {
-    tracker->activityStateCallback = nullptr;
-    tracker->windowFocusCallback = nullptr;
-    noticeAll();
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{kClient});
-    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{kClient});
-    EXPECT_EQ(tracker->getClientWithWindowFocus(), kClient);
+TEST_F(NoticesTest, ClientIsListedOncePerNoticeUntilItEndsOrLeavesTheMainDisplay) {
+    const FocusClient other{.uid = kUid, .pid = 99};
+    start(other);
+    putOnDisplays(kClient, {0}, false);
+    putOnDisplays(other, {0}, false);
+    noticeActivities(true);
+    noticeActivities(true, other);
+    noticeActivities(true);
+    EXPECT_EQ(activity->calls.take().at(0), "displays 4321 [0]");
+    const Clients listed = {kClient, other, kClient};
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), listed);
+    EXPECT_EQ(tracker->getClientsWithTopActivities(), (Clients{other, kClient}));
+    // Of another uid under the same pid, and of a process that died: both change nothing.
+    noticeActivities(false, {.uid = kUid + 1, .pid = kPid});
+    EXPECT_TRUE(activity->observer()->onProcessDied(kPid, kUid).isOk());
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), listed);
+    noticeActivities(false);
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{other});
+    putOnDisplays(other, {5}, false);
+    noticeActivities(true, other);
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
+    EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients{other});
+    EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{other});
+    EXPECT_EQ(activityCallbacks, 6);
 }
 
-TEST_F(NoticesTest, CallbacksSeeWhatTheNoticeChanged) {
-    tracker->activityStateCallback = [this] {
-        if (++activityCallbacks == 1) {
-            EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{kClient});
-            EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients{kClient});
-            EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{kClient});
-        } else {
-            EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{kClient});
-        }
-    };
-    tracker->windowFocusCallback = [this] {
-        ++windowCallbacks;
-        EXPECT_EQ(tracker->getClientWithWindowFocus(), kClient);
-    };
-    noticeAll();
+TEST_F(NoticesTest, FailedAnswersAndAMissingActivityManagerCountAsNoDisplay) {
+    for (const bool isThere : {true, false}) {
+        SCOPED_TRACE(isThere);
+        putOnDisplays(kClient, {0, 5}, true);
+        const auto observer = activity->observer();
+        failCalls();
+        if (!isThere) loseService("activity", *activity);
+        log.take();
+        EXPECT_TRUE(observer->onForegroundActivitiesChanged(kPid, kUid, true).isOk());
+        EXPECT_EQ(log.take(), (Lines{"D onForegroundActivitiesChanged: uid: 10050, pid: 4321, "
+                                     "fg: 1, display main: 0, secondary: 0"}));
+        EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
+        EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients{});
+        EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{kClient});
+    }
     EXPECT_EQ(activityCallbacks, 2);
-    EXPECT_EQ(windowCallbacks, 1);
 }
 
-TEST_F(NoticesTest, CallbacksMayUseTheWholeTracker) {
-    const auto useAll = [this] {
-        (void)tracker->getClientsWithForegroundActivity();
-        (void)tracker->getClientsCurrentlyRendering();
-        (void)tracker->getClientsWithForegroundPanelApp();
-        (void)tracker->getClientsWithTopActivities();
-        (void)tracker->getAllClientsWithTopActivities();
+TEST_F(NoticesTest, PanelServicesAreAskedForAndTheCallbackRunsChangedOrNot) {
+    const auto observer = activity->observer();
+    for (const bool hasPanel : {true, true, false, false, true}) {
+        setPanel(hasPanel);
+        noticeServices();
+        EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(),
+                  hasPanel ? Clients{kClient} : Clients{});
+    }
+    failCalls();
+    noticeServices();
+    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{}) << "a failure means no panel";
+    EXPECT_EQ(activityCallbacks, 6);
+    EXPECT_EQ(activity->calls.take(), Lines(6, "panel 10050/4321"));
+    loseService("activity", *activity);
+    EXPECT_TRUE(observer->onForegroundServicesChanged(kPid, kUid, 0).isOk());
+    EXPECT_EQ(activityCallbacks, 6) << "dropped without an activity manager";
+    EXPECT_EQ(activity->calls.take(), Lines{});
+    EXPECT_EQ(log.take(), Lines{});
+}
+
+TEST_F(NoticesTest, FocusedWindowIsTakenWithUidBeforePidUntilTheWindowManagerDies) {
+    EXPECT_EQ(tracker->getClientWithWindowFocus(), (FocusClient{0, 0})) << "of nobody at first";
+    noticeWindow();
+    EXPECT_EQ(tracker->getClientWithWindowFocus(), kClient);
+    noticeWindow({.uid = -5, .pid = -6});
+    EXPECT_EQ(tracker->getClientWithWindowFocus(), (FocusClient{.uid = -5, .pid = -6}));
+    loseService("VelmarWindowManager", *window);
+    EXPECT_EQ(tracker->getClientWithWindowFocus(), (FocusClient{0, 0}));
+    EXPECT_EQ(windowCallbacks, 2) << "nobody is told of a death";
+    EXPECT_EQ(activityCallbacks, 0);
+    EXPECT_EQ(log.take(), Lines{});
+}
+
+TEST_F(NoticesTest, ActivityManagerDeathEmptiesThreeCollectionsAndTellsNobody) {
+    noticeAll();
+    tracker->onXrSessionStateChanged(kPid, kUid, 0);
+    loseService("activity", *activity);
+    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
+    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), Clients{});
+    EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients{});
+    EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients{kClient});
+    EXPECT_EQ(tracker->getClientsCurrentlyRendering(), Clients{kClient});
+    EXPECT_EQ(tracker->getClientWithWindowFocus(), kClient);
+    EXPECT_EQ(activityCallbacks, 2);
+}
+
+TEST_F(NoticesTest, OnlyTheRemovalOfADisplayIsActedOnThroughTheVirtualOperation) {
+    tracker->grantTrackingServiceAccess(4);
+    log.take();
+    for (const int event : {-3, 0, 1, 2, 4, 5})
+        EXPECT_TRUE(display->callback()->onDisplayEvent(4, event).isOk());
+    EXPECT_EQ(log.take(), Lines{});
+    EXPECT_TRUE(display->callback()->onDisplayEvent(4, 3).isOk());
+    EXPECT_EQ(log.take(),
+              (Lines{"D onDisplayRemoved: 4", "D revokeTrackingServiceAccess: displayId: 4"}));
+    const auto calls = std::make_shared<CallLog>();
+    FakeConnectionManager(calls).onDisplayRemoved(4);
+    EXPECT_EQ(calls->take(), Lines{"revoke 4"});
+}
+
+TEST_F(NoticesTest, CallbacksSeeWhatTheNoticeChangedAndMayUseTheWholeTracker) {
+    Clients foreground, top, allTop, panels, windows;
+    const auto look = [&] {
+        foreground = tracker->getClientsWithForegroundActivity();
+        top = tracker->getClientsWithTopActivities();
+        allTop = tracker->getAllClientsWithTopActivities();
+        panels = tracker->getClientsWithForegroundPanelApp();
+        windows = {tracker->getClientWithWindowFocus()};
         (void)tracker->getTopActivityOnPrimaryDisplay();
         tracker->onXrSessionStateChanged(kPid, kUid, 2);
         tracker->grantTrackingServiceAccess(5);
         tracker->revokeTrackingServiceAccess(5);
-        ++activityCallbacks;
     };
-    tracker->activityStateCallback = useAll;
-    tracker->windowFocusCallback = useAll;
-    noticeAll();
-    EXPECT_EQ(activityCallbacks, 3);
+    const Clients all{kClient};
+    putOnDisplays(kClient, {0}, true);
+    setPanel(true);
+    // A notice before the callbacks are installed is taken in.
+    tracker->activityStateCallback = nullptr;
+    tracker->windowFocusCallback = nullptr;
+    noticeWindow({1, 1});
+    noticeActivities(false);
+    tracker->activityStateCallback = look;
+    tracker->windowFocusCallback = look;
+    noticeActivities(true);
+    EXPECT_TRUE(foreground == all && top == all && allTop == all && panels.empty());
+    noticeServices();
+    EXPECT_EQ(panels, all);
+    noticeWindow();
+    EXPECT_EQ(windows, all);
 }
 
 }  // namespace

@@ -40,72 +40,32 @@ protected:
     }
 };
 
-TEST_F(QueriesTest, EverySubsetOfDeadProcessesIsPrunedForGood) {
-    // Neither in pid nor in uid order.
-    const Clients arrivals = {{10050, 6}, {1000, 3}, {10050, 1}, {0, 4}, {1000, 2}, {10060, 5}};
-    for (unsigned dead = 0; dead < 64; ++dead) {
-        SCOPED_TRACE(dead);
-        Clients alive;
-        for (const FocusClient& client : arrivals) {
-            bringUp(client);
-        }
-        for (size_t i = 0; i < arrivals.size(); ++i) {
-            if ((dead >> i & 1U) != 0) {
-                processes.kill(arrivals[i].pid);
-            } else {
-                alive.push_back(arrivals[i]);
-            }
-        }
-        const std::set<FocusClient> sorted(alive.begin(), alive.end());
-        const Clients ascending(sorted.begin(), sorted.end());
-        for (int again = 0; again < 2; ++again) {
-            EXPECT_EQ(tracker->getClientsWithForegroundActivity(), alive);
-            EXPECT_EQ(tracker->getClientsCurrentlyRendering(), ascending);
-            EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), ascending);
-            // Once forgotten, a process that is seen to live again stays forgotten.
-            for (const FocusClient& client : arrivals)
-                start(client);
-        }
-        const std::set<FocusClient> all(arrivals.begin(), arrivals.end());
-        EXPECT_EQ(tracker->getClientsWithTopActivities(), Clients(all.begin(), all.end()));
-        EXPECT_EQ(tracker->getAllClientsWithTopActivities(), Clients(all.begin(), all.end()));
-        for (const FocusClient& client : arrivals) {
-            activity->world.access([](FakeActivityManager::World& w) { w.panels.clear(); });
-            tracker->onForegroundActivitiesChanged(client.pid, client.uid, false);
-            (void)activity->observer()->onForegroundServicesChanged(client.pid, client.uid, 0);
-            tracker->onXrSessionStateChanged(client.pid, client.uid, 2);
-        }
+TEST_F(QueriesTest, DeadProcessesArePrunedForGoodFromTheCollectionThatIsAskedFor) {
+    // Neither in pid nor in uid order, and one of them twice.
+    const Clients arrivals = {{10050, 6}, {1000, 3}, {10050, 1}, {1000, 2}, {10050, 6}, {1000, 3}};
+    for (const FocusClient& client : arrivals)
+        bringUp(client);
+    const Clients alive = {{10050, 6}, {1000, 2}, {10050, 6}};
+    const Clients ascending = {{1000, 2}, {10050, 6}};
+    const Clients all = {{1000, 2}, {1000, 3}, {10050, 1}, {10050, 6}};
+    const std::pair<std::function<Clients()>, Clients> queries[] = {
+            {[&] { return tracker->getClientsWithForegroundActivity(); }, alive},
+            {[&] { return tracker->getClientsCurrentlyRendering(); }, ascending},
+            {[&] { return tracker->getClientsWithForegroundPanelApp(); }, ascending},
+            {[&] { return tracker->getClientsWithTopActivities(); }, all},
+            {[&] { return tracker->getAllClientsWithTopActivities(); }, all},
+    };
+    for (const auto& [query, expected] : queries) {
+        processes.kill(3);
+        processes.kill(1);
+        const int checks = processes.livenessChecks();
+        EXPECT_EQ(query(), expected);
+        EXPECT_EQ(processes.livenessChecks() != checks, expected != all) << "asked who lives";
+        // Once forgotten, a process that is seen to live again stays forgotten; only there.
+        start({1000, 3});
+        start({10050, 1});
+        EXPECT_EQ(query(), expected);
     }
-}
-
-TEST_F(QueriesTest, ClientThatIsListedTwiceIsReturnedAndPrunedTwice) {
-    bringUp({10050, 1});
-    bringUp({10050, 2});
-    bringUp({10050, 1});
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(),
-              (Clients{{10050, 1}, {10050, 2}, {10050, 1}}));
-    processes.kill(1);
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), (Clients{{10050, 2}}));
-}
-
-TEST_F(QueriesTest, PruningOneCollectionLeavesTheOthers) {
-    bringUp({10050, 1});
-    processes.kill(1);
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
-    start({10050, 1});
-    EXPECT_EQ(tracker->getClientsCurrentlyRendering(), (Clients{{10050, 1}}));
-    EXPECT_EQ(tracker->getClientsWithForegroundPanelApp(), (Clients{{10050, 1}}));
-}
-
-TEST_F(QueriesTest, OnlyPruningQueriesAskWhoLives) {
-    bringUp({10050, 1});
-    const int checks = processes.livenessChecks();
-    (void)tracker->getClientsWithTopActivities();
-    (void)tracker->getAllClientsWithTopActivities();
-    (void)tracker->getClientWithWindowFocus();
-    EXPECT_EQ(processes.livenessChecks(), checks);
-    (void)tracker->getClientsWithForegroundActivity();
-    EXPECT_EQ(processes.livenessChecks(), checks + 1);
 }
 
 TEST_F(QueriesTest, CollectionStaysAsItIsWhileItIsPruned) {
@@ -134,21 +94,6 @@ TEST_F(QueriesTest, CollectionStaysAsItIsWhileItIsPruned) {
         row.query();
         EXPECT_NE(change, nullptr);
     }
-}
-
-TEST_F(QueriesTest, TopActivityIsTheActivityManagersAnswer) {
-    EXPECT_EQ(tracker->getTopActivityOnPrimaryDisplay(), String16());
-    activity->world.access(
-            [](FakeActivityManager::World& w) { w.topActivity = String16("com.app"); });
-    EXPECT_EQ(tracker->getTopActivityOnPrimaryDisplay(), String16("com.app"));
-    activity->world.access([](FakeActivityManager::World& w) {
-        w.status = android::binder::Status::fromStatusT(android::DEAD_OBJECT);
-    });
-    EXPECT_EQ(tracker->getTopActivityOnPrimaryDisplay(), String16());
-    log.take();
-    loseService("activity", *activity);
-    EXPECT_EQ(tracker->getTopActivityOnPrimaryDisplay(), String16());
-    EXPECT_EQ(log.take(), Lines{});
 }
 
 struct RepairRow {
@@ -193,7 +138,6 @@ TEST_F(RepairTest, StoppingClientHasTheLowestOneOnThePrimaryDisplayListed) {
     const std::vector<RepairRow> rows = {
             {"nobody", {}, {}, {}, askedAll},
             {"lowest of two", {}, {kLow, kMid}, {kLow}, askedLow},
-            {"lowest uid, not lowest pid", {}, {kLow, kHigh}, {kLow}, askedLow},
             {"lowest pid of a uid", {}, {kMid, kHigh}, {kMid}, askedMid},
             {"last one asked", {}, {kHigh}, {kHigh}, askedAll},
             {"added as the newest", {kHigh, kMid}, {kLow}, {kHigh, kMid, kLow}, askedLow},
@@ -244,40 +188,6 @@ TEST_F(RepairTest, ClientsWithTopActivitiesStayAsTheyAreWhileTheActivityManagerI
     EXPECT_NE(query, nullptr);
 }
 
-TEST_F(RepairTest, OnlyAStoppingClientTriggersIt) {
-    list({});
-    setOnPrimary({kLow});
-    for (const int state : {0, 1, 3})
-        tracker->onXrSessionStateChanged(kLow.pid, kLow.uid, state);
-    EXPECT_EQ(activity->calls.take(), Lines{});
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
-}
-
-TEST_F(QueriesTest, StoppingClientRendersNoMoreWhenTheRepairBegins) {
-    bringUp({1000, 50});
-    Clients rendering = {{1, 1}};
-    activity->world.access([&](FakeActivityManager::World& world) {
-        world.onPrimaryAsked = [&] { rendering = tracker->getClientsCurrentlyRendering(); };
-    });
-    tracker->onXrSessionStateChanged(50, 1000, 2);
-    EXPECT_EQ(rendering, Clients{});
-}
-
-TEST_F(RepairTest, FailedAnswersAndAMissingActivityManagerCountAsNo) {
-    list({});
-    setOnPrimary({kLow});
-    activity->world.access([](FakeActivityManager::World& w) {
-        w.status = android::binder::Status::fromExceptionCode(-1);
-    });
-    tracker->maybeUpdateActivityState();
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
-    loseService("activity", *activity);
-    activity->calls.take();
-    tracker->maybeUpdateActivityState();
-    EXPECT_EQ(activity->calls.take(), Lines{});
-    EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
-}
-
 TEST_F(QueriesTest, ForwardersSendWhatTheyAreGivenEachTime) {
     tracker->forwardTopActivityChanged(String16("com.app"));
     tracker->forwardTopActivityChanged(String16("com.app"));
@@ -295,6 +205,37 @@ TEST_F(QueriesTest, ForwardersSendWhatTheyAreGivenEachTime) {
     tracker->forwardImmersiveAppChanged(std::nullopt);
     EXPECT_EQ(helper->calls.take(), Lines{}) << "lost without a helper";
     EXPECT_EQ(log.take(), Lines{});
+}
+
+TEST_F(QueriesTest, StoppingClientAloneTriggersARepairAndRendersNoMoreWhenItBegins) {
+    bringUp({1000, 50});
+    activity->calls.take();
+    for (const int state : {0, 1, 3})
+        tracker->onXrSessionStateChanged(50, 1000, state);
+    EXPECT_EQ(activity->calls.take(), Lines{});
+    Clients rendering = {{1, 1}};
+    activity->world.access([&](FakeActivityManager::World& world) {
+        world.onPrimaryAsked = [&] { rendering = tracker->getClientsCurrentlyRendering(); };
+    });
+    tracker->onXrSessionStateChanged(50, 1000, 2);
+    EXPECT_EQ(rendering, Clients{});
+}
+
+TEST_F(RepairTest, FailedAnswersAndAMissingActivityManagerCountAsNoAndAsNoTopActivity) {
+    list({});
+    setOnPrimary({kLow});
+    activity->world.access([](FakeActivityManager::World& w) {
+        w.topActivity = String16("com.app");
+        w.status = android::binder::Status::fromExceptionCode(-1);
+    });
+    for (const bool isThere : {true, false}) {
+        if (!isThere) loseService("activity", *activity);
+        activity->calls.take();
+        tracker->maybeUpdateActivityState();
+        EXPECT_EQ(tracker->getTopActivityOnPrimaryDisplay(), String16());
+        EXPECT_EQ(tracker->getClientsWithForegroundActivity(), Clients{});
+        EXPECT_EQ(activity->calls.take().empty(), !isThere);
+    }
 }
 
 }  // namespace

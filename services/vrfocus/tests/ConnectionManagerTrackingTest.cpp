@@ -5,9 +5,7 @@
 
 #include <cstdint>
 #include <memory>
-#include <random>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -58,8 +56,6 @@ TEST_F(TrackingTest, WatchStartsWithTheFirstSecondaryDisplayAndEndsWithTheLast) 
             {true, 0, {2}, {granted(0)}, "displays 1 [0 3 4]"},
             {false, 7, {2}, {}, "displays 1 [0 3 4]"},
             {false, 3, {2}, {revoked(3)}, "displays 1 [0 4]"},
-            {true, 4, {2}, {granted(4)}, "displays 1 [0 4]"},
-            {false, 0, {2}, {}, "displays 1 [0 4]"},
             {false, 4, {2, 0}, {revoked(4)}, "displays 1 [0]"},
             {false, 4, {2, 0}, {}, "displays 1 [0]"},
             {true, -1, {2, 0, 2}, {granted(-1)}, "displays 1 [-1 0]"},
@@ -79,97 +75,36 @@ TEST_F(TrackingTest, WatchStartsWithTheFirstSecondaryDisplayAndEndsWithTheLast) 
     }
 }
 
-TEST_F(TrackingTest, RemovedDisplayLosesItsAccess) {
+TEST_F(TrackingTest, RemovedDisplayLosesItsAccessAndTheSameCallbackIsRegisteredEachTime) {
+    // Whatever the display manager answers.
+    display->world.access([](FakeDisplayManager::World& world) {
+        world.status = android::binder::Status::fromExceptionCode(-1);
+    });
     tracker->grantTrackingServiceAccess(4);
     tracker->grantTrackingServiceAccess(5);
     const auto callback = display->callback();
+    ASSERT_NE(callback, nullptr);
     (void)callback->onDisplayEvent(4, 3);
-    EXPECT_EQ(tracked(), "displays 1 [0 5]");
-    EXPECT_EQ(display->masks(), (Masks{2}));
     (void)callback->onDisplayEvent(9, 3);
     (void)callback->onDisplayEvent(0, 3);
     EXPECT_EQ(tracked(), "displays 1 [0 5]");
     (void)callback->onDisplayEvent(5, 3);
-    EXPECT_EQ(display->masks(), (Masks{2, 0}));
-}
-
-TEST_F(TrackingTest, SameCallbackIsRegisteredEachTime) {
     tracker->grantTrackingServiceAccess(4);
-    const auto first = display->callback();
-    ASSERT_NE(first, nullptr);
-    tracker->revokeTrackingServiceAccess(4);
-    tracker->grantTrackingServiceAccess(4);
-    EXPECT_EQ(display->callback(), first);
+    EXPECT_EQ(display->masks(), (Masks{2, 0, 2}));
+    EXPECT_EQ(display->callback(), callback);
 }
 
-TEST_F(TrackingTest, RefusedRegistrationChangesNothing) {
-    display->world.access([](FakeDisplayManager::World& world) {
-        world.status = android::binder::Status::fromExceptionCode(-1);
-    });
-    log.take();
-    tracker->grantTrackingServiceAccess(4);
-    EXPECT_EQ(log.take().size(), 1U);
-    EXPECT_EQ(tracked(), "displays 1 [0 4]");
-}
-
-TEST_F(TrackingTest, RegisteredMaskMatchesTheSetAfterAnyRace) {
-    constexpr int kThreads = 8;
-    constexpr int kRounds = 10000;
-    tracker->grantTrackingServiceAccess(1);
-    const auto callback = display->callback();
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            std::mt19937 random(static_cast<unsigned>(t));
-            for (int round = 0; round < kRounds; ++round) {
-                const int id = 1 + static_cast<int>(random() % 4);
-                switch (random() % 3) {
-                    case 0:
-                        tracker->grantTrackingServiceAccess(id);
-                        break;
-                    case 1:
-                        tracker->revokeTrackingServiceAccess(id);
-                        break;
-                    default:
-                        (void)callback->onDisplayEvent(id, 3);
-                        break;
-                }
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    const Masks masks = display->masks();
-    for (size_t i = 0; i < masks.size(); ++i) {
-        ASSERT_EQ(masks[i], i % 2 == 0 ? 2 : 0) << i;
-    }
-    EXPECT_GT(masks.size(), 1U);
-    EXPECT_EQ(masks.back(), tracked() == "displays 1 [0]" ? 0 : 2);
-    log.take();
-}
-
-TEST_F(TrackingTest, SetOfDisplaysStaysAsItIsWhileTheActivityManagerIsAskedAboutIt) {
-    std::unique_ptr<WatchedCall> grant;
-    activity->world.access([&](FakeActivityManager::World& world) {
-        world.onDisplaysAsked = [&] {
-            grant = std::make_unique<WatchedCall>([&] { tracker->grantTrackingServiceAccess(5); });
-            EXPECT_TRUE(grant->waitsIn(*tracker));
-        };
-    });
-    tracker->onForegroundActivitiesChanged(/*pid=*/1, /*uid=*/1, /*fg=*/true);
-    grant.reset();
-    EXPECT_EQ(display->masks(), (Masks{2}));
-}
-
-TEST_F(TrackingTest, SetOfDisplaysStaysAsItIsWhileTheWatchStartsOrEnds) {
+TEST_F(TrackingTest, SetOfDisplaysStaysAsItIsWhileItIsAskedAboutAndWhileTheWatchStartsOrEnds) {
     std::unique_ptr<WatchedCall> other;
-    display->world.access([&](FakeDisplayManager::World& world) {
-        world.onRegister = [&] {
-            // Changes the set without another registration.
-            other = std::make_unique<WatchedCall>([&] { tracker->revokeTrackingServiceAccess(9); });
-            EXPECT_TRUE(other->waitsIn(*tracker));
-        };
-    });
+    const auto change = [&] {
+        // Changes the set without another registration.
+        other = std::make_unique<WatchedCall>([&] { tracker->revokeTrackingServiceAccess(9); });
+        EXPECT_TRUE(other->waitsIn(*tracker));
+    };
+    activity->world.access([&](FakeActivityManager::World& w) { w.onDisplaysAsked = change; });
+    display->world.access([&](FakeDisplayManager::World& w) { w.onRegister = change; });
+    tracker->onForegroundActivitiesChanged(/*pid=*/1, /*uid=*/1, /*fg=*/true);
+    EXPECT_NE(std::exchange(other, nullptr), nullptr);
     tracker->grantTrackingServiceAccess(5);
     EXPECT_NE(std::exchange(other, nullptr), nullptr);
     tracker->revokeTrackingServiceAccess(5);
@@ -199,40 +134,27 @@ TEST_F(TrackingTest, MissingDisplayManagerIsNotMissedWhereTheWatchStays) {
     EXPECT_EQ(tracked(), "displays 1 [0 4]");
 }
 
-TEST_F(TrackingTest, PermissionAndPackagesAreTheControllersAnswer) {
+TEST_F(TrackingTest, PermissionAndPackagesAreTheControllersAnswerAndAnErrorLineWithoutOne) {
     permission->grant("p.YES", 10050);
+    permission->install(10050, {"com.a", "com.b"});
     EXPECT_TRUE(tracker->checkPermission(String16("p.YES"), 4321, 10050));
     EXPECT_FALSE(tracker->checkPermission(String16("p.NO"), 4321, 10050));
-    EXPECT_FALSE(tracker->checkPermission(String16("p.YES"), 4321, 10051));
-    permission->install(10050, {"com.a", "com.b"});
     android::Vector<String16> packages;
     tracker->getPackagesForUid(10050, packages);
-    ASSERT_EQ(packages.size(), 2U);
-    EXPECT_EQ(packages[0], String16("com.a"));
-    EXPECT_EQ(packages[1], String16("com.b"));
-    EXPECT_EQ(permission->calls.take(),
-              (Lines{"permission p.YES 10050/4321", "permission p.NO 10050/4321",
-                     "permission p.YES 10051/4321", "packages 10050"}));
+    EXPECT_EQ(packages.size(), 2U);
+    EXPECT_EQ(permission->calls.take(), (Lines{"permission p.YES 10050/4321",
+                                               "permission p.NO 10050/4321", "packages 10050"}));
     EXPECT_EQ(log.take(), Lines{});
-}
-
-TEST_F(TrackingTest, EachQuestionWithoutAPermissionControllerIsAnErrorLine) {
-    permission->grant("p.YES", 10050);
-    permission->install(10050, {"com.a"});
     loseService("permission", *permission);
-    android::Vector<String16> packages;
-    packages.push_back(String16("kept"));
     for (int i = 0; i < 2; ++i) {
         EXPECT_FALSE(tracker->checkPermission(String16("p.YES"), 4321, 10050));
         tracker->getPackagesForUid(10050, packages);
+        EXPECT_EQ(log.take(), (Lines{"E Failed to initialize PermissionController",
+                                     "E No access to the PackageManager, package names unavailable "
+                                     "for now..."}));
     }
-    const std::string noPermission = "E Failed to initialize PermissionController";
-    const std::string noPackages =
-            "E No access to the PackageManager, package names unavailable for now...";
-    EXPECT_EQ(log.take(), (Lines{noPermission, noPackages, noPermission, noPackages}));
-    ASSERT_EQ(packages.size(), 1U);
-    EXPECT_EQ(packages[0], String16("kept"));
-    EXPECT_EQ(permission->calls.take(), Lines{});
+    ASSERT_EQ(packages.size(), 2U);
+    EXPECT_EQ(packages[1], String16("com.b"));
 }
 
 }  // namespace

@@ -20,6 +20,7 @@ namespace {
 using Calls = std::vector<std::string>;
 
 constexpr char kShell[] = "com.velmar.shellenv";
+
 class ImmersiveAppTest : public ::testing::Test {
 protected:
     /** The pid of the immersive app; 0 when there is none. */
@@ -76,7 +77,13 @@ TEST_F(ImmersiveAppTest, TheRulesDecideInTheirOrder) {
         mWorld.tracker->rendering = row.rendering;
         mWorld.tracker->foreground = row.foreground;
         mWorld.tracker->windowFocus = row.windowFocus;
-        EXPECT_EQ(immersivePid(), row.chosen.pid) << row.what;
+        SCOPED_TRACE(row.what);
+        const auto app = mWorld.policy->getImmersiveApp();
+        ASSERT_EQ(app.has_value(), row.chosen != none);
+        if (!app) continue;
+        EXPECT_EQ((FocusClient{app->uid, app->pid}), row.chosen);
+        EXPECT_EQ(text(app->packageName), mWorld.processes.nameOf(row.chosen.pid, /*full=*/true));
+        EXPECT_TRUE(app->isTopActivity) << "whichever rule chose it";
     }
 }
 
@@ -106,96 +113,49 @@ TEST_F(ImmersiveAppTest, EverySystemOverlayWithWindowFocusWinsByItsProcessName) 
     }
 }
 
-TEST_F(ImmersiveAppTest, AFocusedAppThatIsNoOverlayDoesNotEndTheSearchForOne) {
+TEST_F(ImmersiveAppTest, TheShellIsOnTopByItsPackageOrByItsProcessAndTheFirstOneAlone) {
+    mWorld.runKnown(10004, 205, "com.velmar.home", kShell);
+    mWorld.runKnown(10005, 104, "shell_b", kShell);
+    const std::pair<const char*, int> rows[] = {
+            {kShell, 205}, {"com.velmar.home", 205}, {"shell_b", 0}, {"com.velmar.other", 0}};
+    for (const auto& [top, pid] : rows) {
+        mWorld.setPrimaryTop(top);
+        EXPECT_EQ(immersivePid(), pid) << top;
+    }
+    EXPECT_EQ(mWorld.processes.shortNames(), 0);
+}
+
+TEST_F(ImmersiveAppTest, TheShellsProcessIsMeasuredByASecondTopActivityWithEveryByte) {
+    class Moving : public FocusPolicy {
+    public:
+        using FocusPolicy::FocusPolicy;
+        android::String16 getTopActivity() override { return answers.at(asked++); }
+        std::vector<android::String16> answers;
+        size_t asked = 0;
+    };
+    mWorld.runKnown(10004, 104, "com.velmar.home", kShell);
+    Moving policy(mWorld.tracker, mWorld.clients);
+    policy.answers = {android::String16("com.first"), android::String16("com.velmar.home"),
+                      android::String16(u"com.velmar.shellenv\0x", 21), android::String16()};
+    EXPECT_TRUE(policy.getImmersiveApp().has_value());
+    EXPECT_FALSE(policy.getImmersiveApp().has_value());
+    EXPECT_EQ(policy.asked, 4u);
+}
+
+TEST_F(ImmersiveAppTest, EachCandidateIsMeasuredByTheNewestWindowFocus) {
     mWorld.tracker->rendering = {mGame, mSettings};
     mWorld.tracker->foreground = {mGame};
     mWorld.tracker->windowFocus = mGame;
-    // Focus moves while the list is walked: each candidate is measured by the newest answer.
     mWorld.tracker->onWindowFocusAsked = [this, asked = 0]() mutable {
         if (++asked == 2) mWorld.tracker->windowFocus = mSettings;
     };
     EXPECT_EQ(immersivePid(), mSettings.pid);
 }
 
-TEST_F(ImmersiveAppTest, TheShellsPackageOnTopIsEnough) {
-    const FocusClient other = mWorld.runKnown(10004, 104, "shell_process", kShell);
-    mWorld.setPrimaryTop(kShell);
-    EXPECT_EQ(immersivePid(), other.pid);
-}
-
-TEST_F(ImmersiveAppTest, TheShellsProcessOnTopIsEnough) {
-    const FocusClient shell = mWorld.runKnown(10004, 104, "com.velmar.home", kShell);
-    mWorld.setPrimaryTop("com.velmar.home");
-    EXPECT_EQ(immersivePid(), shell.pid);
-    mWorld.setPrimaryTop("com.velmar.other");
+TEST_F(ImmersiveAppTest, QueriesComeInTheOrderOfTheRulesAfterALookAtTheStoredApp) {
+    mWorld.log->take();
     EXPECT_EQ(immersivePid(), 0);
-    EXPECT_EQ(FakeProcessTable::instance().shortNames(), 0);
-}
-
-TEST_F(ImmersiveAppTest, TheShellsProcessIsMeasuredByASecondTopActivity) {
-    class Moving : public FocusPolicy {
-    public:
-        using FocusPolicy::FocusPolicy;
-        android::String16 getTopActivity() override {
-            return android::String16(++asked == 1 ? "com.first" : "com.velmar.home");
-        }
-        int asked = 0;
-    };
-    const FocusClient shell = mWorld.runKnown(10004, 104, "com.velmar.home", kShell);
-    Moving policy(mWorld.tracker, mWorld.clients);
-    const auto app = policy.getImmersiveApp();
-    ASSERT_TRUE(app.has_value());
-    EXPECT_EQ(app->pid, shell.pid);
-    EXPECT_EQ(policy.asked, 2);
-}
-
-TEST_F(ImmersiveAppTest, NoByteIsLeftOutWhenTheShellIsMeasured) {
-    class Fixed : public FocusPolicy {
-    public:
-        using FocusPolicy::FocusPolicy;
-        android::String16 getTopActivity() override {
-            return android::String16(u"com.velmar.shellenv\0x", 21);
-        }
-    };
-    mWorld.runKnown(10004, 104, kShell);
-    Fixed policy(mWorld.tracker, mWorld.clients);
-    EXPECT_FALSE(policy.getImmersiveApp().has_value());
-}
-
-TEST_F(ImmersiveAppTest, OnlyTheFirstShellByUidAndPidIsConsidered) {
-    const FocusClient first = mWorld.runKnown(10004, 205, "shell_a", kShell);
-    mWorld.runKnown(10005, 104, "shell_b", kShell);
-    mWorld.setPrimaryTop("shell_b");
-    EXPECT_EQ(immersivePid(), 0);
-    mWorld.setPrimaryTop("shell_a");
-    EXPECT_EQ(immersivePid(), first.pid);
-}
-
-TEST_F(ImmersiveAppTest, EveryChosenAppCarriesAllFieldsAndTheTopFlag) {
-    const FocusClient shell = mWorld.runKnown(10004, 104, "shell_process", kShell);
-    const struct {
-        const char* rule;
-        std::vector<FocusClient> rendering, foreground;
-        FocusClient windowFocus, chosen;
-        const char* package;
-    } kRows[] = {
-            {"overlay", {mSettings}, {mGame}, mSettings, mSettings, "com.android.settings"},
-            {"shell", {}, {shell}, {}, shell, kShell},
-            {"rendering", {mGame}, {mGame}, {}, mGame, "com.game"},
-    };
-    for (const auto& row : kRows) {
-        mWorld.tracker->rendering = row.rendering;
-        mWorld.tracker->foreground = row.foreground;
-        mWorld.tracker->windowFocus = row.windowFocus;
-        const auto app = mWorld.policy->getImmersiveApp();
-        ASSERT_TRUE(app.has_value()) << row.rule;
-        EXPECT_EQ(text(app->packageName), row.package) << row.rule;
-        EXPECT_EQ((FocusClient{app->uid, app->pid}), row.chosen) << row.rule;
-        EXPECT_TRUE(app->isTopActivity) << row.rule;
-    }
-}
-
-TEST_F(ImmersiveAppTest, QueriesComeInTheOrderOfTheRules) {
+    EXPECT_EQ(mWorld.log->take(), (Calls{"rendering", "foreground"}));
     mWorld.runKnown(10004, 104, kShell);
     mWorld.tracker->rendering = {mMail, mGame};
     mWorld.tracker->foreground = {mGame};
@@ -208,36 +168,13 @@ TEST_F(ImmersiveAppTest, QueriesComeInTheOrderOfTheRules) {
                      // Each rendering client; the chosen one is measured twice.
                      "build 102", "foreground", "build 101", "build 101", "foreground", "build 101",
                      "foreground", "build 101"}));
-}
-
-TEST_F(ImmersiveAppTest, AnOverlayIsMeasuredOnceAndEndsTheQueries) {
-    mWorld.runKnown(10004, 104, kShell);
     mWorld.tracker->rendering = {mSettings, mGame};
     mWorld.tracker->windowFocus = mSettings;
-    mWorld.tracker->foreground = {mGame};
-    mWorld.log->take();
-    EXPECT_EQ(immersivePid(), mSettings.pid);
-    EXPECT_EQ(mWorld.log->take(),
-              (Calls{"rendering", "build 103", "windowFocus", "foreground", "build 101"}));
-}
-
-TEST_F(ImmersiveAppTest, AStoredAppIsCheckedForLifeBeforeTheRules) {
-    playAlone(mGame);
-    immersivePid();
-    mWorld.log->take();
-    FakeProcessTable::instance().setLivenessHook(
+    mWorld.processes.setLivenessHook(
             [this](int pid) { mWorld.log->add("alive " + std::to_string(pid)); });
-    EXPECT_EQ(immersivePid(), mGame.pid);
-    const Calls calls = mWorld.log->take();
-    ASSERT_GE(calls.size(), 3u);
-    EXPECT_EQ(Calls(calls.begin(), calls.begin() + 3),
-              (Calls{"rendering", "alive 101", "build 101"}));
-}
-
-TEST_F(ImmersiveAppTest, WithoutAShellTheTopActivityIsAskedForOnceByTheShellRule) {
-    mWorld.log->take();
-    EXPECT_EQ(immersivePid(), 0);
-    EXPECT_EQ(mWorld.log->take(), (Calls{"rendering", "foreground"}));
+    EXPECT_EQ(immersivePid(), mSettings.pid);
+    EXPECT_EQ(mWorld.log->take(), (Calls{"rendering", "alive 101", "build 103", "windowFocus",
+                                         "foreground", "build 101"}));
 }
 
 TEST_F(ImmersiveAppTest, TheChoiceIsStoredUntilTheNextQuestion) {
@@ -251,43 +188,26 @@ TEST_F(ImmersiveAppTest, TheChoiceIsStoredUntilTheNextQuestion) {
     EXPECT_EQ(mWorld.storedPackage(), "");
 }
 
-TEST_F(ImmersiveAppTest, ARunOfOnePidIsRecordedOnce) {
-    playAlone(mGame);
-    for (int i = 0; i < 10; ++i)
-        immersivePid();
-    EXPECT_EQ(history(), (std::vector<int>{101}));
-    // Even as another client, with another package: only the pid is compared.
-    mWorld.end(101);
-    playAlone(mWorld.run(10050, 101, "com.reused"));
-    EXPECT_EQ(immersivePid(), 101);
-    EXPECT_EQ(history(), (std::vector<int>{101}));
-}
-
-TEST_F(ImmersiveAppTest, AChoiceThatReturnsIsRecordedAgain) {
-    for (const FocusClient& client : {mGame, mMail, mGame}) {
+TEST_F(ImmersiveAppTest, TheHistoryKeepsTheTenNewestChoicesAndARunOfOnePidOnce) {
+    immersivePid();
+    EXPECT_EQ(history(), std::vector<int>()) << "none is no choice";
+    const auto play = [this](const FocusClient& client) {
         playAlone(client);
-        immersivePid();
-    }
-    EXPECT_EQ(history(), (std::vector<int>{101, 102, 101}));
-}
-
-TEST_F(ImmersiveAppTest, NoneIsNeverRecordedAndDoesNotEndARun) {
-    immersivePid();
-    EXPECT_EQ(history(), std::vector<int>());
-    playAlone(mGame);
-    immersivePid();
+        EXPECT_EQ(immersivePid(), client.pid);
+    };
+    play(mGame);
     mWorld.tracker->rendering = {};
     immersivePid();
-    playAlone(mGame);
-    immersivePid();
+    play(mGame);
+    mWorld.end(101);
+    // Even as another client, with another package: only the pid is compared.
+    play(mWorld.run(10050, 101, "com.reused"));
     EXPECT_EQ(history(), (std::vector<int>{101}));
-}
-
-TEST_F(ImmersiveAppTest, TheHistoryKeepsTheTenNewest) {
-    for (int pid = 301; pid <= 311; ++pid) {
-        playAlone(mWorld.run(10000 + pid, pid, "com.app" + std::to_string(pid)));
-        immersivePid();
-    }
+    play(mMail);
+    play({10050, 101});
+    EXPECT_EQ(history(), (std::vector<int>{101, 102, 101}));
+    for (int pid = 301; pid <= 311; ++pid)
+        play(mWorld.run(10000 + pid, pid, "com.app" + std::to_string(pid)));
     EXPECT_EQ(history(), (std::vector<int>{311, 310, 309, 308, 307, 306, 305, 304, 303, 302}));
 }
 
@@ -302,20 +222,14 @@ TEST_F(ImmersiveAppTest, RenderingClientsAreAskedForBeforeTheLockAndTheRestUnder
         EXPECT_TRUE(second->waitsIn(*mWorld.policy));
         EXPECT_EQ(renderingAsked, 2) << "asked before it waited";
     };
+    mWorld.clients->onBuild = [&, first = true](int) mutable {
+        if (!std::exchange(first, false)) return;
+        WatchedCall free([this] { EXPECT_TRUE(mWorld.policy->isTopActivity(101)); });
+        EXPECT_TRUE(free.ends());
+    };
     EXPECT_EQ(immersivePid(), mGame.pid);
     ASSERT_NE(second, nullptr);
     EXPECT_TRUE(second->ends());
-}
-
-TEST_F(ImmersiveAppTest, TheTopActivityCanBeAskedForWhileAChoiceIsUnderWay) {
-    playAlone(mGame);
-    bool top = false;
-    mWorld.tracker->onWindowFocusAsked = [&] {
-        WatchedCall answer([&] { top = mWorld.policy->isTopActivity(101); });
-        EXPECT_TRUE(answer.ends());
-    };
-    EXPECT_EQ(immersivePid(), mGame.pid);
-    EXPECT_TRUE(top);
 }
 
 }  // namespace

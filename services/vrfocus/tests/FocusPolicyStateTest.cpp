@@ -22,24 +22,30 @@ constexpr char kDebuggable[] = "ro.debuggable";
 constexpr char kPermissive[] = "debug.nqs.vrfocus.permissive";
 constexpr FocusType kHead = FocusType::HeadTracking;
 constexpr FocusType kInput = FocusType::InputTracking;
+constexpr FocusType kUnknown = static_cast<FocusType>(2);
 
 class FocusStateTest : public ::testing::Test {
 protected:
     Verdicts compute(FocusType type, const std::vector<int>& pids) {
+        return compute(*mWorld.policy, type, pids);
+    }
+    static Verdicts compute(FocusPolicy& policy, FocusType type, const std::vector<int>& pids) {
         std::vector<ClientStatus> out;
-        mWorld.policy->computeFocusState(type, pids, out);
+        policy.computeFocusState(type, pids, out);
         Verdicts verdicts;
         for (const ClientStatus& status : out)
             verdicts.emplace_back(status.pid, status.hasFocus);
         return verdicts;
     }
-
     bool hasFocus(FocusType type, const FocusClient& client) {
-        const Verdicts verdicts = compute(type, {client.pid});
-        EXPECT_EQ(verdicts.size(), 1u);
-        return !verdicts.empty() && verdicts[0].second;
+        return compute(type, {client.pid}) == Verdicts{{client.pid, true}};
     }
-
+    /** What a computation asks and records, in order. */
+    Calls callsOf(FocusType type, const std::vector<int>& pids) {
+        mWorld.log->take();
+        compute(type, pids);
+        return mWorld.log->take();
+    }
     /** The types that the registry holds as the client's current focus. */
     std::set<FocusType> currentFocus(const FocusClient& client) {
         for (const auto& record : mWorld.clients->getSnapshot()) {
@@ -60,10 +66,9 @@ TEST_F(FocusStateTest, EachSignalGivesItsTypesAndNoOther) {
         std::function<void(const FocusClient&)> give;
         bool head, input;
     } kRows[] = {
-            {"none", [](const FocusClient&) {}, false, false},
-            {"foreground activity", [this](auto& c) { mWorld.tracker->foreground = {c}; }, true,
-             true},
-            {"foreground panel", [this](auto& c) { mWorld.setPanel(c, true); }, true, true},
+            {"none", [](auto&) {}, false, false},
+            {"foreground", [this](auto& c) { mWorld.tracker->foreground = {c}; }, true, true},
+            {"panel", [this](auto& c) { mWorld.setPanel(c, true); }, true, true},
             {"window focus", [this](auto& c) { mWorld.tracker->windowFocus = c; }, true, false},
             {"top activity", [this](auto& c) { mWorld.tracker->top = {c}; }, true, true},
             {"top anywhere", [this](auto& c) { mWorld.tracker->allTop = {c}; }, true, false},
@@ -76,26 +81,21 @@ TEST_F(FocusStateTest, EachSignalGivesItsTypesAndNoOther) {
         row.give(client);
         EXPECT_EQ(hasFocus(kHead, client), row.head) << row.signal;
         EXPECT_EQ(hasFocus(kInput, client), row.input) << row.signal;
-        EXPECT_FALSE(hasFocus(static_cast<FocusType>(2), client)) << row.signal;
+        EXPECT_EQ(compute(kUnknown, {pid}), (Verdicts{{pid, false}})) << row.signal;
     }
 }
 
-TEST_F(FocusStateTest, ASignalUnderAnotherUidGivesNothing) {
+TEST_F(FocusStateTest, ASignalUnderAnotherUidGivesNothingButToTheNewestForegroundClient) {
     const FocusClient impostor{mGame.uid + 1, mGame.pid};
-    mWorld.tracker->top = {impostor};
-    mWorld.tracker->allTop = {impostor};
+    mWorld.tracker->top = mWorld.tracker->allTop = {impostor};
     mWorld.tracker->windowFocus = impostor;
     EXPECT_FALSE(hasFocus(kHead, mGame));
     EXPECT_FALSE(hasFocus(kInput, mGame));
-}
-
-TEST_F(FocusStateTest, TheNewestKnownForegroundClientHasHeadFocusUnderTheRegistrysUid) {
-    const FocusClient wrongUid{4242, mGame.pid};
-    mWorld.tracker->foreground = {wrongUid};
+    // Which has head focus under the registry's uid.
+    mWorld.tracker->foreground = {impostor};
     EXPECT_TRUE(hasFocus(kHead, mGame));
     EXPECT_FALSE(hasFocus(kInput, mGame));
-    // Only the newest is put right.
-    mWorld.tracker->foreground = {wrongUid, mMail};
+    mWorld.tracker->foreground = {impostor, mMail};
     EXPECT_FALSE(hasFocus(kHead, mGame));
     // A newer one without a record does not count as the newest.
     mWorld.clients->unknown = {mMail.pid};
@@ -105,12 +105,11 @@ TEST_F(FocusStateTest, TheNewestKnownForegroundClientHasHeadFocusUnderTheRegistr
 TEST_F(FocusStateTest, BackgroundAccessCountsPerType) {
     const FocusClient shell = mWorld.run(10003, 103, "com.velmar.vrshell");
     const FocusClient headOnly = mWorld.run(10004, 104, "com.headonly");
-    mWorld.grantPermission(headOnly, "com.velmar.permission.ACCESS_BACKGROUND_HEAD_TRACKING");
-    EXPECT_TRUE(hasFocus(kHead, shell));
-    EXPECT_TRUE(hasFocus(kInput, shell));
-    EXPECT_TRUE(hasFocus(kHead, headOnly));
-    EXPECT_FALSE(hasFocus(kInput, headOnly));
-    EXPECT_FALSE(hasFocus(static_cast<FocusType>(2), shell));
+    mWorld.permission->grant("com.velmar.permission.ACCESS_BACKGROUND_HEAD_TRACKING", 10004);
+    EXPECT_EQ(compute(kHead, {103, 104}), (Verdicts{{103, true}, {104, true}}));
+    EXPECT_EQ(compute(kInput, {103, 104}), (Verdicts{{103, true}, {104, false}}));
+    EXPECT_FALSE(hasFocus(kUnknown, shell));
+    EXPECT_FALSE(hasFocus(kUnknown, headOnly));
 }
 
 TEST_F(FocusStateTest, TheImmersiveAppHasInputFocusAsLongAsTheMainDisplayHas) {
@@ -119,10 +118,8 @@ TEST_F(FocusStateTest, TheImmersiveAppHasInputFocusAsLongAsTheMainDisplayHas) {
     mWorld.tracker->windowFocus = overlay;
     EXPECT_TRUE(hasFocus(kInput, overlay));
     mWorld.policy->setMainDisplayFocus(false);
-    EXPECT_FALSE(hasFocus(kInput, overlay));
     // Every other signal it has is lost with it, for input alone.
-    mWorld.tracker->foreground = {overlay};
-    mWorld.tracker->top = {overlay};
+    mWorld.tracker->foreground = mWorld.tracker->top = {overlay};
     mWorld.setPanel(overlay, true);
     EXPECT_FALSE(hasFocus(kInput, overlay));
     EXPECT_TRUE(hasFocus(kHead, overlay));
@@ -142,27 +139,18 @@ TEST_F(FocusStateTest, TheImmersiveAppIsMatchedByPidAloneToTheFirstRecord) {
         }
     };
     Fixed policy(mWorld.tracker, mWorld.clients);
-    std::vector<ClientStatus> out;
-    policy.computeFocusState(kInput, {101}, out);
-    ASSERT_EQ(out.size(), 1u);
-    EXPECT_TRUE(out[0].hasFocus);
-
     // A pid that is reused between its two questions has two records: the lower uid comes first.
     mWorld.clients->onBuild = [this, asked = 0](int) mutable {
         if (++asked == 2) mWorld.run(9000, 101, "com.reused");
     };
-    out.clear();
-    policy.computeFocusState(kInput, {101, 101}, out);
-    ASSERT_EQ(out.size(), 2u);
-    EXPECT_TRUE(out[0].hasFocus);
-    EXPECT_FALSE(out[1].hasFocus);
+    EXPECT_EQ(compute(policy, kInput, {101, 101}), (Verdicts{{101, true}, {101, false}}));
 }
 
 TEST_F(FocusStateTest, AnswersComeByUidThenPidOncePerProcessAndAreAppended) {
-    const FocusClient low = mWorld.run(1000, 901, "low");
+    mWorld.run(1000, 901, "low");
     std::vector<ClientStatus> out(1);
     out[0].pid = -7;
-    mWorld.policy->computeFocusState(kHead, {102, 101, 555, 102, -1, 0, low.pid, 101}, out);
+    mWorld.policy->computeFocusState(kHead, {102, 101, 555, 102, -1, 0, 901, 101}, out);
     std::vector<int> pids;
     for (const ClientStatus& status : out)
         pids.push_back(status.pid);
@@ -184,46 +172,24 @@ TEST_F(FocusStateTest, VerdictsAreRecordedInTheRegistryPerType) {
     EXPECT_EQ(currentFocus(mGame), (std::set<FocusType>{kInput}));
 }
 
-TEST_F(FocusStateTest, FocusedClientsThatWereNotAskedForAreLeftAlone) {
-    mWorld.tracker->top = {mGame, mMail};
-    mWorld.log->take();
-    EXPECT_EQ(compute(kHead, {102}), (Verdicts{{102, true}}));
-    EXPECT_EQ(mWorld.log->take(), (Calls{"build 102", "foreground", "windowFocus", "foreground",
-                                         "top", "allTop", "add 10002/102 0"}));
-}
-
-TEST_F(FocusStateTest, HeadTrackingAsksInItsOrder) {
+TEST_F(FocusStateTest, TheSystemIsAskedInItsOrderAlsoWithoutPids) {
+    EXPECT_EQ(callsOf(kHead, {}),
+              (Calls{"foreground", "windowFocus", "foreground", "top", "allTop"}));
+    EXPECT_EQ(callsOf(kInput, {}), (Calls{"foreground", "top", "rendering", "foreground"}));
     mWorld.tracker->foreground = {mGame, mMail};
+    mWorld.tracker->top = {mMail};
     mWorld.clients->unknown = {mMail.pid};
-    mWorld.log->take();
-    compute(kHead, {102, 101});
-    EXPECT_EQ(mWorld.log->take(),
+    // Clients that were not asked for are left alone, focused or not.
+    EXPECT_EQ(callsOf(kHead, {102, 101}),
               (Calls{"build 102", "build 101", "foreground", "windowFocus", "foreground",
                      "build 102", "build 101", "top", "allTop", "add 10001/101 0"}));
-}
-
-TEST_F(FocusStateTest, InputTrackingAsksInItsOrder) {
-    mWorld.tracker->top = {mMail};
-    mWorld.log->take();
-    compute(kInput, {102, 101});
-    EXPECT_EQ(mWorld.log->take(), (Calls{"build 102", "build 101", "foreground", "top", "rendering",
-                                         "foreground", "remove 10001/101 1", "add 10002/102 1"}));
-}
-
-TEST_F(FocusStateTest, WithoutPidsTheSystemIsStillAsked) {
-    mWorld.log->take();
-    EXPECT_EQ(compute(kHead, {}), Verdicts());
-    EXPECT_EQ(mWorld.log->take(),
-              (Calls{"foreground", "windowFocus", "foreground", "top", "allTop"}));
-    EXPECT_EQ(compute(kInput, {}), Verdicts());
-    EXPECT_EQ(mWorld.log->take(), (Calls{"foreground", "top", "rendering", "foreground"}));
-}
-
-TEST_F(FocusStateTest, AnUnknownTypeTakesNoSignalButTheTwoCommonQueries) {
+    mWorld.clients->unknown = {};
+    mWorld.tracker->foreground = {};
+    EXPECT_EQ(callsOf(kInput, {102, 101}),
+              (Calls{"build 102", "build 101", "foreground", "top", "rendering", "foreground",
+                     "remove 10001/101 1", "add 10002/102 1"}));
     for (const int type : {2, -1, 1 << 30}) {
-        mWorld.log->take();
-        EXPECT_EQ(compute(static_cast<FocusType>(type), {101}), (Verdicts{{101, false}}));
-        EXPECT_EQ(mWorld.log->take(),
+        EXPECT_EQ(callsOf(static_cast<FocusType>(type), {101}),
                   (Calls{"build 101", "foreground", "remove 10001/101 " + std::to_string(type)}));
     }
 }
@@ -249,12 +215,12 @@ TEST_F(FocusStateTest, PermissiveModeNeedsBothProperties) {
             {true, false, false}, {false, false, false}, {true, true, true},
     };
     for (const auto& row : kRows) {
-        FakeProperties::instance().clear();
+        mProperties.clear();
         if (row.debuggable) mProperties.set(kDebuggable, *row.debuggable);
         if (row.permissive) mProperties.set(kPermissive, *row.permissive);
-        for (const int type : {0, 1, 2}) {
-            EXPECT_EQ(hasFocus(static_cast<FocusType>(type), mGame), row.focus)
-                    << row.debuggable.value_or(false) << row.permissive.value_or(false) << type;
+        for (const FocusType type : {kHead, kInput, kUnknown}) {
+            EXPECT_EQ(hasFocus(type, mGame), row.focus)
+                    << row.debuggable.value_or(false) << row.permissive.value_or(false);
         }
     }
 }
@@ -268,8 +234,6 @@ TEST_F(FocusStateTest, PropertiesAreReadOncePerUnfocusedRecordAndTheSecondOnlyAf
     mProperties.set(kDebuggable, true);
     compute(kHead, {101, 102, 103});
     EXPECT_EQ(mProperties.takeReads(), (Calls{kDebuggable, kPermissive, kDebuggable, kPermissive}));
-    compute(kHead, {101});
-    EXPECT_EQ(mProperties.takeReads(), Calls());
 }
 
 }  // namespace

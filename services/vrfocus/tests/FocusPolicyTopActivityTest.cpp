@@ -3,7 +3,6 @@
 // Top activity: which package it is, and which process stands for it.
 #include <gtest/gtest.h>
 #include <utils/String16.h>
-#include <utils/String8.h>
 
 #include <string>
 #include <vector>
@@ -25,96 +24,67 @@ protected:
     const FocusClient mMail = mWorld.run(10002, 102, "com.mail");
 };
 
-TEST_F(TopActivityTest, TheNewestForegroundClientDecides) {
-    mWorld.tracker->foreground = {mGame, mMail};
-    EXPECT_EQ(topActivity(), "com.mail");
-    mWorld.tracker->foreground = {mMail, mGame};
-    EXPECT_EQ(topActivity(), "com.game");
-    mWorld.tracker->foreground = {mGame, mMail, mGame};
-    EXPECT_EQ(topActivity(), "com.game");
-}
-
-TEST_F(TopActivityTest, ClientsThatTheRegistryDoesNotKnowArePassedOver) {
-    mWorld.tracker->foreground = {mGame, mMail};
-    mWorld.clients->unknown = {mMail.pid};
-    EXPECT_EQ(topActivity(), "com.game");
-}
-
-TEST_F(TopActivityTest, WithoutAKnownForegroundClientThePrimaryDisplayAnswers) {
+TEST_F(TopActivityTest, TheNewestKnownForegroundClientDecidesElseThePrimaryDisplay) {
+    const FocusClient bare = mWorld.run(2000, 103, "/system/bin/sh", /*package=*/"");
+    const struct {
+        const char* what;
+        std::vector<FocusClient> foreground;
+        std::set<int> unknown;
+        const char* top;
+    } kRows[] = {
+            {"the newest", {mGame, mMail}, {}, "com.mail"},
+            {"the newest of three", {mGame, mMail, mGame}, {}, "com.game"},
+            {"unknown ones are passed over", {mGame, mMail}, {102}, "com.game"},
+            {"nobody", {}, {}, "com.platform"},
+            {"nobody known", {mGame, mMail}, {101, 102}, "com.platform"},
+            {"a known one without a package", {mGame, bare}, {}, ""},
+    };
     mWorld.setPrimaryTop("com.platform");
-    EXPECT_EQ(topActivity(), "com.platform");
-    mWorld.tracker->foreground = {mGame, mMail};
-    mWorld.clients->unknown = {mGame.pid, mMail.pid};
-    EXPECT_EQ(topActivity(), "com.platform");
-    mWorld.setPrimaryTop("");
-    EXPECT_EQ(topActivity(), "");
-}
-
-TEST_F(TopActivityTest, AKnownClientDecidesEvenWithoutAPackage) {
-    mWorld.setPrimaryTop("com.platform");
-    mWorld.tracker->foreground = {mGame, mWorld.run(2000, 103, "/system/bin/sh", /*package=*/"")};
-    EXPECT_EQ(topActivity(), "");
+    for (const auto& row : kRows) {
+        mWorld.tracker->foreground = row.foreground;
+        mWorld.clients->unknown = row.unknown;
+        EXPECT_EQ(topActivity(), row.top) << row.what;
+    }
 }
 
 TEST_F(TopActivityTest, OlderClientsAreNotAskedForOnceOneIsKnown) {
-    const FocusClient chat = mWorld.run(10003, 103, "com.chat");
-    mWorld.tracker->foreground = {mGame, mMail, chat};
-    mWorld.clients->unknown = {chat.pid};
+    mWorld.tracker->foreground = {mGame, mMail, mWorld.run(10003, 103, "com.chat")};
+    mWorld.clients->unknown = {103};
     mWorld.log->take();
     EXPECT_EQ(topActivity(), "com.mail");
     EXPECT_EQ(mWorld.log->take(), (Calls{"foreground", "build 103", "build 102"}));
 }
 
-TEST_F(TopActivityTest, OnlyAProcessNamedExactlyLikeThePackageIsTheTopActivity) {
-    const struct {
-        const char* process;
-        bool top;
-    } kRows[] = {
-            {"com.game", true},   {"com.game:remote", false}, {"com.gam", false},
-            {"com.game2", false}, {"Com.game", false},        {"", false},
-            {"com.game ", false},
-    };
-    mWorld.tracker->foreground = {mGame};
-    for (const auto& row : kRows) {
-        const FocusClient client = mWorld.run(10009, 109, row.process);
-        EXPECT_EQ(mWorld.policy->isTopActivity(client.pid), row.top) << row.process;
-    }
-    EXPECT_EQ(FakeProcessTable::instance().shortNames(), 0);
-}
-
-TEST_F(TopActivityTest, NoByteIsLeftOutOfTheComparison) {
+TEST_F(TopActivityTest, OnlyAProcessNamedByteForByteLikeTheOverridablePackageIsOnTop) {
     class Fixed : public FocusPolicy {
     public:
         using FocusPolicy::FocusPolicy;
-        String16 getTopActivity() override { return String16(u"com.game\0x", 10); }
+        String16 getTopActivity() override { return top; }
+        String16 top;
+    };
+    const std::string beyondAscii = "com.spiel.\xc3\xbc\xf0\x9f\x8e\xae";
+    const struct {
+        String16 top;
+        std::string process;
+        bool isTop;
+    } kRows[] = {
+            {String16("com.game"), "com.game", true},
+            {String16("com.game"), "com.game:remote", false},
+            {String16("com.game"), "com.gam", false},
+            {String16("com.game"), "Com.game", false},
+            {String16("com.game"), "", false},
+            {String16(u"com.game\0x", 10), "com.game", false},
+            {String16(u"com.game\0x", 10), std::string("com.game\0x", 10), true},
+            {String16(beyondAscii.c_str()), beyondAscii, true},
+            {String16(), "", true},
     };
     Fixed policy(mWorld.tracker, mWorld.clients);
-    EXPECT_FALSE(policy.isTopActivity(mGame.pid));
-    const FocusClient same = mWorld.run(10009, 109, std::string("com.game\0x", 10));
-    EXPECT_TRUE(policy.isTopActivity(same.pid));
-}
-
-TEST_F(TopActivityTest, ANamelessProcessIsOnTopWhenNothingElseIs) {
-    const FocusClient nameless = mWorld.run(10009, 109, "");
-    EXPECT_TRUE(mWorld.policy->isTopActivity(nameless.pid));
-}
-
-TEST_F(TopActivityTest, TheComparisonAsksTheOverridableTopActivity) {
-    class Overridden : public FocusPolicy {
-    public:
-        using FocusPolicy::FocusPolicy;
-        String16 getTopActivity() override { return String16("com.mail"); }
-    };
-    Overridden policy(mWorld.tracker, mWorld.clients);
-    mWorld.tracker->foreground = {mGame};
-    EXPECT_TRUE(policy.isTopActivity(mMail.pid));
-    EXPECT_FALSE(policy.isTopActivity(mGame.pid));
-}
-
-TEST_F(TopActivityTest, NonAsciiNamesCompareInUtf8) {
-    const FocusClient client = mWorld.run(10009, 109, "com.spiel.\xc3\xbc\xf0\x9f\x8e\xae");
-    mWorld.tracker->foreground = {client};
-    EXPECT_TRUE(mWorld.policy->isTopActivity(client.pid));
+    for (const auto& row : kRows) {
+        policy.top = row.top;
+        EXPECT_EQ(policy.isTopActivity(mWorld.run(10009, 109, row.process).pid), row.isTop)
+                << row.process;
+    }
+    EXPECT_EQ(mWorld.processes.shortNames(), 0);
 }
 
 }  // namespace

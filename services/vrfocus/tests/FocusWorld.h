@@ -46,11 +46,6 @@ public:
     }
     void end(int pid) { processes.kill(pid); }
 
-    /** Before the registry first hears of the client. */
-    void grantPermission(const FocusClient& client, const std::string& name) {
-        permission->grant(name, client.uid);
-    }
-
     /** Has the activity manager tell the tracker whether the client runs a panel service. */
     void setPanel(const FocusClient& client, bool present) {
         activity->world.access([&](FakeActivityManager::World& world) {

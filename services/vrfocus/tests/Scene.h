@@ -20,7 +20,6 @@
 #include <utility>
 #include <vector>
 
-#include "DumpText.h"
 #include "FakeListeners.h"
 #include "ServiceWorld.h"
 
@@ -40,7 +39,7 @@ public:
     static constexpr int kOther = 5'000'004;
 
     Scene() {
-        FakeProcessTable::instance().set(kFirst, uid, "com.game");
+        processes.set(kFirst, uid, "com.game");
         for (const Act& act : {add(kFirst, first), add(kSecond, second), addTop(kFirst, firstTop),
                                addTop(kSecond, secondTop)}) {
             EXPECT_EQ(act(), "0 true");
@@ -59,28 +58,27 @@ public:
         };
     }
     Act appState() {
-        return call(uid, kFirst, [](VrFocusService& target, bool*) {
-            return target.setAppState(kFirst, /*state=*/0);
-        });
+        return call(uid, kFirst,
+                    [](auto& target, bool*) { return target.setAppState(kFirst, /*state=*/0); });
     }
     Act add(int pid, const FocusListener& added) { return add(uid, pid, added); }
     Act add(int callingUid, int pid, const FocusListener& added) {
-        return call(callingUid, pid, [added](VrFocusService& target, bool* result) {
+        return call(callingUid, pid, [added](auto& target, bool* result) {
             return target.registerVrFocusListener(added, /*focusType=*/0, result);
         });
     }
     Act addTop(int pid, const TopListener& added) {
-        return call(uid, pid, [added](VrFocusService& target, bool* result) {
+        return call(uid, pid, [added](auto& target, bool* result) {
             return target.registerVrTopActivityListener(added, result);
         });
     }
     Act remove(int pid) {
-        return call(uid, pid, [](VrFocusService& target, bool* result) {
+        return call(uid, pid, [](auto& target, bool* result) {
             return target.unregisterVrFocusListener(/*focusType=*/0, result);
         });
     }
     Act removeTop(int pid) {
-        return call(uid, pid, [](VrFocusService& target, bool* result) {
+        return call(uid, pid, [](auto& target, bool* result) {
             return target.unregisterVrTopActivityListener(result);
         });
     }
@@ -96,68 +94,54 @@ public:
     }
     /** Everything that asks the policy and the tracker but changes no listener. */
     Act queries() {
-        return call(uid, kFirst, [](VrFocusService& target, bool*) {
+        return call(uid, kFirst, [](auto& target, bool*) {
             android::String16 top;
             ImmersiveApp app;
             std::vector<ClientStatus> statuses;
             target.grantTrackingServiceAccess(/*displayId=*/0);
-            target.getTopActivity(&top);
+            target.getImmersiveApp(&app);
             target.getClientFocusStatus(/*focusType=*/0, {kFirst}, &statuses);
-            return target.getImmersiveApp(&app);
+            return target.getTopActivity(&top);
         });
     }
+    /** Into a pipe that takes all of it, unless fillPipe() comes first. */
     Act dump(const std::string& argument) {
-        return [this, target = service, argument] {
-            return dumpText([&](int fd) { dumpTo(*target, fd, argument); });
-        };
-    }
-    /** Into the scene's pipe, the writing end of which is closed afterwards. */
-    Act dumpIntoPipe(const std::string& argument) {
         int ends[2] = {-1, -1};
-        EXPECT_EQ(pipe2(ends, O_CLOEXEC | O_NONBLOCK), 0);
-        mReader.reset(ends[0]);
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        reader.reset(ends[0]);
         writer.reset(ends[1]);
         return [this, target = service, argument] {
-            dumpTo(*target, writer.get(), argument);
+            const CallAs caller(uid, kFirst);
+            android::Vector<android::String16> args;
+            args.push_back(android::String16(argument.c_str()));
+            EXPECT_EQ(target->dump(writer.get(), args), android::OK);
             writer.reset();
             return "dumped";
         };
     }
     /** Until it takes no byte more: the next write to it sleeps. */
     void fillPipe() {
+        fcntl(writer.get(), F_SETFL, O_NONBLOCK);
         const std::string block(4096, 'x');
-        while (write(writer.get(), block.data(), block.size()) > 0)
-            mFilled += block.size();
+        while (write(writer.get(), block.data(), block.size()) > 0) {
+        }
         fcntl(writer.get(), F_SETFL, 0);
     }
-    /** Reads to the end; returns what came after the filling. */
+    /** To the end. */
     std::string readPipe() {
-        fcntl(mReader.get(), F_SETFL, 0);
         std::string read;
-        android::base::ReadFdToString(mReader, &read);
-        return read.substr(mFilled);
+        android::base::ReadFdToString(reader, &read);
+        return read;
     }
 
-    /**
-     * What was logged and what the helper was told, since the last time. Without the questions to
-     * the policy: whether they come before or after a wait is nobody's concern.
-     */
-    std::vector<std::string> outcome() {
-        std::vector<std::string> lines = log->take();
-        std::erase_if(lines,
-                      [](auto& line) { return line == "topActivity" || line == "immersiveApp"; });
-        for (const std::string& line : helper->calls.take())
-            lines.push_back("helper " + line);
-        return lines;
-    }
     /** Whom a notice reaches now, as "NAME" and "NAME top", apart from the other act's. */
     std::vector<std::string> told() {
-        outcome();
+        log->take();
         tracker->activityStateCallback();
         std::vector<std::string> names;
-        for (const std::string& line : outcome()) {
+        for (const std::string& line : log->take()) {
             const std::string name = line.substr(0, line.find(' '));
-            if (name == "helper" || name == "other") continue;
+            if (name == line || name == "other") continue;
             names.push_back(name + (line.find(" top ") == std::string::npos ? "" : " top"));
         }
         return names;
@@ -168,7 +152,7 @@ public:
     const FocusListener second = listener("second");
     const TopListener firstTop = topListener("first");
     const TopListener secondTop = topListener("second");
-    android::base::unique_fd writer;
+    android::base::unique_fd reader, writer;
 
 private:
     Act call(int callingUid, int pid,
@@ -180,15 +164,6 @@ private:
             return std::to_string(exception) + (result ? " true" : " false");
         };
     }
-    void dumpTo(VrFocusService& target, int fd, const std::string& argument) {
-        const CallAs caller(uid, kFirst);
-        android::Vector<android::String16> args;
-        args.push_back(android::String16(argument.c_str()));
-        EXPECT_EQ(target.dump(fd, args), android::OK);
-    }
-
-    android::base::unique_fd mReader;
-    std::size_t mFilled = 0;
 };
 
 }  // namespace NQS::OS

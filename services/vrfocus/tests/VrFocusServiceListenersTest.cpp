@@ -73,7 +73,6 @@ protected:
     ServiceWorld mWorld;
     int mUid = mWorld.user(kReadFocus);
 
-private:
     int called(int pid, const std::function<Status(bool*)>& call) {
         const CallAs caller(mUid, pid);
         std::array<bool, 2> results = {false, true};
@@ -104,49 +103,50 @@ TEST_F(ListenersTest, WithoutThePermissionNothingIsRegisteredOrRemoved) {
     EXPECT_EQ(told(), (Calls{"f focus 0", "t top  immersive  0 0 0"}));
 }
 
-TEST_F(ListenersTest, TypesOutOfRangeAreRefusedAfterThePermission) {
-    for (const int type : {2, -1, 256, INT32_MAX, INT32_MIN}) {
-        EXPECT_EQ(addFocus(kOne, type, focusListener("f")), Status::EX_ILLEGAL_ARGUMENT) << type;
-        EXPECT_EQ(removeFocus(kOne, type), Status::EX_ILLEGAL_ARGUMENT) << type;
+TEST_F(ListenersTest, NullListenersAndTypesOutOfRangeAreRefusedAfterThePermission) {
+    const int reader = mUid, stranger = mWorld.user();
+    for (const int uid : {reader, stranger}) {
+        const int expected = uid == reader ? Status::EX_ILLEGAL_ARGUMENT : Status::EX_SECURITY;
+        mUid = uid;
+        for (const int type : {2, -1, 256, INT32_MAX, INT32_MIN}) {
+            EXPECT_EQ(addFocus(kOne, type, focusListener("f")), expected) << type;
+            EXPECT_EQ(removeFocus(kOne, type), expected) << type;
+        }
+        EXPECT_EQ(addFocus(kOne, 0, nullptr), expected);
+        EXPECT_EQ(addTop(kOne, nullptr), expected);
     }
     EXPECT_EQ(told(), Calls());
-    EXPECT_EQ(FakeLog::instance().take(), Calls());
-    mUid = mWorld.user();
-    EXPECT_EQ(addFocus(kOne, 2, focusListener("f")), Status::EX_SECURITY);
-    EXPECT_EQ(removeFocus(kOne, 2), Status::EX_SECURITY);
-}
-
-TEST_F(ListenersTest, ANullListenerIsRefused) {
-    EXPECT_EQ(addFocus(kOne, 0, nullptr), Status::EX_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(addTop(kOne, nullptr), Status::EX_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(told(), Calls());
+    EXPECT_EQ(fakeLog().take(), Calls());
 }
 
 TEST_F(ListenersTest, ASecondListenerOfAProcessIsRefusedAndTheFirstKept) {
     EXPECT_EQ(addFocus(kOne, 1, focusListener("first")), Status::EX_NONE);
     EXPECT_EQ(addTop(kOne, topListener("top")), Status::EX_NONE);
-    FakeLog::instance().take();
+    fakeLog().take();
     const auto second = focusListener("second");
     EXPECT_EQ(addFocus(kOne, 1, second), Status::EX_ILLEGAL_ARGUMENT);
     EXPECT_EQ(addTop(kOne, topListener("second top")), Status::EX_ILLEGAL_ARGUMENT);
     const std::string line = "E entry for pid 5000001 already exists";
-    EXPECT_EQ(FakeLog::instance().take(), (Calls{line, line}));
+    EXPECT_EQ(fakeLog().take(), (Calls{line, line}));
     EXPECT_EQ(second->links(), 0u);
     // The other type and other processes are free.
     EXPECT_EQ(addFocus(kOne, 0, second), Status::EX_NONE);
     EXPECT_EQ(addFocus(kTwo, 1, focusListener("third")), Status::EX_NONE);
-    EXPECT_EQ(told(), (Calls{"second focus 0", "first focus 1", "third focus 1",
-                             "top top  immersive  0 0 0"}));
+    EXPECT_EQ(addFocus(kTwo - 2, 0, focusListener("fourth")), Status::EX_NONE);
+    EXPECT_EQ(addTop(kTwo - 2, topListener("fourth")), Status::EX_NONE);
+    // By type, then by pid.
+    EXPECT_EQ(told(), (Calls{"fourth focus 0", "second focus 0", "first focus 1", "third focus 1",
+                             "fourth top  immersive  0 0 0", "top top  immersive  0 0 0"}));
 }
 
 TEST_F(ListenersTest, AListenerIsRemovedByItsOwnProcessOnce) {
     addFocus(kOne, 0, focusListener("f"));
     addTop(kOne, topListener("t"));
-    FakeLog::instance().take();
+    fakeLog().take();
     EXPECT_EQ(removeFocus(kTwo, 0), Status::EX_ILLEGAL_ARGUMENT);
     EXPECT_EQ(removeFocus(kOne, 1), Status::EX_ILLEGAL_ARGUMENT);
     EXPECT_EQ(removeTop(kTwo), Status::EX_ILLEGAL_ARGUMENT);
-    EXPECT_EQ(FakeLog::instance().take(),
+    EXPECT_EQ(fakeLog().take(),
               (Calls{"E can't find specified pid: 5000002", "E can't find specified pid: 5000001",
                      "E can't find specified pid: 5000002"}));
     EXPECT_EQ(told(), (Calls{"f focus 0", "t top  immersive  0 0 0"}));
@@ -155,40 +155,6 @@ TEST_F(ListenersTest, AListenerIsRemovedByItsOwnProcessOnce) {
     EXPECT_EQ(told(), Calls());
     EXPECT_EQ(removeFocus(kOne, 0), Status::EX_ILLEGAL_ARGUMENT);
     EXPECT_EQ(addFocus(kOne, 0, focusListener("again")), Status::EX_NONE);
-}
-
-TEST_F(ListenersTest, ListenersAreToldByTypeThenPid) {
-    addFocus(kThree, 1, focusListener("c"));
-    addFocus(kThree, 0, focusListener("c"));
-    addFocus(kOne, 1, focusListener("a"));
-    addFocus(kTwo, 0, focusListener("b"));
-    addTop(kTwo, topListener("b"));
-    addTop(kOne, topListener("a"));
-    EXPECT_EQ(told(), (Calls{"b focus 0", "c focus 0", "a focus 1", "c focus 1",
-                             "a top  immersive  0 0 0", "b top  immersive  0 0 0"}));
-}
-
-TEST_F(ListenersTest, EveryListenerIsLinkedToDeathWithoutCookieAndFlags) {
-    class Linked : public FakeFocusListener {
-    public:
-        using FakeFocusListener::FakeFocusListener;
-        android::status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie,
-                                      uint32_t flags) override {
-            recipients.push_back(recipient);
-            EXPECT_EQ(cookie, nullptr);
-            EXPECT_EQ(flags, 0u);
-            return android::DEAD_OBJECT;
-        }
-        std::vector<sp<DeathRecipient>> recipients;
-    };
-    const sp<Linked> listener = new Linked("l", mWorld.log);
-    EXPECT_EQ(addFocus(kOne, 0, listener), Status::EX_NONE);
-    EXPECT_EQ(addFocus(kOne, 1, listener), Status::EX_NONE);
-    ASSERT_EQ(listener->recipients.size(), 2u);
-    EXPECT_EQ(listener->recipients[0], listener->recipients[1]);
-    EXPECT_EQ(told(), (Calls{"l focus 0", "l focus 1"}));
-    removeFocus(kOne, 0);
-    EXPECT_EQ(listener->recipients.size(), 2u);
 }
 
 TEST_F(ListenersTest, ADeathRemovesTheFirstFocusListenerAndTheFirstTopListenerOfThatBinder) {
@@ -216,70 +182,19 @@ TEST_F(ListenersTest, ADeathRemovesTheFirstFocusListenerAndTheFirstTopListenerOf
     EXPECT_EQ(told(), (Calls{"other focus 0", "top top  immersive  0 0 0"}));
 }
 
-TEST_F(ListenersTest, RegistrationUnregistrationAndDeathOfOneBinderInEveryOrder) {
-    const auto other = focusListener("other");
-    addFocus(kTwo, 0, other);
-    const auto notifier = other->takeRecipients().at(0);
-    const struct {
-        // R registers for type 0, r for type 1; U and u unregister; D is one death notice.
-        const char* order;
-        // Per call, whether it succeeded.
-        const char* results;
-        Calls told;
-    } kRows[] = {
-            {"RUD", "++", {}},
-            {"RDU", "+-", {}},
-            {"UR", "-+", {"l focus 0"}},
-            {"URD", "-+", {}},
-            {"DRU", "++", {}},
-            // A notice that comes before a registration has no part in it, one after it has: also
-            // the one that was linked for an earlier registration.
-            {"DR", "+", {"l focus 0"}},
-            {"RDR", "++", {"l focus 0"}},
-            {"RURD", "+++", {}},
-            {"RURDD", "+++", {}},
-            {"RrD", "++", {"l focus 1"}},
-            {"RrDU", "++-", {"l focus 1"}},
-            {"RrDu", "+++", {}},
-            {"RrUD", "+++", {}},
-            {"RrDD", "++", {}},
-    };
-    for (const auto& row : kRows) {
-        SCOPED_TRACE(row.order);
-        const auto listener = focusListener("l");
-        std::string results;
-        for (const char step : std::string(row.order)) {
-            const int type = step == 'r' || step == 'u' ? 1 : 0;
-            if (step == 'D') {
-                notifier->binderDied(wp<android::IBinder>(listener.get()));
-                continue;
-            }
-            const int exception = step == 'R' || step == 'r' ? addFocus(kOne, type, listener)
-                                                             : removeFocus(kOne, type);
-            results += exception == Status::EX_NONE ? '+' : '-';
-        }
-        EXPECT_EQ(results, row.results);
-        Calls reached = told();
-        std::erase(reached, "other focus 0");
-        EXPECT_EQ(reached, row.told);
-        removeFocus(kOne, 0);
-        removeFocus(kOne, 1);
-    }
-}
-
-TEST_F(ListenersTest, ADeathRemovesTheFocusListenerAndTheTopListenerThatAreOneBinder) {
+TEST_F(ListenersTest, ABinderThatIsDeadAlreadyIsRegisteredAndOneNoticeTakesBothItsKinds) {
     const auto listener = focusListener("both");
-    addFocus(kOne, 0, listener);
-    {
-        // Nothing on the wire keeps a process from it.
-        const CallAs caller(mUid, kOne);
-        bool result = false;
-        mWorld.service->registerVrTopActivityListener(
-                android::interface_cast<velmar::internal::IVrTopActivityListener>(
-                        sp<android::IBinder>(listener)),
-                &result);
-        EXPECT_TRUE(result);
-    }
+    listener->linkAnswer = android::DEAD_OBJECT;
+    EXPECT_EQ(addFocus(kOne, 0, listener), Status::EX_NONE);
+    EXPECT_EQ(called(kOne,
+                     [&](bool* result) {
+                         // Nothing on the wire keeps a process from it.
+                         return mWorld.service->registerVrTopActivityListener(
+                                 android::interface_cast<velmar::internal::IVrTopActivityListener>(
+                                         sp<android::IBinder>(listener)),
+                                 result);
+                     }),
+              Status::EX_NONE);
     listener->takeRecipients().at(0)->binderDied(wp<android::IBinder>(listener.get()));
     EXPECT_EQ(removeFocus(kOne, 0), Status::EX_ILLEGAL_ARGUMENT);
     EXPECT_EQ(removeTop(kOne), Status::EX_ILLEGAL_ARGUMENT);
@@ -320,47 +235,23 @@ TEST_F(ListenersTest, BothNoticesOfTheTrackerRunTheFullNotification) {
     }
 }
 
-TEST_F(ListenersTest, AnAppStateRunsTheTopActivityHalfOnly) {
+TEST_F(ListenersTest, AnAppStateRunsTheTopActivityHalfAndTheHelperGetsASecondTopActivity) {
     addFocus(kOne, 0, focusListener("f"));
     addTop(kOne, topListener("t"));
-    FakeProcessTable::instance().set(kOne, mUid, "com.game");
-    mWorld.log->take();
+    mWorld.processes.set(kOne, mUid, "com.game");
+    mWorld.policy->onTopActivityAsked = [this, asked = 0]() mutable {
+        mWorld.policy->topActivity = String16(asked++ % 3 == 0 ? "com.first" : "com.second");
+    };
     const CallAs caller(mUid, kOne);
     for (const int state : {0, 2}) {
+        mWorld.log->take();
         EXPECT_TRUE(mWorld.service->setAppState(kOne, state).isOk());
         EXPECT_EQ(mWorld.log->take(),
-                  (Calls{"topActivity", "immersiveApp", "t top  immersive  0 0 0", "topActivity",
-                         // The report's questions, after the notification's.
-                         "immersiveApp", "topActivity"}));
+                  (Calls{"topActivity", "immersiveApp", "t top com.first immersive  0 0 0",
+                         // The helper's question; then the report's, after the notification's.
+                         "topActivity", "immersiveApp", "topActivity"}));
+        EXPECT_EQ(mWorld.helper->calls.take(), (Calls{"top com.second", "immersive (none)"}));
     }
-}
-
-TEST_F(ListenersTest, TheHelperHearsOfNoImmersiveAppAsAbsentAndOfNoTopActivityAsEmpty) {
-    mWorld.helper->calls.take();
-    mWorld.tracker->activityStateCallback();
-    EXPECT_EQ(mWorld.helper->calls.take(), (Calls{"top ", "immersive (none)"}));
-    mWorld.policy->immersiveApp.emplace();
-    mWorld.tracker->activityStateCallback();
-    EXPECT_EQ(mWorld.helper->calls.take(), (Calls{"top ", "immersive "}));
-}
-
-TEST_F(ListenersTest, TheHelperGetsASecondTopActivityListenersTheFirst) {
-    addTop(kOne, topListener("t"));
-    mWorld.policy->onTopActivityAsked = [this, asked = 0]() mutable {
-        mWorld.policy->topActivity = String16(++asked == 1 ? "com.first" : "com.second");
-    };
-    EXPECT_EQ(told(), (Calls{"t top com.first immersive  0 0 0"}));
-    EXPECT_EQ(mWorld.helper->calls.take(), (Calls{"top com.second", "immersive (none)"}));
-}
-
-TEST_F(ListenersTest, ANewServiceTakesTheTrackersCallbacksOver) {
-    addFocus(kOne, 0, focusListener("old"));
-    const sp<VrFocusService> old = mWorld.service;
-    mWorld.service = new VrFocusService(mWorld.tracker, mWorld.policy);
-    addFocus(kOne, 0, focusListener("new"));
-    EXPECT_EQ(told(), (Calls{"new focus 0"}));
-    mWorld.tracker->activityStateCallback();
-    EXPECT_EQ(mWorld.log->take().at(0), "new focus 0");
 }
 
 TEST_F(ListenersTest, ALateNoticeFindsNobodyOnceTheServiceIsGone) {

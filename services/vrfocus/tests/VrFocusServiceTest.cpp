@@ -5,8 +5,8 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "FakeTelemetry.h"
@@ -30,6 +30,8 @@ protected:
         const char* permission;
         std::function<Status()> call;
     };
+
+    VrFocusServiceTest() { (void)FakeTelemetry::instance().take(); }
 
     /** Every method that names a permission, called with good arguments. */
     std::vector<Method> methods() {
@@ -57,18 +59,18 @@ protected:
 
 TEST_F(VrFocusServiceTest, ARefusedCallReachesNothingAndLeavesResultsAlone) {
     for (const Method& method : methods()) {
+        SCOPED_TRACE(method.name);
         // With every permission but the one that counts.
         const bool reads = method.permission == std::string(kReadFocus);
-        const int uid = mWorld.user(reads ? kGrantAccess : kReadFocus, kDumpPermission);
-        const CallAs caller(uid, kPid);
+        const CallAs caller(mWorld.user(reads ? kGrantAccess : kReadFocus, kDumpPermission), kPid);
         mStatuses.resize(3);
         mApp.pid = 77;
         mTop = String16("before");
         mApps = {String16("before")};
         const Status status = method.call();
-        EXPECT_EQ(status.exceptionCode(), Status::EX_SECURITY) << method.name;
-        EXPECT_TRUE(status.exceptionMessage().isEmpty()) << method.name;
-        EXPECT_EQ(mWorld.log->take(), Calls()) << method.name;
+        EXPECT_EQ(status.exceptionCode(), Status::EX_SECURITY);
+        EXPECT_TRUE(status.exceptionMessage().isEmpty());
+        EXPECT_EQ(mWorld.log->take(), Calls());
         EXPECT_EQ(mStatuses.size(), 3u);
         EXPECT_EQ(mApp.pid, 77);
         EXPECT_EQ(text(mTop), "before");
@@ -76,76 +78,20 @@ TEST_F(VrFocusServiceTest, ARefusedCallReachesNothingAndLeavesResultsAlone) {
     }
 }
 
-TEST_F(VrFocusServiceTest, ThePermissionThatTheMethodNamesIsEnough) {
+TEST_F(VrFocusServiceTest, ThePermissionThatTheMethodNamesOrTheAudioServersUidIsEnough) {
     mWorld.policy->immersiveApp.emplace();
-    for (const Method& method : methods()) {
-        const int uid = mWorld.user(method.permission);
+    // The same application id of another user, its neighbour, the system, root, nobody.
+    for (const int uid : {101041, 1040, 1000, 0, mWorld.user()}) {
         const CallAs caller(uid, kPid);
-        EXPECT_TRUE(method.call().isOk()) << method.name;
-        EXPECT_NE(mWorld.log->take(), Calls()) << method.name;
+        for (const Method& method : methods())
+            EXPECT_FALSE(method.call().isOk()) << uid << " " << method.name;
     }
-}
-
-TEST_F(VrFocusServiceTest, OnlyTheTrustedUidPassesWithoutBeingAskedAbout) {
-    const struct {
-        int uid;
-        bool granted, asked;
-    } kRows[] = {
-            {1041, true, false},    // the audio server
-            {101041, false, true},  // the same application id of another user
-            {1040, false, true},   {1000, false, true}, {0, false, true},  // root
-    };
-    static std::map<int, size_t> sAsked;
-    mWorld.policy->immersiveApp.emplace();
-    for (const auto& row : kRows) {
-        mWorld.permission->calls.take();
-        const CallAs caller(row.uid, kPid);
-        for (const Method& method : methods()) {
-            EXPECT_EQ(method.call().isOk(), row.granted) << row.uid << " " << method.name;
+    for (const Method& method : methods()) {
+        for (const int uid : {1041, mWorld.user(method.permission)}) {
+            const CallAs caller(uid, kPid);
+            EXPECT_TRUE(method.call().isOk()) << uid << " " << method.name;
+            EXPECT_NE(mWorld.log->take(), Calls()) << method.name;
         }
-        // Once per permission: an answer is remembered for the life of the program, so the
-        // questions are counted over all rounds of it.
-        sAsked[row.uid] += mWorld.permission->calls.take().size();
-        EXPECT_EQ(sAsked[row.uid], row.asked ? 2u : 0u) << row.uid;
-    }
-}
-
-TEST_F(VrFocusServiceTest, ACallThatCarriesNoCallerIsRefused) {
-    const CallAs caller(mWorld.user(), 0);
-    EXPECT_EQ(mWorld.service->getTopActivity(&mTop).exceptionCode(), Status::EX_SECURITY);
-}
-
-TEST_F(VrFocusServiceTest, FocusTypesOutOfRangeAreRefusedAfterThePermission) {
-    const struct {
-        int type;
-        int exception;
-    } kRows[] = {
-            {0, Status::EX_NONE},
-            {1, Status::EX_NONE},
-            {2, Status::EX_ILLEGAL_ARGUMENT},
-            {-1, Status::EX_ILLEGAL_ARGUMENT},
-            {256, Status::EX_ILLEGAL_ARGUMENT},
-            {INT32_MAX, Status::EX_ILLEGAL_ARGUMENT},
-            {INT32_MIN, Status::EX_ILLEGAL_ARGUMENT},
-    };
-    const int reader = mWorld.user(kReadFocus);
-    const int stranger = mWorld.user();
-    for (const auto& row : kRows) {
-        mStatuses.assign(2, ClientStatus());
-        mWorld.log->take();
-        {
-            const CallAs caller(reader, kPid);
-            EXPECT_EQ(
-                    mWorld.service->getClientFocusStatus(row.type, {}, &mStatuses).exceptionCode(),
-                    row.exception)
-                    << row.type;
-        }
-        const bool passed = row.exception == Status::EX_NONE;
-        EXPECT_EQ(mStatuses.size(), passed ? 0u : 2u) << row.type;
-        EXPECT_EQ(mWorld.log->take().size(), passed ? 1u : 0u) << row.type;
-        const CallAs caller(stranger, kPid);
-        EXPECT_EQ(mWorld.service->getClientFocusStatus(row.type, {}, &mStatuses).exceptionCode(),
-                  Status::EX_SECURITY);
     }
 }
 
@@ -153,7 +99,6 @@ TEST_F(VrFocusServiceTest, PidsArePassedOnAsTheyAreAndTheAnswerReplacesTheResult
     const CallAs caller(mWorld.user(kReadFocus), kPid);
     mWorld.policy->statuses.resize(2);
     mWorld.policy->statuses[0].pid = 9;
-    mWorld.policy->statuses[1].pid = 8;
     mWorld.policy->statuses[1].hasFocus = true;
     mStatuses.resize(5);
     ASSERT_TRUE(mWorld.service->getClientFocusStatus(1, {8, -5, 8, 0}, &mStatuses).isOk());
@@ -161,8 +106,20 @@ TEST_F(VrFocusServiceTest, PidsArePassedOnAsTheyAreAndTheAnswerReplacesTheResult
     ASSERT_EQ(mStatuses.size(), 2u);
     EXPECT_EQ(mStatuses[0].pid, 9);
     EXPECT_FALSE(mStatuses[0].hasFocus);
-    EXPECT_EQ(mStatuses[1].pid, 8);
     EXPECT_TRUE(mStatuses[1].hasFocus);
+}
+
+TEST_F(VrFocusServiceTest, FocusTypesOutOfRangeAreRefusedAfterThePermission) {
+    const int reader = mWorld.user(kReadFocus), stranger = mWorld.user();
+    for (const int type : {2, -1, 256, INT32_MAX, INT32_MIN}) {
+        for (const int uid : {reader, stranger}) {
+            const CallAs caller(uid, kPid);
+            EXPECT_EQ(mWorld.service->getClientFocusStatus(type, {}, &mStatuses).exceptionCode(),
+                      uid == reader ? Status::EX_ILLEGAL_ARGUMENT : Status::EX_SECURITY)
+                    << type;
+        }
+    }
+    EXPECT_EQ(mWorld.log->take(), Calls());
 }
 
 TEST_F(VrFocusServiceTest, TheImmersiveAppIsCopiedOrTheAnswerIsNullPointer) {
@@ -173,51 +130,37 @@ TEST_F(VrFocusServiceTest, TheImmersiveAppIsCopiedOrTheAnswerIsNullPointer) {
     mWorld.chooseApp("com.game", /*pid=*/5, /*uid=*/6);
     EXPECT_TRUE(mWorld.service->getImmersiveApp(&mApp).isOk());
     EXPECT_EQ(text(mApp.packageName), "com.game");
-    EXPECT_EQ(mApp.pid, 5);
-    EXPECT_EQ(mApp.uid, 6);
+    EXPECT_EQ((FocusClient{mApp.uid, mApp.pid}), (FocusClient{6, 5}));
     EXPECT_TRUE(mApp.isTopActivity);
 }
 
 TEST_F(VrFocusServiceTest, ForegroundAppsAreTheNamesOfWhatRendersInItsOrder) {
     const CallAs caller(mWorld.user(kReadFocus), kPid);
-    FakeProcessTable::instance().set(12, 10001, "com.game:vr");
-    FakeProcessTable::instance().set(11, 10002, "com.m\xc3\xa4il");
+    mWorld.processes.set(12, 10001, "com.game:vr");
+    mWorld.processes.set(11, 10002, "com.m\xc3\xa4il");
     mWorld.tracker->rendering = {{10001, 12}, {10003, 99}, {10002, 11}, {10001, 12}};
     mApps = {String16("before")};
     ASSERT_TRUE(mWorld.service->getForegroundApps(&mApps).isOk());
-    ASSERT_EQ(mApps.size(), 4u);
-    EXPECT_EQ(text(mApps[0]), "com.game:vr");
-    EXPECT_EQ(text(mApps[1]), "");
-    EXPECT_EQ(mApps[2], String16(u"com.m\u00e4il"));
-    EXPECT_EQ(text(mApps[3]), "com.game:vr");
-    EXPECT_EQ(FakeProcessTable::instance().shortNames(), 0);
+    const String16 game("com.game:vr");
+    EXPECT_EQ(mApps, (std::vector<String16>{game, String16(), String16(u"com.m\u00e4il"), game}));
+    EXPECT_EQ(mWorld.processes.shortNames(), 0);
 }
 
 TEST_F(VrFocusServiceTest, TheMainDisplaysFocusIsSetBeforeTheTrackerIsTold) {
     const CallAs caller(mWorld.user(kGrantAccess), kPid);
-    VrFocusService& service = *mWorld.service;
-    const struct {
-        std::function<Status()> call;
-        Calls calls;
-    } kRows[] = {
-            {[&] { return service.grantTrackingServiceAccess(0); },
-             {"mainDisplayFocus true", "grant 0"}},
-            {[&] { return service.revokeTrackingServiceAccess(0); },
-             {"mainDisplayFocus false", "revoke 0"}},
-            {[&] { return service.grantTrackingServiceAccess(1); }, {"grant 1"}},
-            {[&] { return service.revokeTrackingServiceAccess(1); }, {"revoke 1"}},
-            {[&] { return service.grantTrackingServiceAccess(-1); }, {"grant -1"}},
-            {[&] { return service.revokeTrackingServiceAccess(INT32_MAX); }, {"revoke 2147483647"}},
-    };
-    for (const auto& row : kRows) {
-        EXPECT_TRUE(row.call().isOk());
-        EXPECT_EQ(mWorld.log->take(), row.calls);
+    for (const int display : {0, 1, -1, INT32_MAX}) {
+        const std::string id = std::to_string(display);
+        EXPECT_TRUE(mWorld.service->grantTrackingServiceAccess(display).isOk());
+        EXPECT_TRUE(mWorld.service->revokeTrackingServiceAccess(display).isOk());
+        EXPECT_EQ(mWorld.log->take(), display == 0 ? (Calls{"mainDisplayFocus true", "grant 0",
+                                                            "mainDisplayFocus false", "revoke 0"})
+                                                   : (Calls{"grant " + id, "revoke " + id}));
     }
 }
 
 TEST_F(VrFocusServiceTest, AppStatesAreTakenFromTheProcessItselfAlone) {
     const int uid = mWorld.user(kReadFocus, kGrantAccess);
-    FakeProcessTable::instance().set(kPid, uid, "com.game");
+    mWorld.processes.set(kPid, uid, "com.game");
     const struct {
         int caller, pid;
     } kRows[] = {{kPid, kPid + 1}, {kPid + 1, kPid}, {0, 0}, {0, kPid}, {kPid, 0}, {kPid, -kPid}};
@@ -233,53 +176,44 @@ TEST_F(VrFocusServiceTest, AppStatesAreTakenFromTheProcessItselfAlone) {
 
 TEST_F(VrFocusServiceTest, VisibleAndStoppingUpdateNotifyAndReportOthersDoNothing) {
     const FocusClient game{mWorld.user(), kPid};
-    const std::vector<FocusClient> none, rendering = {game};
-    FakeProcessTable::instance().set(game.pid, game.uid, "com.game");
-    // The transaction's uid is not looked at: the process library says who the pid is.
+    mWorld.processes.set(game.pid, game.uid, "com.game");
+    const auto rendering = [&] {
+        return mWorld.tracker->ConnectionManager::getClientsCurrentlyRendering();
+    };
+    std::vector<std::vector<FocusClient>> whenAsked;
+    mWorld.policy->onTopActivityAsked = [&] { whenAsked.push_back(rendering()); };
+    // The transaction's uid is not looked at, nor any permission asked for: the process library
+    // says who the pid is.
     const CallAs caller(4242, game.pid);
+    mWorld.permission->calls.take();
     const struct {
         int state;
         bool notified, renders;
     } kRows[] = {{1, false, false}, {0, true, true},    {1, false, true}, {3, false, true},
                  {-1, false, true}, {256, false, true}, {2, true, false}, {2, true, false}};
     for (const auto& row : kRows) {
-        mWorld.log->take();
-        (void)FakeTelemetry::instance().take();
-        EXPECT_TRUE(mWorld.service->setAppState(game.pid, row.state).isOk()) << row.state;
+        SCOPED_TRACE(row.state);
+        const std::vector<FocusClient> expected(row.renders ? 1 : 0, game);
+        EXPECT_TRUE(mWorld.service->setAppState(game.pid, row.state).isOk());
         EXPECT_EQ(mWorld.log->take(), row.notified
                                               ? (Calls{"topActivity", "immersiveApp", "topActivity",
                                                        "immersiveApp", "topActivity"})
-                                              : Calls())
-                << row.state;
-        EXPECT_EQ(FakeTelemetry::instance().take().size(), row.notified ? 1u : 0u) << row.state;
-        EXPECT_EQ(mWorld.tracker->ConnectionManager::getClientsCurrentlyRendering(),
-                  row.renders ? rendering : none)
-                << row.state;
+                                              : Calls());
+        EXPECT_EQ(FakeTelemetry::instance().take().size(), row.notified ? 1u : 0u);
+        EXPECT_EQ(rendering(), expected);
+        // For the listeners, for the helper and for the report: known before anyone is told.
+        EXPECT_EQ(std::exchange(whenAsked, {}),
+                  decltype(whenAsked)(row.notified ? 3 : 0, expected));
     }
-}
-
-TEST_F(VrFocusServiceTest, TheTrackerKnowsTheNewStateBeforeAnyoneIsTold) {
-    const FocusClient game{mWorld.user(), kPid};
-    FakeProcessTable::instance().set(game.pid, game.uid, "com.game");
-    std::vector<size_t> rendering;
-    mWorld.policy->onTopActivityAsked = [&] {
-        rendering.push_back(
-                mWorld.tracker->ConnectionManager::getClientsCurrentlyRendering().size());
-    };
-    const CallAs caller(game);
-    mWorld.service->setAppState(game.pid, 0);
-    mWorld.service->setAppState(game.pid, 2);
-    // Asked for the listeners, for the helper and for the report.
-    EXPECT_EQ(rendering, (std::vector<size_t>{1, 1, 1, 0, 0, 0}));
+    EXPECT_EQ(mWorld.permission->calls.take(), Calls());
 }
 
 TEST_F(VrFocusServiceTest, TheReportHoldsTheImmersiveAppAndTheTopActivity) {
-    FakeProcessTable::instance().set(kPid, 10001, "com.game");
+    mWorld.processes.set(kPid, 10001, "com.game");
     mWorld.policy->topActivity = String16("com.top");
     mWorld.chooseApp("com.game", /*pid=*/7, /*uid=*/300);
     const CallAs caller(10001, kPid);
     for (const int32_t status : {0, -1}) {
-        (void)FakeTelemetry::instance().take();
         FakeTelemetry::instance().setStatus(status);
         // A report that is refused is nobody's failure.
         EXPECT_TRUE(mWorld.service->setAppState(kPid, 0).isOk());
@@ -292,14 +226,6 @@ TEST_F(VrFocusServiceTest, TheReportHoldsTheImmersiveAppAndTheTopActivity) {
                   "com.top");
     }
     FakeTelemetry::instance().setStatus(0);
-}
-
-TEST_F(VrFocusServiceTest, NoPermissionIsNeededToReportOnesOwnState) {
-    FakeProcessTable::instance().set(kPid, 10001, "com.game");
-    mWorld.permission->calls.take();
-    const CallAs caller(mWorld.user(), kPid);
-    EXPECT_TRUE(mWorld.service->setAppState(kPid, 0).isOk());
-    EXPECT_EQ(mWorld.permission->calls.take(), Calls());
 }
 
 TEST(VrFocusServiceDeathTest, ACallerWithoutAUidEndsTheProcess) {

@@ -12,15 +12,9 @@
 
 #include <string>
 
-#include "FakeActivityManager.h"
-#include "FakeDisplayManager.h"
-#include "FakeFocusHelper.h"
-#include "FakeLog.h"
-#include "FakePermissionController.h"
-#include "FakeProcess.h"
-#include "FakeProperties.h"
 #include "FakeServiceManager.h"
-#include "FakeWindowManager.h"
+#include "FakeServices.h"
+#include "FakeSystem.h"
 
 namespace NQS::OS {
 
@@ -32,7 +26,7 @@ struct FakePlatform {
     FakePlatform() {
         processes.clear();
         FakeProperties::instance().clear();
-        FakeLog::instance().take();
+        fakeLog().take();
         names.add("activity", activity);
         names.add("display", display);
         names.add("package_native", new android::BBinder);

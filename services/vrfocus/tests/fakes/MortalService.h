@@ -26,6 +26,8 @@ public:
 
     /** Run by each link request once it is on record. */
     std::function<void()> onLinked = [] {};
+    /** What each link request answers; it is on record all the same. */
+    android::status_t linkAnswer = android::OK;
 
     android::status_t linkToDeath(const android::sp<DeathRecipient>& recipient, void* cookie,
                                   uint32_t flags) override EXCLUDES(mMutex) {
@@ -35,7 +37,7 @@ public:
             mRecipients.push_back(recipient);
         }
         onLinked();
-        return android::OK;
+        return linkAnswer;
     }
 
     android::status_t unlinkToDeath(const android::wp<DeathRecipient>& recipient, void* cookie,

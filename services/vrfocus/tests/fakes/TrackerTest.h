@@ -35,7 +35,7 @@ protected:
         processes.set(client.pid, client.uid, "process" + std::to_string(client.pid));
     }
 
-    FakeLog& log = FakeLog::instance();
+    CallLog& log = fakeLog();
     std::shared_ptr<ConnectionManager> tracker;
 };
 

@@ -5,8 +5,6 @@
 #include <velmar_vrfocus_service_events/VelmarVrfocusServiceEventsLogger.h>
 
 #include <functional>
-#include <map>
-#include <thread>
 
 #include "FakeTelemetry.h"
 #include "WireBytes.h"
@@ -61,27 +59,6 @@ TEST_F(FocusEventLogger, OnlyZeroMeansAccepted) {
 TEST_F(FocusEventLogger, AnEmptyFunctionThrowsAndSubmitsNothing) {
     EXPECT_THROW(mLogger.log({}), std::bad_function_call);
     EXPECT_TRUE(mTelemetry.take().empty());
-}
-
-TEST_F(FocusEventLogger, ThreadsSubmitWithoutHarmingEachOther) {
-    constexpr int kThreads = 16;
-    constexpr int kEvents = 200;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < kEvents; ++i)
-                EXPECT_TRUE(mLogger.log(
-                        [&] { return Builder().setPackageName(std::string(t + 1, 'p')); }));
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    std::map<std::string, int> counts;
-    for (const ReportedEvent& event : mTelemetry.take())
-        ++counts[event.bytes];
-    ASSERT_EQ(counts.size(), size_t{kThreads});
-    for (const auto& [bytes, count] : counts)
-        EXPECT_EQ(count, kEvents) << hexOf(bytes);
 }
 
 }  // namespace com::velmar::os::statsdstructuredlogger
