@@ -29,7 +29,10 @@ forbid "device code includes a header of the host platform" \
 forbid "device code includes the simulation" '(\.\./)*sim/' "${device[@]}"
 forbid "the host platform includes device code" \
     '(\.\./)*(services|libs|sim)/|velmar/|osutils/|android/app/|android/hardware/display/' \
-    'host/*.h' 'host/*.cpp'
+    'host/*.h' 'host/*.cpp' ':!host/process/*'
+# The host's form of one of the device's libraries: that library it knows, and no other.
+forbid "the host's process library includes other device code" \
+    '(\.\./)*(services|libs|sim)/|velmar/|android/app/|android/hardware/display/' 'host/process/*'
 
 if (($# > 0)); then
     # The device check alone is compiled against the platform's own binder headers.

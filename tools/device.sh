@@ -72,12 +72,13 @@ device_tests() {
 boot_tests() {
     local each name=$1
     local programs=("$build/bin" tools/vm_tests.sh "$build"/tests/servicemanager_test_service
-                    "$build"/tests/daemon_test_{listener,platform})
+                    "$build"/tests/daemon_test_{listener,platform} scenarios)
     shift
     for each in "$@"; do
-        programs+=("$build/tests/${each% *}")
+        [[ $each == scenario_* ]] || programs+=("$build/tests/${each% *}")
     done
-    boot "$name" 1200 "${programs[@]}" -- "$PWD/tools/vm_tests.sh $build/tests $kDevice $*"
+    boot "$name" 1200 "${programs[@]}" -- \
+        "cd $PWD && tools/vm_tests.sh $build $kDevice $*"
 }
 
 # boot_tests_shared 'TEST SECONDS'...: in two machines side by side, with a fair share each.
@@ -118,7 +119,8 @@ run_tests() {
 }
 
 run_session() {
-    boot run 120 "$build/bin" -- "BINDER_DRIVER=$kDevice $build/bin/headset"
+    boot run 120 "$build/bin" scenarios -- \
+        "cd $PWD && BINDER_DRIVER=$kDevice $build/bin/headset run a-day-on-the-headset"
 }
 
 open_shell() {
@@ -126,7 +128,7 @@ open_shell() {
     machine+=(--interactive)
     boot shell 7200 "$build/bin" -- "export BINDER_DRIVER=$kDevice HOST_PROPERTIES=/tmp/properties
 cat <<'WORDS'
-A kernel with $kDevice. headset plays a session, headset --shell opens a shell in one.
+A kernel with $kDevice. headset is a headset with a prompt, headset --shell opens a shell in one.
 exit leaves.
 WORDS
 PATH=$build/bin:/bin exec sh -i"

@@ -10,6 +10,8 @@ BUILD_PACKAGES=(
     # The platform's own binder headers: device code is compiled against them as well.
     android-platform-frameworks-native-headers
     libjsoncpp-dev libprotobuf-dev protobuf-compiler
+    # The prompt of the simulated headset: line editing, under a BSD licence.
+    libedit-dev
     libgtest-dev libgmock-dev libbenchmark-dev
     git procps python3 util-linux
 )

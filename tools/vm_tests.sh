@@ -1,23 +1,35 @@
 #!/bin/sh
 # SPDX-License-Identifier: Apache-2.0
-# Runs test programs on a binder device, inside the emulated machine, one after the other: a device
-# has one context manager.
+# Runs tests on a binder device, inside the emulated machine, one after the other: a device has one
+# context manager.
 #
-# usage: vm_tests.sh FOLDER DEVICE NAME SECONDS [NAME SECONDS]...
+# usage: vm_tests.sh BUILD DEVICE NAME SECONDS [NAME SECONDS]...
 #
-# Cases for the embedded driver are left out: the kernel is what is tested here.
+# scenario_X plays scenarios/X.scenario; other names are those of test programs. Cases for the
+# embedded driver are left out: the kernel is what is tested here.
 #
 # Prints a line for each; logs go to /results/NAME.log. Exit status 1 when one failed.
-folder=$1
+build=$1
 export TEST_BINDER_DEVICE="$2"
 shift 2
 failed=0
+
+run_test() {
+    case $1 in
+        scenario_*)
+            BINDER_DRIVER=$TEST_BINDER_DEVICE \
+                timeout -s KILL "$2" "$build/bin/headset" run "${1#scenario_}"
+            ;;
+        *) timeout -s KILL "$2" "$build/tests/$1" --gtest_filter='-*/embedded' ;;
+    esac
+}
+
 while [ $# -gt 0 ]; do
     name=$1 seconds=$2
     shift 2
     log=/results/$name.log
     start=$(cut -d. -f1 /proc/uptime)
-    if timeout -s KILL "$seconds" "$folder/$name" --gtest_filter='-*/embedded' >"$log" 2>&1; then
+    if run_test "$name" "$seconds" >"$log" 2>&1; then
         verdict=ok
     else
         verdict="FAILED (status $?)"
@@ -26,8 +38,12 @@ while [ $# -gt 0 ]; do
     took=$(($(cut -d. -f1 /proc/uptime) - start))
     counts=$(sed -n 's/^\[  \(PASSED\|SKIPPED\)[ ]*\] \([0-9]*\) tests\{0,1\}[,.].*/\2 \1/p' "$log" |
         tr 'A-Z\n' 'a-z ')
-    echo "$name: $verdict, ${counts:-none passed }in $took s"
+    case $name in
+        scenario_*) counts='' ;;
+        *) counts="${counts:-none passed }" ;;
+    esac
+    echo "$name: $verdict, ${counts}in $took s"
     [ "$verdict" = ok ] ||
-        grep -E -B 12 '^\[  FAILED  \] [A-Za-z.]+ \(' "$log" | cut -c1-400 | tail -n 60
+        grep -E -B 12 '^\[  FAILED  \] [A-Za-z.]+ \(|^FAILED  ' "$log" | cut -c1-400 | tail -n 60
 done
 exit "$failed"

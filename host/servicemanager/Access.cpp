@@ -4,6 +4,7 @@
 #include "Access.h"
 
 #include <binder/IPCThreadState.h>
+#include <unistd.h>
 
 namespace servicemanager {
 
@@ -22,7 +23,9 @@ uid_t appId(uid_t uid) {
 
 Caller Access::caller() const {
     const auto* state = android::IPCThreadState::self();
-    return {.debugPid = state->getCallingPid(), .uid = state->getCallingUid()};
+    const pid_t pid = state->getCallingPid();
+    // Outside of a call the runtime names the kernel's uid.
+    return {.debugPid = pid, .uid = pid == getpid() ? mOwnUid : state->getCallingUid()};
 }
 
 bool Access::canAdd(const Caller& caller, const std::string& /*name*/) const {

@@ -23,7 +23,7 @@ struct Caller {
 
 class Access {
 public:
-    /** `ownUid`: the user that the service manager runs as. */
+    /** `ownUid`: the one that the service manager's own calls come from. */
     explicit Access(uid_t ownUid) : mOwnUid(ownUid) {}
     virtual ~Access() = default;
     Access(const Access&) = delete;

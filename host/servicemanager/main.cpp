@@ -4,6 +4,8 @@
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
+#include <driver/AssignedUids.h>
+#include <driver/Driver.h>
 #include <errno.h>
 #include <signal.h>
 #include <stdio.h>
@@ -50,13 +52,21 @@ std::string reasonOf(int error) {
     return std::string("cannot serve: ") + strerror(error);
 }
 
+/** Under which its own calls would arrive: what a hub vouches for counts, and the kernel's not. */
+uid_t ownUid() {
+    // That there is none, or no hub at all, is for others to say.
+    std::string unsaid;
+    const auto uids = binderhost::AssignedUids::open(binderhost::driverPath(), &unsaid);
+    return uids == nullptr ? geteuid() : uids->ofThisProcess();
+}
+
 int serve(const Options& options) {
     const sp<ProcessState> process = ProcessState::self();
     if (process->setThreadPoolMaxThreadCount(0) != android::OK) {
         fprintf(stderr, "servicemanager: cannot do without further threads\n");
         return EXIT_FAILURE;
     }
-    const sp<ServiceManager> manager(new ServiceManager(std::make_unique<Access>(geteuid())));
+    const sp<ServiceManager> manager(new ServiceManager(std::make_unique<Access>(ownUid())));
     if (!addItself(manager)) return EXIT_FAILURE;
     IPCThreadState::self()->setTheContextObject(manager);
     if (!process->becomeContextManager()) {

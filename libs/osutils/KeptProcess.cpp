@@ -31,16 +31,18 @@ std::shared_ptr<const KeptProcess> KeptProcess::open(const char* root, int pid, 
 KeptProcess::KeptProcess(unique_fd folder, unique_fd commandLine, uid_t goneUid)
       : mFolder(std::move(folder)), mCommandLine(std::move(commandLine)), mGoneUid(goneUid) {}
 
-std::optional<int> KeptProcess::uid() const {
+std::optional<KernelProcess::Owner> KeptProcess::owner() const {
     struct stat folder;
     if (fstat(mFolder.get(), &folder) != 0) return std::nullopt;
-    if (folder.st_uid != 0 && folder.st_uid != mGoneUid) return static_cast<int>(folder.st_uid);
+    KernelProcess::Owner owner{static_cast<int>(folder.st_uid), folder.st_ino};
+    if (folder.st_uid != 0 && folder.st_uid != mGoneUid) return owner;
     // Of all entries this one has the same owner as the folder, dumpable process or not.
     struct stat entry;
     if (TEMP_FAILURE_RETRY(fstatat(mFolder.get(), "task", &entry, /*flags=*/0)) != 0) {
         return std::nullopt;
     }
-    return static_cast<int>(entry.st_uid);
+    owner.uid = static_cast<int>(entry.st_uid);
+    return owner;
 }
 
 std::optional<std::string> KeptProcess::commandName() const {

@@ -20,6 +20,7 @@
 #pragma once
 
 #include <android-base/unique_fd.h>
+#include <osutils/KernelProcess.h>
 #include <sys/types.h>
 
 #include <memory>
@@ -35,7 +36,7 @@ public:
      * a folder says whose process is gone. Null, with errno, when it cannot be opened.
      *
      * Whether the pid is a process's and not another thread's is for the caller to find out,
-     * between this and a uid() that answers.
+     * between this and an owner() that answers.
      */
     [[nodiscard]] static std::shared_ptr<const KeptProcess> open(const char* root, int pid,
                                                                  uid_t goneUid);
@@ -43,8 +44,8 @@ public:
     KeptProcess(android::base::unique_fd folder, android::base::unique_fd commandLine,
                 uid_t goneUid);
 
-    /** The effective uid now; empty when the process is gone or cannot be asked. */
-    [[nodiscard]] std::optional<int> uid() const;
+    /** Whose it is now; empty when the process is gone or cannot be asked. */
+    [[nodiscard]] std::optional<KernelProcess::Owner> owner() const;
 
     /**
      * The first string of the command line now: empty for zombies among others. No value when the

@@ -24,12 +24,12 @@ uid_t ownerOf(const char* path) {
 KeptProcesses::KeptProcesses(const char* root, size_t most)
       : mRoot(root), mMost(most), mGoneUid(ownerOf(root)) {}
 
-std::optional<int> KeptProcesses::uid(int pid) {
+std::optional<KeptProcesses::Owner> KeptProcesses::owner(int pid) {
     const Kept kept = find(pid);
     if (kept == nullptr) return std::nullopt;
-    const std::optional<int> uid = kept->uid();
-    if (!uid) drop(pid, kept);
-    return uid;
+    const std::optional<Owner> owner = kept->owner();
+    if (!owner) drop(pid, kept);
+    return owner;
 }
 
 std::string KeptProcesses::commandName(int pid) {
@@ -41,7 +41,7 @@ std::string KeptProcesses::commandName(int pid) {
     return {};
 }
 
-std::optional<int> KeptProcesses::keep(int pid, bool (*isProcess)(int pid)) {
+std::optional<KeptProcesses::Owner> KeptProcesses::keep(int pid, bool (*isProcess)(int pid)) {
     if (!makeRoom()) return std::nullopt;
     Kept kept = KeptProcess::open(mRoot, pid, mGoneUid);
     if (kept == nullptr) {
@@ -50,9 +50,9 @@ std::optional<int> KeptProcesses::keep(int pid, bool (*isProcess)(int pid)) {
     }
     // In this order: what lives after the question lived during it, under this pid.
     if (!isProcess(pid)) return std::nullopt;
-    const std::optional<int> uid = kept->uid();
-    if (uid) insert(pid, std::move(kept));
-    return uid;
+    const std::optional<Owner> owner = kept->owner();
+    if (owner) insert(pid, std::move(kept));
+    return owner;
 }
 
 void KeptProcesses::drop(int pid) {
@@ -90,7 +90,7 @@ KeptProcesses::Kept KeptProcesses::find(int pid) {
             suspect = atLocked(suspectPid);
         }
     }
-    if (suspect != nullptr && !suspect->uid()) drop(suspectPid, suspect);
+    if (suspect != nullptr && !suspect->owner()) drop(suspectPid, suspect);
     return found;
 }
 
@@ -118,7 +118,7 @@ bool KeptProcesses::makeRoom() {
         if (victim == nullptr) return false;
         leaves = ++mTurnedAway % kNewcomers == 0;
     }
-    if (!leaves && victim->uid()) return false;
+    if (!leaves && victim->owner()) return false;
     drop(victimPid, victim);
     return true;
 }

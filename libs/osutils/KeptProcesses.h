@@ -52,17 +52,19 @@ public:
     KeptProcesses(const KeptProcesses&) = delete;
     KeptProcesses& operator=(const KeptProcesses&) = delete;
 
-    /** The uid of a kept process that lives; otherwise nothing, and it is kept no longer. */
-    [[nodiscard]] std::optional<int> uid(int pid) EXCLUDES(mMutex);
+    using Owner = KernelProcess::Owner;
+
+    /** Of a kept process that lives; otherwise nothing, and it is kept no longer. */
+    [[nodiscard]] std::optional<Owner> owner(int pid) EXCLUDES(mMutex);
 
     /** The first string of its command line, if it has one; otherwise empty. */
     [[nodiscard]] std::string commandName(int pid) EXCLUDES(mMutex);
 
     /**
-     * Keeps the process, if there is room and `isProcess(pid)` is true, and returns its uid.
+     * Keeps the process, if there is room and `isProcess(pid)` is true, and returns its owner.
      * Empty when it is not kept, which says nothing of the process.
      */
-    [[nodiscard]] std::optional<int> keep(int pid, bool (*isProcess)(int pid)) EXCLUDES(mMutex);
+    [[nodiscard]] std::optional<Owner> keep(int pid, bool (*isProcess)(int pid)) EXCLUDES(mMutex);
 
     /** Forgets what is kept under the pid, if anything. */
     void drop(int pid) EXCLUDES(mMutex);

@@ -64,10 +64,10 @@ std::optional<std::string> ProcFs::readUntil(int fd, char end) {
     }
 }
 
-std::optional<int> ProcFs::owner(int pid) const {
+std::optional<KernelProcess::Owner> ProcFs::owner(int pid) const {
     struct stat folder;
     if (TEMP_FAILURE_RETRY(stat(Path(mRoot, pid).c_str(), &folder)) != 0) return std::nullopt;
-    return static_cast<int>(folder.st_uid);
+    return KernelProcess::Owner{static_cast<int>(folder.st_uid), folder.st_ino};
 }
 
 std::string ProcFs::commandName(int pid) const {

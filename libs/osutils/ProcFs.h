@@ -6,6 +6,8 @@
 // Pids are not judged here: the caller passes those of processes, greater than 0.
 #pragma once
 
+#include <osutils/KernelProcess.h>
+
 #include <optional>
 #include <string>
 
@@ -20,7 +22,7 @@ public:
      * The owner of the process's folder, which is its effective uid. The files inside would not
      * do: root owns them when the process is not dumpable. Empty when the folder is missing.
      */
-    [[nodiscard]] std::optional<int> owner(int pid) const;
+    [[nodiscard]] std::optional<KernelProcess::Owner> owner(int pid) const;
 
     /** The first string of the command line; empty when there is none or no such process. */
     [[nodiscard]] std::string commandName(int pid) const;

@@ -2,9 +2,14 @@
 // The control side of a simulated app.
 #include "app/AppControl.h"
 
+#include <android-base/file.h>
+#include <android-base/unique_fd.h>
 #include <binder/IServiceManager.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <utils/String16.h>
 #include <utils/String8.h>
+#include <utils/Vector.h>
 
 #include <vector>
 
@@ -72,6 +77,20 @@ Status askForegroundApps(IVrFocusService& service, Json::Value* out) {
     return status;
 }
 
+/** The dump goes to memory: a pipe would have to be read meanwhile. */
+Status askDump(IVrFocusService& service, Json::Value* out, std::string* error) {
+    const android::base::unique_fd report(memfd_create("sim-app-dump", MFD_CLOEXEC));
+    android::Vector<String16> arguments;
+    arguments.add(String16("json"));
+    const auto status = android::IInterface::asBinder(&service)->dump(report.get(), arguments);
+    if (status != android::OK) return Status::fromStatusT(status);
+    std::string text;
+    lseek(report.get(), /*offset=*/0, SEEK_SET);
+    if (!android::base::ReadFdToString(report, &text)) *error = "the dump cannot be read";
+    (*out)["dump"] = text;
+    return Status::ok();
+}
+
 }  // namespace
 
 Json::Value AppControl::answer(const Json::Value& request) {
@@ -82,7 +101,7 @@ Json::Value AppControl::answer(const Json::Value& request) {
 
 Json::Value AppControl::perform(const Json::Value& request) {
     const std::string op = stringMember(request, "op").value_or("");
-    if (op == "heard") return mListeners.log().take();
+    if (auto answer = performAlone(op, request)) return *answer;
     Json::Value answer(Json::objectValue);
     std::string error;
     find(/*wait=*/op == "connect");
@@ -95,6 +114,25 @@ Json::Value AppControl::perform(const Json::Value& request) {
         if (status.transactionError() == android::DEAD_OBJECT) mService = nullptr;
     }
     return answer;
+}
+
+std::optional<Json::Value> AppControl::performAlone(const std::string& op,
+                                                    const Json::Value& request) {
+    const std::string name = stringMember(request, "name").value_or("");
+    if (op == "heard") return mListeners.log().take();
+    if (op == "rename") {
+        if (!mName.set(name)) return errorOf("there is no room for that name");
+    } else if (op == "become") {
+        if (name.empty()) return errorOf("become wants a name");
+        mSuccessor = {name, {}};
+        if (const auto uid = intMember(request, "uid")) mSuccessor->uid = *uid;
+        mIsToEnd = true;
+    } else if (op == "stop") {
+        mIsToEnd = true;
+    } else {
+        return {};
+    }
+    return Json::objectValue;
 }
 
 void AppControl::find(bool wait) {
@@ -118,6 +156,7 @@ Status AppControl::ask(const std::string& op, const Json::Value& request, Json::
     if (op == "getClientFocusStatus") return askFocus(*mService, request, out, error);
     if (op == "getImmersiveApp") return askImmersiveApp(*mService, out);
     if (op == "getForegroundApps") return askForegroundApps(*mService, out);
+    if (op == "dump") return askDump(*mService, out, error);
     if (op == "getTopActivity") {
         String16 package;
         Status status = mService->getTopActivity(&package);

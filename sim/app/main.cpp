@@ -6,27 +6,16 @@
 // that descriptor is closed.
 #include <binder/ProcessState.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <string>
 
 #include "app/AppControl.h"
+#include "app/OwnName.h"
+#include "app/Rebirth.h"
 #include "process/ChildProcess.h"
 #include "process/LineChannel.h"
-
-namespace {
-
-constexpr size_t kShortNameLength = 15;
-
-/** The short name of a process: as on the device, the end of a long name tells more. */
-void takeShortName(const std::string& name) {
-    const size_t start = name.size() > kShortNameLength ? name.size() - kShortNameLength : 0;
-    prctl(PR_SET_NAME, name.c_str() + start);
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
     if (argc != 1) {
@@ -35,17 +24,25 @@ int main(int argc, char** argv) {
         return 2;
     }
     signal(SIGPIPE, SIG_IGN);
-    takeShortName(argv[0]);
+    sim::OwnName::setShort(argv[0]);
+    sim::OwnName name(argv);
     sim::LineChannel channel{android::base::unique_fd(sim::ChildProcess::kPassedFd)};
+    // Listeners' calls are logged in the order of their delivery: one thread takes all of them.
+    android::ProcessState::self()->setThreadPoolMaxThreadCount(0);
     android::ProcessState::self()->startThreadPool();
     Json::Value ready(Json::objectValue);
     ready["event"] = "ready";
     if (!channel.send(ready)) return 1;
 
-    sim::AppControl control;
+    sim::AppControl control(name);
     Json::Value request;
     while (channel.receive(&request) == sim::LineChannel::Read::Message) {
-        if (!channel.send(control.answer(request))) break;
+        if (!channel.send(control.answer(request)) || control.isToEnd()) break;
+    }
+    if (const auto& successor = control.successor()) {
+        sim::beginAnew(successor->name, successor->uid, environ);
+        std::perror("cannot begin anew");
+        _exit(1);
     }
     // The session is over; binder threads are not waited for.
     _exit(0);

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <linux/close_range.h>
+#include <poll.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/prctl.h>
@@ -53,19 +54,18 @@ struct Prepared {
     unique_fd output;
     unique_fd errorReader;
     unique_fd errorWriter;
+    /** Not open when nobody wants the child to wait. */
+    unique_fd goReader;
+    unique_fd goWriter;
     std::vector<std::string> environment;
     std::vector<char*> argv;
     std::vector<char*> envp;
     int passedFd = -1;
     bool isPersons = false;
     std::optional<uid_t> uid;
+    bool keepsRoot = false;
     pid_t parent = 0;
 };
-
-bool takeIdentity(uid_t uid) {
-    return setgroups(0, nullptr) == 0 && setresgid(uid, uid, uid) == 0 &&
-           setresuid(uid, uid, uid) == 0;
-}
 
 [[noreturn]] void reportAndExit(int fd) {
     const int error = errno;
@@ -81,23 +81,44 @@ bool placeDescriptors(const Prepared& prepared) {
            (prepared.passedFd < 0 || dup2(prepared.passedFd, ChildProcess::kPassedFd) >= 0);
 }
 
+bool mayGo(const Prepared& prepared) {
+    // A copy kept here would hide the parent's end.
+    close(prepared.goWriter.get());
+    char byte = 0;
+    return TEMP_FAILURE_RETRY(read(prepared.goReader.get(), &byte, 1)) == 1;
+}
+
+/** Keys pressed for the session's controller are not meant for its children. */
+void leaveKeysToParent() {
+    setpgid(0, 0);
+    // Those pressed since the fork came here, too, and wait where the parent has them blocked.
+    sigset_t keys;
+    sigemptyset(&keys);
+    sigaddset(&keys, SIGINT);
+    sigaddset(&keys, SIGQUIT);
+    const timespec now{};
+    while (sigtimedwait(&keys, nullptr, &now) > 0) {
+    }
+}
+
 [[noreturn]] void runChild(const Prepared& prepared) {
+    if (!prepared.isPersons) {
+        leaveKeysToParent();
+        if (!placeDescriptors(prepared)) reportAndExit(prepared.errorWriter.get());
+    }
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    // Keys pressed for the session's controller are not meant for its children.
-    if (!prepared.isPersons) {
-        setpgid(0, 0);
-        if (!placeDescriptors(prepared)) reportAndExit(prepared.errorWriter.get());
-    }
     // Whoever started the session may have left descriptors open in it: they end here.
     close_range(prepared.passedFd < 0 ? ChildProcess::kPassedFd : ChildProcess::kPassedFd + 1, ~0U,
                 CLOSE_RANGE_CLOEXEC);
-    if (prepared.uid && !takeIdentity(*prepared.uid)) reportAndExit(prepared.errorWriter.get());
+    if (prepared.uid && !takeIdentity(*prepared.uid, prepared.keepsRoot))
+        reportAndExit(prepared.errorWriter.get());
     // A change of identity clears the death signal, so it is asked for afterwards; a parent that
     // has ended before that is seen by the comparison.
     if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) reportAndExit(prepared.errorWriter.get());
     if (getppid() != prepared.parent) _exit(127);
+    if (prepared.goReader.ok() && !mayGo(prepared)) _exit(127);
     syscall(SYS_execveat, prepared.program.get(), "", prepared.argv.data(), prepared.envp.data(),
             AT_EMPTY_PATH);
     reportAndExit(prepared.errorWriter.get());
@@ -131,17 +152,31 @@ bool prepare(const Launch& launch, Prepared* out, std::string* error) {
     }
     out->errorReader = unique_fd(ends[0]);
     out->errorWriter = aboveReserved(unique_fd(ends[1]));
+    if (launch.beforeExec) {
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+            *error = std::string("pipe: ") + strerror(errno);
+            return false;
+        }
+        out->goReader = aboveReserved(unique_fd(ends[0]));
+        out->goWriter = aboveReserved(unique_fd(ends[1]));
+    }
     out->environment = mergedEnvironment(launch.environment);
     out->argv = pointersTo(launch.arguments);
     out->envp = pointersTo(out->environment);
     out->passedFd = launch.passedFd;
     out->isPersons = launch.isPersons;
     out->uid = launch.uid;
+    out->keepsRoot = launch.keepsRoot;
     out->parent = getpid();
     return true;
 }
 
 }  // namespace
+
+bool takeIdentity(uid_t uid, bool keepsRoot) {
+    return setgroups(0, nullptr) == 0 && setresgid(uid, uid, uid) == 0 &&
+           setresuid(keepsRoot ? 0 : uid, uid, uid) == 0;
+}
 
 std::unique_ptr<ChildProcess> ChildProcess::start(const Launch& launch, std::string* error) {
     Prepared prepared;
@@ -159,6 +194,18 @@ std::unique_ptr<ChildProcess> ChildProcess::start(const Launch& launch, std::str
     if (pid == 0) runChild(prepared);
     prepared.errorWriter.reset();
     std::unique_ptr<ChildProcess> child(new ChildProcess(pid));
+    if (launch.beforeExec) {
+        const std::string problem = launch.beforeExec(pid);
+        if (!problem.empty()) {
+            *error = launch.program + ": " + problem;
+            return nullptr;
+        }
+        // This process holds the other end as well: no signal, whatever has become of the child.
+        if (write(prepared.goWriter.get(), "", 1) != 1) {
+            *error = std::string("pipe: ") + strerror(errno);
+            return nullptr;
+        }
+    }
     int childError = 0;
     const ssize_t size =
             TEMP_FAILURE_RETRY(read(prepared.errorReader.get(), &childError, sizeof(childError)));
@@ -172,7 +219,7 @@ std::unique_ptr<ChildProcess> ChildProcess::start(const Launch& launch, std::str
 bool ChildProcess::canChangeUids() {
     if (geteuid() != 0) return false;
     const pid_t pid = fork();
-    if (pid == 0) _exit(takeIdentity(kProbeUid) ? 0 : 1);
+    if (pid == 0) _exit(takeIdentity(kProbeUid, /*keepsRoot=*/false) ? 0 : 1);
     int status = 1;
     return pid > 0 && TEMP_FAILURE_RETRY(waitpid(pid, &status, 0)) == pid && status == 0;
 }
@@ -201,7 +248,47 @@ void ChildProcess::kill() {
     if (TEMP_FAILURE_RETRY(waitpid(mPid, &status, 0)) == mPid) ended(status);
 }
 
+bool ChildProcess::awaitEnd(std::chrono::milliseconds patience) {
+    if (!running()) return true;
+    pollfd end{mEndFd.get(), POLLIN, 0};
+    const int ready = TEMP_FAILURE_RETRY(poll(&end, 1, static_cast<int>(patience.count())));
+    return ready > 0 && !running();
+}
+
+bool ChildProcess::terminate(std::chrono::milliseconds patience) {
+    signal(SIGTERM);
+    resume();
+    return awaitEnd(patience);
+}
+
+void ChildProcess::hang() {
+    mSlowMotion.reset();
+    if (mIsHung || !running()) return;
+    // Whatever has stopped it before, this stop is the one that is waited for.
+    ::kill(mPid, SIGCONT);
+    ::kill(mPid, SIGSTOP);
+    int status = 0;
+    if (TEMP_FAILURE_RETRY(waitpid(mPid, &status, WUNTRACED)) != mPid) return;
+    mIsHung = WIFSTOPPED(status);
+    if (!mIsHung) ended(status);
+}
+
+void ChildProcess::resume() {
+    mSlowMotion.reset();
+    mIsHung = false;
+    signal(SIGCONT);
+}
+
+void ChildProcess::slowDown(std::chrono::milliseconds held) {
+    resume();
+    if (!running() || !mEndFd.ok()) return;
+    mSlowMotion = std::make_unique<SlowMotion>(
+            unique_fd(fcntl(mEndFd.get(), F_DUPFD_CLOEXEC, kPassedFd + 1)), held);
+}
+
 void ChildProcess::ended(int waitStatus) {
+    mSlowMotion.reset();
+    mIsHung = false;
     if (WIFSIGNALED(waitStatus)) {
         mExitStatus = 128 + WTERMSIG(waitStatus);
         mEnding = "signal " + std::to_string(WTERMSIG(waitStatus));

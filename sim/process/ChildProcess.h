@@ -14,11 +14,15 @@
 #include <android-base/unique_fd.h>
 #include <sys/types.h>
 
+#include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "process/SlowMotion.h"
 
 namespace sim {
 
@@ -32,6 +36,11 @@ struct Launch {
     std::map<std::string, std::string> environment;
     /** User and group id to run under; absent: the parent's. */
     std::optional<uid_t> uid;
+    /** With a uid, as root: the real uid stays root's, so that it can take another uid later. */
+    bool keepsRoot = false;
+    /** Run in the parent while the child stands before its exec; what it says, unless it is empty,
+     *  is why the child must not go on. */
+    std::function<std::string(pid_t child)> beforeExec;
     /** Arrives in the child as kPassedFd; -1: none. Stays the caller's. */
     int passedFd = -1;
     /** Takes the child's standard output and error (appended); empty: nowhere. */
@@ -42,6 +51,9 @@ struct Launch {
      *  process group, so the keys that they press reach it. No passedFd, logFile or outputFd. */
     bool isPersons = false;
 };
+
+/** Makes a uid and the group id of that number this process's. False: not allowed. */
+[[nodiscard]] bool takeIdentity(uid_t uid, bool keepsRoot);
 
 class ChildProcess {
 public:
@@ -79,6 +91,22 @@ public:
     /** Kills it and waits until it is gone: afterwards nobody finds its pid alive. */
     void kill();
 
+    /** Asks it to end, also when it hangs, and waits. False when it still runs after that time. */
+    [[nodiscard]] bool terminate(std::chrono::milliseconds patience);
+    /** Waits until it has ended by itself. False when it still runs after that time. */
+    [[nodiscard]] bool awaitEnd(std::chrono::milliseconds patience);
+
+    /** Stops every thread of it, and returns when all of them have. It is slow no more. */
+    void hang();
+    /** Lets it run on, at its full speed. */
+    void resume();
+    /** Whether hang() holds it. */
+    [[nodiscard]] bool isHung() const { return mIsHung; }
+
+    /** Holds it that long at a time, with a millisecond between, until it is resumed. */
+    void slowDown(std::chrono::milliseconds held);
+    [[nodiscard]] bool isSlow() const { return mSlowMotion != nullptr; }
+
 private:
     explicit ChildProcess(pid_t pid);
     void ended(int waitStatus);
@@ -87,6 +115,8 @@ private:
     const android::base::unique_fd mEndFd;
     std::string mEnding;
     std::optional<int> mExitStatus;
+    bool mIsHung = false;
+    std::unique_ptr<SlowMotion> mSlowMotion;
 };
 
 }  // namespace sim

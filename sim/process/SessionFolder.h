@@ -2,9 +2,8 @@
 //
 // The session's own folder: the hub's socket, the property store, the logs.
 //
-// Made under $TMPDIR or /tmp (root: if $TMPDIR is open to others, else in /tmp), removed with
-// everything in it at the end. As an ordinary user only its owner can enter it (0700); as root
-// others can pass through (0711), since apps connect to the hub under uids of their own.
+// Made under $TMPDIR or else /tmp, removed with everything in it at the end. Only its owner can
+// enter it, be that root: whoever reached the hub would be taken for the session's person.
 #pragma once
 
 #include <memory>

@@ -12,11 +12,12 @@ namespace {
 // Bits of the event mask.
 constexpr int64_t kAddedBit = 1;
 constexpr int64_t kRemovedBit = 2;
+constexpr int64_t kChangedBit = 4;
 
 int64_t bitOf(int event) {
     if (event == Notice::kDisplayAdded) return kAddedBit;
     if (event == Notice::kDisplayRemoved) return kRemovedBit;
-    return 0;
+    return event == Notice::kDisplayChanged ? kChangedBit : 0;
 }
 
 }  // namespace

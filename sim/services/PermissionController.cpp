@@ -18,8 +18,9 @@ constexpr int32_t kOperationAllowed = 0;
 using android::String16;
 using android::String8;
 
-bool PermissionController::checkPermission(const String16& permission, int32_t pid, int32_t uid) {
-    return mWorld.get()->hasPermission(String8(permission).c_str(), pid, uid);
+bool PermissionController::checkPermission(const String16& permission, int32_t /*pid*/,
+                                           int32_t uid) {
+    return mWorld.get()->hasPermission(String8(permission).c_str(), uid);
 }
 
 int32_t PermissionController::noteOp(const String16&, int32_t, const String16&) {

@@ -2,9 +2,9 @@
 //
 // sim_service NAME: one simulated platform service, in a process of its own.
 //
-// Driven by JSON lines on descriptor 3. The first sets the world, so that nobody can ask before
-// there is one; then the service is published and {"event": "ready"} said. Ends when the other
-// side of that descriptor is closed.
+// Driven by JSON lines on descriptor 3. The first set the world, so that nobody can ask before
+// there is one; a later one has the service published, at once or after a time, and when it is,
+// {"event": "ready"} is said. Ends when the other side of that descriptor is closed.
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <signal.h>
@@ -24,6 +24,7 @@
 #include "services/PackageManagerNative.h"
 #include "services/PermissionController.h"
 #include "services/ServiceControl.h"
+#include "services/ServiceFront.h"
 #include "services/WindowManager.h"
 
 namespace {
@@ -65,22 +66,35 @@ int usage() {
     return 2;
 }
 
-/** Answers lines until the other side is closed, or until a number of them were answered. */
-bool serve(sim::ServiceControl& control, sim::LineChannel& channel, int lines) {
-    Json::Value request;
-    for (int line = 0; lines < 0 || line < lines; ++line) {
-        if (channel.receive(&request) != sim::LineChannel::Read::Message) return false;
-        if (!channel.send(control.answer(request))) return false;
-    }
-    return true;
-}
-
 bool publish(const char* name, const sp<android::IBinder>& binder) {
     const android::status_t status =
             android::defaultServiceManager()->addService(android::String16(name), binder);
     if (status == android::OK) return true;
     std::fprintf(stderr, "sim_service: the service manager refuses '%s': %d\n", name, status);
     return false;
+}
+
+/** Answers lines until the other side is closed, and publishes when it is time. */
+void serve(const char* name, const sp<android::IBinder>& binder, sim::ServiceControl& control,
+           sim::LineChannel& channel) {
+    Json::Value ready(Json::objectValue);
+    ready["event"] = "ready";
+    Json::Value request;
+    while (true) {
+        switch (channel.receive(&request, control.publishTime())) {
+            case sim::LineChannel::Read::Message:
+                if (!channel.send(control.answer(request))) return;
+                break;
+            case sim::LineChannel::Read::TimedOut:
+                android::ProcessState::self()->startThreadPool();
+                if (!publish(name, binder)) _exit(1);
+                control.published();
+                if (!channel.send(ready)) return;
+                break;
+            default:
+                return;
+        }
+    }
 }
 
 }  // namespace
@@ -93,13 +107,9 @@ int main(int argc, char** argv) {
     sim::LineChannel channel{android::base::unique_fd(sim::ChildProcess::kPassedFd)};
     sim::WorldReplica world;
     const Hosted hosted = maker->second(world);
-    sim::ServiceControl control(*hosted.control, world);
-    if (!serve(control, channel, /*lines=*/1)) _exit(1);
-    android::ProcessState::self()->startThreadPool();
-    if (!publish(argv[1], hosted.binder)) _exit(1);
-    Json::Value ready(Json::objectValue);
-    ready["event"] = "ready";
-    if (channel.send(ready)) static_cast<void>(serve(control, channel, /*lines=*/-1));
+    const sp<sim::ServiceFront> front(new sim::ServiceFront(argv[1], hosted.binder));
+    sim::ServiceControl control(argv[1], *hosted.control, *front, world);
+    serve(argv[1], front, control, channel);
     // The session is over; binder threads still use what stands on this stack.
     _exit(0);
 }

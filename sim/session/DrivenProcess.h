@@ -46,6 +46,7 @@ public:
     void awaitEvent(const std::string& name, std::chrono::milliseconds timeout);
 
     [[nodiscard]] const std::string& name() const { return mName; }
+    void rename(std::string name) { mName = std::move(name); }
     [[nodiscard]] ChildProcess& process() { return *mProcess; }
     [[nodiscard]] int pid() const { return mProcess->pid(); }
 
@@ -53,7 +54,7 @@ private:
     [[nodiscard]] Json::Value next(LineChannel::Deadline deadline, const std::string& awaited);
     void send(Json::Value& request);
 
-    const std::string mName;
+    std::string mName;
     const std::unique_ptr<ChildProcess> mProcess;
     LineChannel mChannel;
     StopSignals* const mStops;

@@ -2,6 +2,7 @@
 // The simulated headset: actions.
 #include "session/Headset.h"
 
+#include <driver/Driver.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,34 +18,151 @@ std::string stateName(int state) {
     return state == Headset::kStopping ? "stopping" : std::to_string(state);
 }
 
-/** Whether the daemon notifies its listeners of what it was told. */
-bool isPassedOn(Notice::Kind kind) {
-    return kind == Notice::Kind::ForegroundActivities || kind == Notice::Kind::ForegroundServices ||
-           kind == Notice::Kind::FocusedWindow;
-}
-
 }  // namespace
 
 Headset::Headset(Options options) : mOptions(std::move(options)), mStack(mOptions.stack) {}
 
+Headset::Options Headset::usualOptions(const std::string& programs, StopSignals& stops) {
+    Options options;
+    options.stack.programs = programs;
+    options.stack.stops = &stops;
+    const std::string driver = binderhost::driverPath();
+    if (binderhost::namesDevice(driver)) options.stack.device = driver;
+    return options;
+}
+
+void Headset::boot() {
+    for (const auto& [name, value] : mOptions.stack.properties)
+        tell(PropertySet{name, value});
+    mStack.boot(mWorld);
+    tellOfSystem();
+}
+
+void Headset::tell(const Fact& fact) {
+    tellOfSystem();
+    mOptions.onFact(fact);
+}
+
+/** Those that have ended or started since this was told last. */
+void Headset::tellOfSystem() {
+    std::map<std::string, int> running;
+    for (const Stack::Member& member : mStack.members()) {
+        const bool isGround = member.name == Stack::kHub || member.name == Stack::kServiceManager;
+        if (!isGround) running[member.name] = member.process->pid();
+    }
+    const auto before = std::exchange(mTold, running);
+    for (const auto& [name, pid] : before) {
+        const auto found = running.find(name);
+        if (found == running.end() || found->second != pid) mOptions.onFact(SystemEnded{name});
+    }
+    for (const auto& [name, pid] : running) {
+        const auto found = before.find(name);
+        if (found == before.end() || found->second != pid) mOptions.onFact(SystemStarted{name});
+    }
+}
+
+void Headset::setProperty(const std::string& name, const std::string& value) {
+    const Stack::ToolRun run = mStack.runTool({"setprop", name, value});
+    if (run.status != 0) throw SessionError("setprop: " + run.output);
+    tell(PropertySet{name, value});
+}
+
 void Headset::install(const std::string& package, int uid, std::set<std::string> permissions) {
-    const int actual = mOptions.ownUids ? uid : static_cast<int>(geteuid());
+    const int actual = haveUids() ? uid : static_cast<int>(geteuid());
     mUids[package] = actual;
     mWorld.installPackage(package, {actual, std::move(permissions)});
     pushWorld();
 }
 
-void Headset::startApp(const std::string& name) {
-    const int uid = uidOf(name);
-    const auto taken = mOptions.ownUids ? std::optional<uid_t>(uid) : std::nullopt;
-    auto app = mStack.startApp(name, taken);
-    mWorld.addProcess(app->pid(), name, uid);
-    mPids[name] = app->pid();
-    if (std::find(mCast.begin(), mCast.end(), name) == mCast.end()) mCast.push_back(name);
-    mApps[name] = std::move(app);
+void Headset::setPermission(const std::string& package, const std::string& permission,
+                            bool granted) {
+    if (!mWorld.setPermission(package, permission, granted)) {
+        throw SessionError("no package '" + package + "' is installed");
+    }
     pushWorld();
-    ask(name, operation("connect"));
-    mOptions.onEvent(name + " starts");
+    mOptions.onEvent(package + (granted ? " is granted " : " is denied ") + permission);
+}
+
+void Headset::settle() {
+    tellOfSystem();
+    std::vector<pid_t> hung;
+    for (const auto& [name, app] : mApps) {
+        if (app->process().isHung()) hung.push_back(app->pid());
+    }
+    std::string inFlight;
+    if (!mStack.awaitQuiet(hung, &inFlight)) {
+        throw SessionError("something is still in flight: " + inFlight);
+    }
+}
+
+void Headset::startApp(const std::string& process) {
+    startApp({process, process, uidOf(process)});
+    ask(process, operation("connect"));
+}
+
+void Headset::startApp(const AppSpec& wanted) {
+    AppSpec spec = wanted;
+    if (!haveUids()) spec.uid = static_cast<int>(geteuid());
+    auto app = mStack.startApp(spec.process, static_cast<uid_t>(spec.uid), spec.isReusable);
+    mWorld.addProcess(app->pid(), spec.process, spec.uid);
+    const std::string& name = spec.name;
+    enter(spec, std::move(app));
+    tell(ProcessStarted{mPids[name], spec.uid, spec.process});
+    pushWorld();
+    mOptions.onEvent(name + " starts (pid " + std::to_string(mPids[name]) + ", uid " +
+                     std::to_string(spec.uid) + ")");
+}
+
+void Headset::enter(const AppSpec& spec, std::unique_ptr<DrivenProcess> app) {
+    mSpecs[spec.name] = spec;
+    mCalled.erase(spec.name);
+    mPids[spec.name] = app->pid();
+    mOwners[app->pid()] = spec.name;
+    if (std::find(mCast.begin(), mCast.end(), spec.name) == mCast.end()) {
+        mCast.push_back(spec.name);
+    }
+    mApps[spec.name] = std::move(app);
+}
+
+std::string Headset::processNameOf(const std::string& name) const {
+    const auto renamed = mCalled.find(name);
+    return renamed == mCalled.end() ? specOf(name).process : renamed->second;
+}
+
+void Headset::renameApp(const std::string& name, const std::string& process) {
+    Json::Value request = operation("rename");
+    request["name"] = process;
+    ask(name, request);
+    mCalled[name] = process;
+    tell(ProcessRenamed{mPids.at(name), process});
+    mOptions.onEvent(name + " calls itself " + process);
+}
+
+void Headset::reuse(const std::string& name, const AppSpec& successor) {
+    DrivenProcess& process = app(name);
+    const int uid = uidOf(name);
+    Json::Value request = operation("become");
+    request["name"] = successor.process;
+    // Needed where uids are taken; asked for everywhere, so that a scenario holds everywhere.
+    if (successor.uid != uid && !specOf(name).isReusable) {
+        throw SessionError(name + " was not started as one whose pid can be reused");
+    }
+    const bool takesUid = mStack.uids() == Stack::Uids::Kernels && successor.uid != uid;
+    if (takesUid) request["uid"] = successor.uid;
+    mStack.changeUid(process.pid(), static_cast<uid_t>(successor.uid));
+    AppSpec spec = successor;
+    spec.isReusable = specOf(name).isReusable;
+    ask(name, request);
+    process.awaitEvent("ready", mStack.patience());
+    process.rename(spec.name);
+    tell(ProcessEnded{process.pid()});
+    tell(ProcessStarted{process.pid(), spec.uid, spec.process});
+    const std::vector<Notice> notices = mWorld.removeProcess(process.pid());
+    mWorld.addProcess(process.pid(), spec.process, spec.uid);
+    mOptions.onEvent(name + " ends, and its pid comes back as " + spec.name + " (uid " +
+                     std::to_string(spec.uid) + ")");
+    apply(notices);
+    enter(spec, std::move(mApps.extract(name).mapped()));
 }
 
 void Headset::crashApp(const std::string& name) {
@@ -52,7 +170,21 @@ void Headset::crashApp(const std::string& name) {
     ChildProcess& process = app(name).process();
     const std::string ending = process.running() ? "" : process.ending();
     mApps.erase(name);
+    tell(ProcessEnded{pid});
     mOptions.onEvent(name + (ending.empty() ? " is killed" : " has ended (" + ending + ")"));
+    apply(mWorld.removeProcess(pid));
+}
+
+void Headset::stopApp(const std::string& name) {
+    const int pid = app(name).pid();
+    ChildProcess& process = app(name).process();
+    process.resume();
+    ask(name, operation("stop"));
+    if (!process.awaitEnd(mStack.patience())) throw SessionError(name + " was to end and runs");
+    if (process.exitStatus() != 0) throw SessionError(name + " ended with " + process.ending());
+    mApps.erase(name);
+    tell(ProcessEnded{pid});
+    mOptions.onEvent(name + " ends");
     apply(mWorld.removeProcess(pid));
 }
 
@@ -70,22 +202,47 @@ std::vector<std::string> Headset::runningApps() const {
 }
 
 int Headset::uidOf(const std::string& name) const {
+    const auto spec = mSpecs.find(name);
+    if (spec != mSpecs.end()) return spec->second.uid;
     const auto found = mUids.find(packageOfProcess(name));
     if (found == mUids.end()) throw SessionError("no package '" + name + "' is installed");
     return found->second;
 }
 
+const Headset::AppSpec& Headset::specOf(const std::string& name) const {
+    const auto found = mSpecs.find(name);
+    if (found == mSpecs.end()) throw SessionError("no app '" + name + "' was started");
+    return found->second;
+}
+
+int Headset::lastPidOf(const std::string& name) const {
+    const auto found = mPids.find(name);
+    if (found == mPids.end()) throw SessionError("no app '" + name + "' was started");
+    return found->second;
+}
+
+void Headset::requireDisplay(int display) const {
+    if (mWorld.displays().contains(display)) return;
+    throw SessionError("there is no display " + std::to_string(display));
+}
+
 void Headset::showActivity(const std::string& name, int display) {
+    requireDisplay(display);
     apply(mWorld.startActivity(app(name).pid(), display));
     if (display == World::kPrimaryDisplay) focusWindow(name);
 }
 
 void Headset::finishActivity(const std::string& name, int display) {
+    requireDisplay(display);
     apply(mWorld.finishActivity(app(name).pid(), display));
 }
 
 void Headset::focusWindow(const std::string& name) {
     apply(mWorld.focusWindowOf(app(name).pid()));
+}
+
+void Headset::focusNoWindow() {
+    apply(mWorld.focusNoWindow());
 }
 
 void Headset::setPanelService(const std::string& name, bool running) {
@@ -97,10 +254,15 @@ void Headset::startBackgroundService(const std::string& name) {
 }
 
 void Headset::addDisplay(int display) {
+    if (mWorld.displays().contains(display)) {
+        throw SessionError("there is a display " + std::to_string(display) + " already");
+    }
     apply(mWorld.addDisplay(display));
 }
 
 void Headset::removeDisplay(int display) {
+    requireDisplay(display);
+    if (display == World::kPrimaryDisplay) throw SessionError("the main display stays");
     apply(mWorld.removeDisplay(display));
 }
 
@@ -113,7 +275,21 @@ void Headset::reportXrSession(const std::string& name, int state) {
         throw SessionError(name + ": setAppState is refused with " + std::to_string(exception));
     }
     mOptions.onEvent(name + " reports its XR session " + stateName(state));
-    if (state == kVisible || state == kStopping) mOnNotification(/*focusToo=*/false);
+}
+
+void Headset::quietly(const std::function<void()>& actions) {
+    const bool before = std::exchange(mIsQuiet, true);
+    try {
+        actions();
+    } catch (...) {
+        mIsQuiet = before;
+        throw;
+    }
+    mIsQuiet = before;
+}
+
+void Headset::changeDisplay(int display) {
+    apply(mWorld.changeDisplay(display));
 }
 
 int Headset::askDisplay(const std::string& name, const char* op, int display) {
@@ -134,33 +310,6 @@ int Headset::revokeTracking(const std::string& name, int display) {
     return askDisplay(name, "revoke", display);
 }
 
-void Headset::killService(const std::string& name) {
-    mStack.killService(name);
-    mOptions.onEvent("service \"" + name + "\" is killed");
-}
-
-void Headset::restartService(const std::string& name) {
-    mStack.startService(name, mWorld);
-    mOptions.onEvent("service \"" + name + "\" is back (pid " +
-                     std::to_string(mStack.service(name).pid()) + ")");
-    const bool observed = name == "activity" || name == "VelmarWindowManager";
-    if (!observed || !mStack.daemonRuns()) return;
-    mStack.awaitDaemonObserver(name);
-    mOptions.onEvent("vrfocus has registered its observer with it");
-}
-
-void Headset::killDaemon() {
-    mStack.killDaemon();
-    mOptions.onEvent("vrfocus is killed");
-}
-
-void Headset::restartDaemon() {
-    mStack.startDaemon();
-    for (const auto& [name, app] : mApps)
-        ask(name, operation("connect"));
-    mOptions.onEvent("vrfocus is back");
-}
-
 void Headset::reportActivitiesAgain() {
     apply(mWorld.activityReport());
 }
@@ -171,29 +320,47 @@ void Headset::reportWindowAgain() {
 
 void Headset::apply(const std::vector<Notice>& notices) {
     pushWorld();
-    for (const Notice& notice : notices)
-        tell(notice);
-}
-
-void Headset::pushWorld() {
-    Json::Value request = operation("world");
-    request["world"] = mWorld.toJson();
-    for (const std::string& name : Stack::serviceNames()) {
-        if (mStack.serviceRuns(name)) mStack.service(name).request(request, mStack.patience());
+    if (mIsQuiet) return;
+    for (const Notice& notice : notices) {
+        this->notice(notice);
+        if (mSettlesNotices) settle();
     }
 }
 
-void Headset::tell(const Notice& notice) {
-    if (!mStack.serviceRuns(notice.sender())) return;
-    Json::Value request = operation("tell");
-    request["notice"] = notice.toJson();
-    const Json::Value answer = mStack.service(notice.sender()).request(request, mStack.patience());
-    const int told = answer["told"].asInt();
-    mOptions.onEvent(describe(notice, told));
-    if (told > 0 && isPassedOn(notice.kind)) mOnNotification(/*focusToo=*/true);
+void Headset::pushWorld() {
+    tell(WorldChanged{mWorld});
+    Json::Value request = operation("world");
+    request["world"] = mWorld.toJson();
+    for (const std::string& name : Stack::serviceNames())
+        static_cast<void>(mStack.askService(name, request));
 }
 
-std::string Headset::describe(const Notice& notice, int told) const {
+void Headset::notice(const Notice& notice) {
+    const std::string sender = notice.sender();
+    if (mStack.isHeldUp(sender)) {
+        mHeldUp.push_back(notice);
+        mOptions.onEvent(describe(notice) + " (to be told when the service runs on)");
+        return;
+    }
+    Json::Value request = operation("tell");
+    request["notice"] = notice.toJson();
+    const auto answer = mStack.askService(sender, request);
+    if (!answer) return;
+    if ((*answer)["sent"].empty()) mOptions.onEvent(describe(notice) + " (kept back by a fault)");
+    takeSent(*answer);
+}
+
+void Headset::takeSent(const Json::Value& answer) {
+    for (const Json::Value& row : answer["sent"]) {
+        const auto sent = Notice::fromJson(row["notice"]);
+        const int told = row["told"].asInt();
+        if (!sent) throw SessionError("a service sent what is no notice: " + toLine(row));
+        tell(NoticeSent{*sent, told});
+        mOptions.onEvent(describe(*sent) + (told == 0 ? " (nobody asked to be told)" : ""));
+    }
+}
+
+std::string Headset::describe(const Notice& notice) const {
     std::string text = notice.sender() + ": ";
     switch (notice.kind) {
         case Notice::Kind::ForegroundActivities:
@@ -208,19 +375,26 @@ std::string Headset::describe(const Notice& notice, int told) const {
             break;
         case Notice::Kind::DisplayEvent:
             text += "display " + std::to_string(notice.display) +
-                    (notice.value == Notice::kDisplayRemoved ? " is removed" : " is added");
+                    (notice.value == Notice::kDisplayRemoved   ? " is removed"
+                     : notice.value == Notice::kDisplayChanged ? " has changed"
+                                                               : " is added");
             break;
         case Notice::Kind::FocusedWindow:
             text += nameOf(notice.pid) + " has the focused window";
             break;
     }
-    return text + (told == 0 ? " (nobody asked to be told)" : "");
+    return text;
+}
+
+bool Headset::isTaken(int uid) const {
+    const auto has = [uid](const auto& spec) { return spec.second.uid == uid; };
+    return std::any_of(mSpecs.begin(), mSpecs.end(), has) ||
+           std::any_of(mWorld.packages().begin(), mWorld.packages().end(), has);
 }
 
 std::string Headset::nameOf(int pid) const {
-    for (const auto& [name, known] : mPids) {
-        if (known == pid) return name;
-    }
+    const auto owner = mOwners.find(pid);
+    if (owner != mOwners.end()) return owner->second;
     return pid == 0 ? "nobody" : "pid " + std::to_string(pid);
 }
 

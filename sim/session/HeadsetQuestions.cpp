@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // The simulated headset: what apps ask the daemon, and waiting for the right answers.
+#include <set>
 #include <string>
 #include <utility>
 
@@ -21,7 +22,34 @@ void complain(const char* op, const Json::Value& answer, Answers* out) {
 }  // namespace
 
 Json::Value Headset::ask(const std::string& name, Json::Value request) {
-    return app(name).request(std::move(request), mStack.patience());
+    DrivenProcess& asked = app(name);
+    // What an app only looks up in itself needs nobody else.
+    static const std::set<std::string> kLocal{"heard", "stop", "rename", "become"};
+    const bool isLocal = kLocal.contains(request["op"].asString());
+    for (const std::string& needed :
+         {name, std::string(Stack::kHub), std::string(Stack::kDaemon)}) {
+        if (needed != name && isLocal) continue;
+        ChildProcess* process = needed == name ? &asked.process() : mStack.find(needed);
+        if (process != nullptr && process->isHung()) {
+            throw SessionError(needed + " would not answer: it hangs");
+        }
+    }
+    const int turns = asked.process().isSlow() ? Stack::kTurnsOfSlowProcesses : 1;
+    Json::Value answer = asked.request(request, turns * mStack.patience());
+    if (!isLocal) tell(CallAnswered{asked.pid(), request, answer});
+    return answer;
+}
+
+Stack::ToolRun Headset::dump(const std::vector<std::string>& arguments) {
+    for (const char* needed : {Stack::kHub, Stack::kServiceManager, Stack::kDaemon}) {
+        ChildProcess* process = mStack.find(needed);
+        if (process != nullptr && process->isHung()) {
+            throw SessionError(std::string(needed) + " would not answer: it hangs");
+        }
+    }
+    std::vector<std::string> words{"dumpsys", "vrfocus"};
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return mStack.runTool(words);
 }
 
 void Headset::addVerdicts(const std::string& reader, int type, bool Verdict::*member,

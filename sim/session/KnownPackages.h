@@ -8,7 +8,7 @@ constexpr const char* kShell = "com.velmar.shellenv";
 constexpr const char* kGame = "com.orbit.racer";
 constexpr const char* kCoachPackage = "com.pulse.coach";
 constexpr const char* kCoach = "com.pulse.coach:tracking";
-/** The package of the person at the command line: tools run under its uid, the session's own. */
+/** The package of the person at the command line, and of the tools. */
 constexpr const char* kTerminal = "com.android.shell";
 
 constexpr const char* kReadFocus = "com.velmar.permission.READ_FOCUS_STATE";

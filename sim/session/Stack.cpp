@@ -8,8 +8,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <driver/AssignedUids.h>
 #include <driver/Driver.h>
 
+#include <algorithm>
 #include <array>
 #include <deque>
 #include <filesystem>
@@ -24,11 +26,24 @@ constexpr const char* kServiceProgram = "sim_service";
 constexpr const char* kAppProgram = "sim_app";
 constexpr size_t kTailLines = 12;
 
+// The platform's, of its system server.
+constexpr uid_t kSystemUid = 1000;
+
+/** From the closing of a process's sockets to its end. */
+constexpr std::chrono::milliseconds kEndOfHub(100);
+
+using Control = binderhost::HubControl;
+
 std::unique_ptr<SessionFolder> makeFolder() {
     std::string error;
     auto folder = SessionFolder::make(&error);
     if (folder == nullptr) throw SessionError("cannot make the session's folder: " + error);
     return folder;
+}
+
+Stack::Uids uidsOn(const std::string& device) {
+    if (device.empty()) return Stack::Uids::Hubs;
+    return ChildProcess::canChangeUids() ? Stack::Uids::Kernels : Stack::Uids::Own;
 }
 
 std::string passedFdText() {
@@ -57,9 +72,11 @@ const std::vector<std::string>& Stack::serviceNames() {
     return kNames;
 }
 
-Stack::Stack(Options options) : mOptions(std::move(options)), mFolder(makeFolder()) {
+Stack::Stack(Options options)
+      : mOptions(std::move(options)), mUids(uidsOn(mOptions.device)), mFolder(makeFolder()) {
     checkPrograms();
     checkDevice();
+    if (!mOptions.device.empty()) mKernel = KernelBinder::open();
 }
 
 void Stack::checkPrograms() const {
@@ -84,30 +101,51 @@ void Stack::checkDevice() const {
 
 void Stack::boot(const World& world) {
     prepareFiles();
-    if (mOptions.device.empty()) {
-        startCore(kHub, {"--socket", mFolder->file("binder"), "--ready-fd", passedFdText()});
-    }
-    startCore(kServiceManager, {"--ready-fd", passedFdText()});
-    for (const std::string& name : serviceNames())
-        startService(name, world);
-    startDaemon();
+    bringUp(world);
 }
 
-void Stack::startService(const std::string& name, const World& world) {
-    Launch launch = launchOf(kServiceProgram, name);
+void Stack::bringUp(const World& world) {
+    if (mOptions.device.empty() && mHub == nullptr) {
+        startHub();
+    }
+    if (mServiceManager == nullptr) startServiceManager();
+    for (const std::string& name : serviceNames()) {
+        if (!serviceRuns(name)) startService(name, world);
+    }
+    if (!daemonRuns()) startDaemon();
+}
+
+void Stack::startService(const std::string& name, const World& world, const ServiceStart& how) {
+    checkUp(name);
+    killService(name);
+    Launch launch = vouchedFor(launchOf(kServiceProgram, name), kSystemUid);
     launch.arguments = {kServiceProgram, name};
     auto service = startDriven(launch, name);
-    Json::Value request(Json::objectValue);
-    request["op"] = "world";
+    Json::Value request = operation("world");
     request["world"] = world.toJson();
     service->request(request, mOptions.patience);
-    service->awaitEvent("ready", mOptions.patience);
-    mOptions.onReady(name, service->pid());
+    if (!how.descriptor.empty()) {
+        FaultPlan misnamed;
+        misnamed.kind = FaultPlan::Kind::Descriptor;
+        misnamed.descriptor = how.descriptor;
+        Json::Value fault = operation("fault");
+        fault["plan"] = misnamed.toJson();
+        service->request(fault, mOptions.patience);
+        mMisnamed.insert(name);
+    }
+    Json::Value publish = operation("publish");
+    publish["milliseconds"] = static_cast<int>(how.late.count());
+    service->request(publish, mOptions.patience);
+    if (how.late.count() == 0) {
+        service->awaitEvent("ready", mOptions.patience);
+    } else {
+        mLate.insert(name);
+    }
     mServices[name] = std::move(service);
 }
 
 void Stack::killService(const std::string& name) {
-    mServices.erase(name);
+    forget(name);
 }
 
 bool Stack::serviceRuns(const std::string& name) const {
@@ -121,13 +159,12 @@ DrivenProcess& Stack::service(const std::string& name) {
 }
 
 void Stack::startDaemon() {
-    Launch launch = launchOf(kDaemon, kDaemon);
+    checkUp(kDaemon);
+    Launch launch = vouchedFor(launchOf(kDaemon, kDaemon), kSystemUid);
     launch.arguments = {kDaemon};
     mDaemon = start(launch);
-    for (const char* name : {"activity", "VelmarWindowManager"}) {
-        if (serviceRuns(name)) awaitDaemonObserver(name);
-    }
-    mOptions.onReady(kDaemon, mDaemon->pid());
+    for (const char* name : {"activity", "VelmarWindowManager"})
+        awaitDaemonObserver(name);
 }
 
 void Stack::killDaemon() {
@@ -135,14 +172,16 @@ void Stack::killDaemon() {
 }
 
 void Stack::awaitDaemonObserver(const std::string& name) {
+    if (!daemonRuns() || mDaemon->isHung()) return;
     // Waited for in slices: a daemon that ends meanwhile is told of at once.
     constexpr std::chrono::milliseconds kSlice(100);
     const auto deadline = std::chrono::steady_clock::now() + mOptions.patience;
-    Json::Value request(Json::objectValue);
-    request["op"] = "awaitObserver";
+    Json::Value request = operation("awaitObserver");
     request["pid"] = daemonPid();
     request["milliseconds"] = static_cast<int>(kSlice.count());
-    while (!service(name).request(request, mOptions.patience)["found"].asBool()) {
+    while (!isHeldUp(name) && !mFaulty.contains(name) && isPublished(name)) {
+        const auto answer = askService(name, request);
+        if (!answer || (*answer)["found"].asBool()) return;
         pause(std::chrono::milliseconds(0));
         if (std::chrono::steady_clock::now() > deadline) {
             throw SessionError("the daemon registered no observer with '" + name + "' in time");
@@ -150,10 +189,14 @@ void Stack::awaitDaemonObserver(const std::string& name) {
     }
 }
 
-std::unique_ptr<DrivenProcess> Stack::startApp(const std::string& name, std::optional<uid_t> uid) {
-    Launch launch = launchOf(kAppProgram, name);
+std::unique_ptr<DrivenProcess> Stack::startApp(const std::string& name, uid_t uid, bool keepsRoot) {
+    checkUp(name);
+    Launch launch = vouchedFor(launchOf(kAppProgram, name), uid);
     launch.arguments = {name};
-    launch.uid = uid;
+    if (mUids == Uids::Kernels) {
+        launch.uid = uid;
+        launch.keepsRoot = keepsRoot;
+    }
     auto app = startDriven(launch, name);
     app->awaitEvent("ready", mOptions.patience);
     return app;
@@ -168,6 +211,7 @@ void Stack::pause(std::chrono::milliseconds time) {
     } else {
         poll(nullptr, 0, static_cast<int>(time.count()));
     }
+    forgetEnded();
     checkRunning(kHub, mHub.get());
     checkRunning(kServiceManager, mServiceManager.get());
     for (const auto& [name, service] : mServices)
@@ -175,11 +219,11 @@ void Stack::pause(std::chrono::milliseconds time) {
     checkRunning(kDaemon, mDaemon.get());
 }
 
-void Stack::killCore(const std::string& name) {
-    for (auto& [core, process] :
-         {std::pair(kHub, &mHub), {kServiceManager, &mServiceManager}, {kDaemon, &mDaemon}}) {
-        if (name == core && *process != nullptr) (*process)->kill();
-    }
+void Stack::checkHub() const {
+    if (mHub == nullptr) return;
+    pollfd ended{mHub->endFd(), POLLIN, 0};
+    poll(&ended, 1, static_cast<int>(kEndOfHub.count()));
+    checkRunning(kHub, mHub.get());
 }
 
 std::string Stack::logTails() const {
@@ -195,7 +239,9 @@ Launch Stack::launchOf(const std::string& program, const std::string& log) const
     Launch launch;
     launch.program = mOptions.programs + "/" + program;
     launch.environment = environment();
-    launch.logFile = mFolder->file(log + ".log");
+    std::string file = log + ".log";
+    std::replace(file.begin(), file.end(), '/', '_');  // native processes are named by paths
+    launch.logFile = mFolder->file(file);
     return launch;
 }
 
@@ -206,21 +252,73 @@ std::unique_ptr<ChildProcess> Stack::start(const Launch& launch) const {
     return process;
 }
 
-void Stack::startCore(const std::string& name, std::vector<std::string> arguments) {
+Launch Stack::vouchedFor(Launch launch, uid_t uid) const {
+    if (mUids != Uids::Hubs) return launch;
+    launch.beforeExec = [this, uid](pid_t child) { return vouch(child, uid); };
+    return launch;
+}
+
+std::string Stack::vouch(pid_t child, uid_t uid) const {
+    if (mControl == nullptr) return "no hub runs that could vouch for it";
+    const Control::Status status = mControl->assign(child, uid);
+    if (status == Control::Status::Done) return {};
+    return "it cannot have uid " + std::to_string(uid) + ": " + Control::describe(status);
+}
+
+void Stack::changeUid(pid_t app, uid_t uid) {
+    if (mUids != Uids::Hubs) return;
+    const Control::Status status = mControl->reassign(app, uid);
+    if (status == Control::Status::Done) return;
+    throw SessionError("pid " + std::to_string(app) + " cannot have uid " + std::to_string(uid) +
+                       ": " + Control::describe(status));
+}
+
+int Stack::toolUid() const {
+    constexpr uid_t kShellUid = binderhost::AssignedUids::kOthersUid;
+    return static_cast<int>(mUids == Uids::Hubs ? kShellUid : geteuid());
+}
+
+int Stack::systemUid() const {
+    return static_cast<int>(mUids == Uids::Hubs ? kSystemUid : geteuid());
+}
+
+void Stack::startHub() {
+    std::string error;
+    android::base::unique_fd hubsEnd;
+    mControl = Control::make(&hubsEnd, &error);
+    if (mControl == nullptr) throw SessionError(error);
+    Launch launch = launchOf(kHub, kHub);
+    launch.arguments = {kHub, "--socket", mFolder->file("binder"), "--control-fd", passedFdText()};
+    launch.passedFd = hubsEnd.get();
+    auto process = start(launch);
+    hubsEnd.reset();
+    const Control::Status status = mControl->awaitReady(
+            mOptions.patience, mOptions.stops == nullptr ? -1 : mOptions.stops->fd());
+    if (status == Control::Status::Stopped) throw SessionStopped(mOptions.stops->take());
+    if (status == Control::Status::NoHub) {
+        process->kill();
+        throw SessionError(std::string(kHub) + " ended at its start (" + process->ending() + ")");
+    }
+    if (status != Control::Status::Done) {
+        throw SessionError(std::string(kHub) + " did not become ready in time");
+    }
+    mHub = std::move(process);
+}
+
+void Stack::startServiceManager() {
+    const std::string name = kServiceManager;
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
         throw SessionError(std::string("pipe: ") + strerror(errno));
     const android::base::unique_fd reader(ends[0]);
     android::base::unique_fd writer(ends[1]);
-    Launch launch = launchOf(name, name);
-    launch.arguments = std::move(arguments);
-    launch.arguments.insert(launch.arguments.begin(), name);
+    Launch launch = vouchedFor(launchOf(name, name), kSystemUid);
+    launch.arguments = {name, "--ready-fd", passedFdText()};
     launch.passedFd = writer.get();
     auto process = start(launch);
     writer.reset();
     awaitReadyByte(name, reader.get(), *process);
-    mOptions.onReady(name, process->pid());
-    (name == kHub ? mHub : mServiceManager) = std::move(process);
+    mServiceManager = std::move(process);
 }
 
 void Stack::awaitReadyByte(const std::string& name, int fd, ChildProcess& process) const {

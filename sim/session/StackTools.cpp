@@ -28,22 +28,31 @@ void Stack::prepareFiles() {
     const std::string sink = environment().at("HOST_TELEMETRY");
     const android::base::unique_fd fd(open(sink.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
     if (!fd.ok()) throw SessionError(sink + ": " + strerror(errno));
-    // A development build, so that debug properties take effect; processes look for the store
-    // once, so it must be there before them.
-    const ToolRun made = runTool({"setprop", "ro.debuggable", "1"});
-    if (made.status != 0) throw SessionError("setprop failed: " + made.output);
+    // Processes look for the store once, so it must be there before them.
+    for (const auto& [name, value] : mOptions.properties) {
+        const ToolRun made = runTool({"setprop", name, value});
+        if (made.status != 0) throw SessionError("setprop failed: " + made.output);
+    }
 }
 
 std::map<std::string, std::string> Stack::environment() const {
     const std::string& device = mOptions.device;
     return {{"BINDER_DRIVER", device.empty() ? mFolder->file("binder") : device},
             {"HOST_PROPERTIES", mFolder->file("properties")},
-            {"HOST_TELEMETRY", mFolder->file("telemetry")}};
+            {"HOST_TELEMETRY", mFolder->file("telemetry")},
+            {"HOST_LOG_LEVEL", "D"}};
+}
+
+Launch Stack::toolLaunch(const std::string& program) const {
+    Launch launch = launchOf(program, program);
+    // Some need no hub: they must not wait for one that hangs.
+    if (mHub == nullptr || mHub->isHung()) return launch;
+    return vouchedFor(std::move(launch), static_cast<uid_t>(toolUid()));
 }
 
 std::unique_ptr<ChildProcess> Stack::startTool(const std::vector<std::string>& arguments,
                                                int outputFd) {
-    Launch launch = launchOf(arguments.at(0), arguments.at(0));
+    Launch launch = toolLaunch(arguments.at(0));
     launch.arguments = arguments;
     launch.outputFd = outputFd;
     return start(launch);
@@ -52,9 +61,11 @@ std::unique_ptr<ChildProcess> Stack::startTool(const std::vector<std::string>& a
 Stack::ToolRun Stack::runTool(const std::vector<std::string>& arguments) {
     const std::string& name = arguments.at(0);
     const std::string file = mFolder->file(name + ".out");
-    Launch launch = launchOf(name, name);
+    Launch launch = toolLaunch(name);
     launch.arguments = arguments;
     launch.logFile = file;
+    // One that did not end in time has left it.
+    unlink(file.c_str());
     const auto process = start(launch);
     std::array<pollfd, 2> watched{
             pollfd{process->endFd(), POLLIN, 0},
@@ -85,8 +96,8 @@ std::vector<Stack::Member> Stack::members() const {
     return members;
 }
 
-bool Stack::retry(const std::function<bool()>& done) {
-    const auto deadline = std::chrono::steady_clock::now() + mOptions.patience;
+bool Stack::retry(const std::function<bool()>& done, milliseconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
     for (milliseconds wait = kFirstPause;; wait = std::min(wait * 2, kLongestPause)) {
         if (done()) return true;
         if (std::chrono::steady_clock::now() > deadline) return false;

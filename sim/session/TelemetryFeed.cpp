@@ -11,13 +11,6 @@
 #include "session/SessionError.h"
 
 namespace sim {
-namespace {
-
-constexpr int kFocusEvents = 120828;
-const char* const kMessage = "VelmarVrfocusServiceEvents";
-
-}  // namespace
-
 TelemetryFeed::TelemetryFeed(Stack& stack) : mStack(stack) {
     auto ends = LineChannel::makePair();
     if (!ends) throw SessionError(std::string("socketpair: ") + strerror(errno));
@@ -25,68 +18,31 @@ TelemetryFeed::TelemetryFeed(Stack& stack) : mStack(stack) {
     mTool = mStack.startTool({"telemetry", "--follow", "--json"}, ends->second.fd());
 }
 
-std::vector<Json::Value> TelemetryFeed::await(size_t count) {
-    const auto deadline = std::chrono::steady_clock::now() + mStack.patience();
-    std::vector<Json::Value> events;
-    while (events.size() < count) {
-        Json::Value event;
-        const int stopFd = mStack.stops() == nullptr ? -1 : mStack.stops()->fd();
-        switch (mLines->receive(&event, deadline, stopFd)) {
-            case LineChannel::Read::Message:
-                events.push_back(std::move(event));
-                break;
-            case LineChannel::Read::Stopped:
-                throw SessionStopped(mStack.stops()->take());
-            case LineChannel::Read::TimedOut:
-                throw SessionError("telemetry: " + std::to_string(count) + " events due, " +
-                                   std::to_string(events.size()) + " came in time");
-            case LineChannel::Read::Malformed:
-                throw SessionError("the telemetry tool printed a line that is no JSON object");
-            case LineChannel::Read::Closed:
-                mTool->kill();
-                throw SessionError("the telemetry tool has ended (" + mTool->ending() + ")");
-        }
+Json::Value TelemetryFeed::takePrinted() {
+    Json::Value taken(Json::objectValue);
+    taken["heard"] = Json::arrayValue;
+    Json::Value event;
+    do {
+        mLast = mLines->receive(&event, std::chrono::steady_clock::now());
+        if (mLast == LineChannel::Read::Message) taken["heard"].append(event);
+    } while (mLast == LineChannel::Read::Message);
+    return taken;
+}
+
+void TelemetryFeed::check() {
+    if (mLast == LineChannel::Read::Malformed) {
+        throw SessionError("telemetry --follow printed a line that is no JSON object");
     }
-    return events;
+    if (mLast != LineChannel::Read::Closed) return;
+    // The descriptor closes a moment before the process can be reaped.
+    mTool->kill();
+    throw SessionError("telemetry --follow has ended (" + mTool->ending() + ")");
 }
 
 size_t TelemetryFeed::countAll() {
     const Stack::ToolRun run = mStack.runTool({"telemetry", "--json"});
     if (run.status != 0) throw SessionError("telemetry --json failed: " + run.output);
     return static_cast<size_t>(std::count(run.output.begin(), run.output.end(), '\n'));
-}
-
-std::string TelemetryFeed::text(const Json::Value& event) {
-    const Json::Value& fields = event["fields"];
-    if (!fields.isObject()) return toLine(event);
-    std::string text = fields["focus_event"].asString() + ":";
-    for (const char* name :
-         {"current_top_activity", "package_name", "pid", "uid", "is_top_activity"}) {
-        if (fields.isMember(name)) text += std::string(" ") + name + "=" + fields[name].asString();
-    }
-    return text;
-}
-
-Json::Value TelemetryFeed::expected(const Told& told) {
-    Json::Value event(Json::objectValue);
-    event["id"] = kFocusEvents;
-    event["event"] = kMessage;
-    Json::Value& fields = event["fields"] = Json::objectValue;
-    fields["focus_event"] = "immersive_app_update";
-    fields["current_top_activity"] = told.top;
-    if (told.pid == 0) return event;
-    fields["package_name"] = told.immersive;
-    fields["pid"] = told.pid;
-    fields["uid"] = told.uid;
-    fields["is_top_activity"] = told.isTop;
-    return event;
-}
-
-std::string TelemetryFeed::difference(const Told& due, Json::Value event) {
-    event.removeMember("time_us");
-    const Json::Value wanted = expected(due);
-    if (event == wanted) return "";
-    return "\n    expected " + toLine(wanted) + "\n    got      " + toLine(event);
 }
 
 }  // namespace sim

@@ -1,64 +1,51 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The session as people read it: what happened, then what the daemon answered.
-//
-//       3/15  The racer starts its XR session
-//             - com.orbit.racer reports its XR session visible
-//             > com.velmar.shellenv hears: top com.orbit.racer, immersive com.orbit.racer (pid
-//             4102) app                   pid    uid  head  input com.velmar.shellenv  4101  10050
-//             yes   yes com.orbit.racer      4102  10061  yes   yes immersive com.orbit.racer* top
-//             com.orbit.racer
-//
-// What differs from the step before is bold, or marked with a star where there are no colours.
+// What a session prints for people, in colours where they can be seen.
 #pragma once
 
 #include <cstdio>
-#include <optional>
 #include <string>
-#include <vector>
 
-#include "session/Answers.h"
+#include "session/StopSignals.h"
 
 namespace sim {
 
 class Timeline {
 public:
-    struct App {
-        std::string name;
-        int pid = 0;
-        int uid = 0;
-    };
-
-    /** Writes to a stream that outlives it, flushing after every step. */
-    Timeline(FILE* out, bool colours) : mOut(out), mColours(colours) {}
+    /**
+     * Writes to a stream that outlives it, flushing after every line. With signals to stop, which
+     * outlive it, too, a wish to stop is heard also while nobody reads: whatever writes then throws
+     * SessionStopped.
+     */
+    Timeline(FILE* out, bool colours, StopSignals* stops = nullptr)
+          : mOut(out), mColours(colours), mStops(stops) {}
 
     /** Colours when the stream is a terminal that knows them and NO_COLOR is unset. */
     [[nodiscard]] static bool wantsColours(FILE* out);
 
+    /** Whether something could not be written, for another reason than a reader that has gone. */
+    [[nodiscard]] bool isLost() const { return ferror(mOut) != 0; }
     void line(const std::string& text);
-    void ready(const std::string& name, int pid);
-    /** A row about a process that runs: what it does here. */
-    void process(const std::string& name, int pid, int uid, const std::string& remark);
-    void step(int number, int total, const std::string& title);
-    void event(const std::string& text);
-    /** What somebody was told by the daemon. */
-    void heard(const std::string& text);
-    /** Lines of a program's output, shown as they are. */
-    void block(const std::string& text);
-    /** apps in the order of their rows; those that the answers do not hold have ended. */
-    void answers(const std::vector<App>& apps, const Answers& answers);
+    /** A headline. */
+    void title(const std::string& text);
+    /** A comment below a line of a scenario. */
+    void remark(const std::string& text);
+    /** Something that did not go as it should, after which all goes on. */
+    void complaint(const std::string& text);
     /** Goes to standard error. */
     void failure(const std::string& text);
-    void success(const std::string& text);
+    /** As it is, to standard error. */
+    void error(const std::string& text);
+    /** To standard error, unless nobody reads there now. */
+    static void stopped(int signal);
 
 private:
+    void write(FILE* to, const std::string& text);
     [[nodiscard]] std::string styled(const char* style, const std::string& text) const;
-    [[nodiscard]] std::string cell(const std::string& text, bool changed, size_t width) const;
-    [[nodiscard]] std::string row(const App& app, const Answers& answers, size_t width) const;
 
     FILE* const mOut;
     const bool mColours;
-    std::optional<Answers> mBefore;
+    StopSignals* const mStops;
 };
 
 }  // namespace sim

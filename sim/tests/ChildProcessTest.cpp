@@ -102,6 +102,24 @@ TEST(ChildProcessTest, blockedSignalsAreNotInherited) {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
+bool isKeyPressedAtFork = false;
+
+TEST(ChildProcessTest, aKeyPressedForItsParentWhileItStartsIsNoneForIt) {
+    sigset_t keys;
+    sigset_t before;
+    sigemptyset(&keys);
+    sigaddset(&keys, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &keys, &before);
+    pthread_atfork(nullptr, nullptr, [] {
+        if (isKeyPressedAtFork) raise(SIGINT);
+    });
+    isKeyPressedAtFork = true;
+    Script script("echo lives >&3");
+    isKeyPressedAtFork = false;
+    EXPECT_EQ(script.output(), "lives\n");
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
 TEST(ChildProcessTest, itTakesTheGivenUidWhenThatIsAllowed) {
     Launch launch;
     launch.uid = 10061;

@@ -31,6 +31,18 @@ public:
     std::pair<int, long> mAwaited{};
 };
 
+class FakeSwitch : public FaultSwitch {
+public:
+    void set(const FaultPlan& plan) override { mPlans.push_back(plan); }
+    Json::Value callers() const override {
+        Json::Value pids(Json::arrayValue);
+        pids.append(17);
+        return pids;
+    }
+
+    std::vector<FaultPlan> mPlans;
+};
+
 Json::Value request(const std::string& op) {
     Json::Value value(Json::objectValue);
     value["id"] = 41;
@@ -42,7 +54,8 @@ class ServiceControlTest : public testing::Test {
 protected:
     FakeService mService;
     WorldReplica mReplica;
-    ServiceControl mControl{mService, mReplica};
+    FakeSwitch mSwitch;
+    ServiceControl mControl{"activity", mService, mSwitch, mReplica};
 };
 
 TEST_F(ServiceControlTest, everyAnswerCarriesTheIdOfItsRequest) {
@@ -66,7 +79,10 @@ TEST_F(ServiceControlTest, tellHandsTheNoticeOnAndSaysHowManyTookIt) {
     const Notice notice{Notice::Kind::ProcessDied, 1, 2, 0, 0};
     Json::Value line = request("tell");
     line["notice"] = notice.toJson();
-    EXPECT_EQ(mControl.answer(line)["told"], 2u);
+    const Json::Value sent = mControl.answer(line)["sent"];
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent[0]["told"], 2u);
+    EXPECT_EQ(Notice::fromJson(sent[0]["notice"]), notice);
     EXPECT_EQ(mService.mTold, std::vector<Notice>{notice});
 }
 
@@ -80,8 +96,62 @@ TEST_F(ServiceControlTest, awaitObserverHandsOnPidAndTime) {
     EXPECT_EQ(mControl.answer(line)["found"], false);
 }
 
-TEST_F(ServiceControlTest, statusIsTheServicesOwn) {
-    EXPECT_EQ(mControl.answer(request("status"))["observers"], 3);
+TEST_F(ServiceControlTest, statusIsTheServicesOwnAndThatOfItsFront) {
+    const Json::Value status = mControl.answer(request("status"));
+    EXPECT_EQ(status["observers"], 3);
+    EXPECT_EQ(status["callers"][0], 17);
+    EXPECT_EQ(status["published"], false);
+    mControl.published();
+    EXPECT_EQ(mControl.answer(request("status"))["published"], true);
+}
+
+TEST_F(ServiceControlTest, aServiceIsToBePublishedOnceAndAfterTheTimeThatIsSaid) {
+    EXPECT_EQ(mControl.publishTime(), std::nullopt);
+    Json::Value line = request("publish");
+    line["milliseconds"] = 60'000;
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_FALSE(mControl.answer(line).isMember("error"));
+    EXPECT_GE(mControl.publishTime(), before + std::chrono::minutes(1));
+    EXPECT_TRUE(mControl.answer(line).isMember("error"));
+    mControl.published();
+    EXPECT_EQ(mControl.publishTime(), std::nullopt);
+    EXPECT_TRUE(mControl.answer(line).isMember("error"));
+}
+
+TEST_F(ServiceControlTest, aFaultReachesTheCallsOrTheNoticesItIsFor) {
+    struct Row {
+        FaultPlan::Kind kind;
+        bool reachesCalls;
+        size_t sent;  // of one notice
+    };
+    using Kind = FaultPlan::Kind;
+    for (const Row& row : {Row{Kind::DoubleNotices, false, 2},
+                           {Kind::Dies, true, 2},
+                           {Kind::None, true, 1},
+                           {Kind::DropNotices, false, 0}}) {
+        mSwitch.mPlans.clear();
+        FaultPlan plan;
+        plan.kind = row.kind;
+        Json::Value line = request("fault");
+        line["plan"] = plan.toJson();
+        EXPECT_FALSE(mControl.answer(line).isMember("error"));
+        EXPECT_EQ(mSwitch.mPlans.size(), row.reachesCalls ? 1u : 0u);
+        Json::Value tell = request("tell");
+        tell["notice"] = Notice{}.toJson();
+        EXPECT_EQ(mControl.answer(tell)["sent"].size(), row.sent);
+    }
+}
+
+TEST_F(ServiceControlTest, aDescriptorIsChosenBeforeTheServiceIsPublished) {
+    FaultPlan plan;
+    plan.kind = FaultPlan::Kind::Descriptor;
+    plan.descriptor = "x";
+    Json::Value line = request("fault");
+    line["plan"] = plan.toJson();
+    EXPECT_FALSE(mControl.answer(line).isMember("error"));
+    mControl.published();
+    EXPECT_TRUE(mControl.answer(line).isMember("error"));
+    EXPECT_EQ(mSwitch.mPlans.size(), 1u);
 }
 
 TEST_F(ServiceControlTest, linesThatAskForNothingAreErrorsAndChangeNothing) {
@@ -91,14 +161,21 @@ TEST_F(ServiceControlTest, linesThatAskForNothingAreErrorsAndChangeNothing) {
     badNotice["notice"]["pid"] = 1;
     Json::Value badWait = request("awaitObserver");
     badWait["pid"] = "7";
+    Json::Value noFault = request("fault");
+    Json::Value badFault = request("fault");
+    badFault["plan"] = FaultPlan{FaultPlan::Kind::Dies, "reboot"}.toJson();
+    Json::Value noTime = request("publish");
+    noTime["milliseconds"] = -1;
     Json::Value noOp(Json::objectValue);
     Json::Value oddOp = request("status");
     oddOp["op"] = 7;
-    for (const Json::Value& line : {badWorld, badNotice, badWait, noOp, oddOp, request("reboot")}) {
+    for (const Json::Value& line : {badWorld, badNotice, badWait, noFault, badFault, noTime, noOp,
+                                    oddOp, request("reboot")}) {
         EXPECT_TRUE(mControl.answer(line)["error"].isString()) << line;
     }
     EXPECT_EQ(*mReplica.get(), World());
     EXPECT_TRUE(mService.mTold.empty());
+    EXPECT_TRUE(mSwitch.mPlans.empty());
     EXPECT_EQ(mService.mAwaited.first, 0);
 }
 

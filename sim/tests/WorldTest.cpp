@@ -108,6 +108,18 @@ const std::vector<NoticeRow>& noticeRows() {
              {},
              [](World& world) { return world.focusWindowOf(kGame); },
              {focused(kGame, kGameUid)}},
+            {"no focused window any more",
+             {[](World& world) { return world.focusWindowOf(kGame); }},
+             [](World& world) { return world.focusNoWindow(); },
+             {focused(0, 0)}},
+            {"something else about a display",
+             {},
+             [](World& world) { return world.changeDisplay(0); },
+             {{Kind::DisplayEvent, 0, 0, 0, Notice::kDisplayChanged}}},
+            {"something about a display that is not there",
+             {},
+             [](World& world) { return world.changeDisplay(kSecond); },
+             {}},
             {"a death is told as such, and never as a lost foreground",
              {start(kShell, 0), start(kGame, 0)},
              [](World& world) { return world.removeProcess(kGame); },
@@ -198,40 +210,61 @@ TEST(WorldTest, answersAboutPanelServicesByPidAndUid) {
     EXPECT_FALSE(world.hasForegroundPanelService(kPanel, kPanelUid));
 }
 
-TEST(WorldTest, permissionsAreThoseOfTheProcessElseThoseOfTheUid) {
+TEST(WorldTest, permissionsAreThoseOfTheUid) {
     struct Row {
         const char* what;
         const char* permission;
-        int pid;
         int uid;
         bool expected;
     };
     const std::vector<Row> rows{
-            {"granted to the package", "READ", kShell, kShellUid, true},
-            {"granted to another package", "READ", kGame, kGameUid, false},
-            {"a process with a suffix has its package's", "BACKGROUND", kPanel, kPanelUid, true},
-            {"an unknown process has its uid's", "READ", 999, kShellUid, true},
-            {"a pid under another uid is an unknown process", "READ", kGame, kShellUid, true},
-            {"a pid whose own uid is not meant", "READ", kShell, kGameUid, false},
-            {"a uid without packages", "READ", 999, 0, false},
+            {"granted to its package", "READ", kShellUid, true},
+            {"granted to another package", "READ", kGameUid, false},
+            {"another permission", "BACKGROUND", kPanelUid, true},
+            {"a uid without packages", "READ", 0, false},
     };
     const World world = worldWithApps();
     for (const Row& row : rows) {
-        EXPECT_EQ(world.hasPermission(row.permission, row.pid, row.uid), row.expected) << row.what;
+        EXPECT_EQ(world.hasPermission(row.permission, row.uid), row.expected) << row.what;
     }
 }
 
-TEST(WorldTest, processesUnderOneSharedUidKeepTheirOwnPermissions) {
+TEST(WorldTest, packagesOfASharedUidHoldTheirPermissionsTogether) {
     World world;
     world.installPackage("com.a", {1000, {"READ"}});
-    world.installPackage("com.b", {1000, {}});
-    world.addProcess(1, "com.a", 1000);
-    world.addProcess(2, "com.b", 1000);
-    EXPECT_TRUE(world.hasPermission("READ", 1, 1000));
-    EXPECT_FALSE(world.hasPermission("READ", 2, 1000));
+    world.installPackage("com.b", {1000, {"WRITE"}});
+    EXPECT_TRUE(world.hasPermission("READ", 1000));
+    EXPECT_TRUE(world.hasPermission("WRITE", 1000));
     EXPECT_THAT(world.packagesOf(1000), ElementsAre("com.a", "com.b"));
     EXPECT_EQ(world.uidOf("com.b"), 1000);
     EXPECT_EQ(world.uidOf("com.c"), std::nullopt);
+}
+
+TEST(WorldTest, aProcessInThePlaceOfAnotherHasAllThatItHad) {
+    World world = worldWithApps();
+    static_cast<void>(world.startActivity(kShell, 0));
+    static_cast<void>(world.startActivity(kGame, 0));
+    static_cast<void>(world.setPanelService(kGame, true));
+    static_cast<void>(world.focusWindowOf(kGame));
+    world.replaceProcess(kGame, 61);
+    EXPECT_FALSE(world.processes().contains(kGame));
+    EXPECT_TRUE(world.hasForegroundPanelService(61, kGameUid));
+    EXPECT_THAT(world.displaysWithTopActivities(61, {0}), ElementsAre(0));
+    EXPECT_EQ(world.focusedWindowOwner(), 61);
+    EXPECT_TRUE(world.hasActivityOnPrimaryDisplay(kShell, kShellUid));
+    const World before = world;
+    world.replaceProcess(kGame, 62);
+    EXPECT_EQ(world, before) << "nobody has that pid any more";
+}
+
+TEST(WorldTest, permissionsComeAndGo) {
+    World world = worldWithApps();
+    EXPECT_FALSE(world.hasPermission("READ", kGameUid));
+    EXPECT_TRUE(world.setPermission("com.game", "READ", true));
+    EXPECT_TRUE(world.hasPermission("READ", kGameUid));
+    EXPECT_TRUE(world.setPermission("com.game", "READ", false));
+    EXPECT_FALSE(world.hasPermission("READ", kGameUid));
+    EXPECT_FALSE(world.setPermission("com.unknown", "READ", true));
 }
 
 }  // namespace

@@ -42,6 +42,11 @@ std::string Notice::sender() const {
     return rowOf(kind).sender;
 }
 
+bool Notice::isSender(const std::string& service) {
+    return std::any_of(kKinds.begin(), kKinds.end(),
+                       [&](const KindRow& row) { return service == row.sender; });
+}
+
 Json::Value Notice::toJson() const {
     Json::Value value(Json::objectValue);
     value["notice"] = rowOf(kind).name;

@@ -19,6 +19,7 @@ struct Notice {
         FocusedWindow,         // window manager: uid, pid
     };
     static constexpr int kDisplayAdded = 1;
+    static constexpr int kDisplayChanged = 2;
     static constexpr int kDisplayRemoved = 3;
 
     Kind kind = Kind::ForegroundActivities;
@@ -31,6 +32,8 @@ struct Notice {
 
     /** Name of the service that sends it. */
     [[nodiscard]] std::string sender() const;
+    /** Whether a service sends notices of any kind. */
+    [[nodiscard]] static bool isSender(const std::string& service);
 
     [[nodiscard]] Json::Value toJson() const;
     /** Absent when it is not what toJson() makes. */

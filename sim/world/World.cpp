@@ -22,6 +22,14 @@ void World::installPackage(const std::string& name, Package package) {
     mPackages[name] = std::move(package);
 }
 
+bool World::setPermission(const std::string& package, const std::string& permission, bool granted) {
+    const auto found = mPackages.find(package);
+    if (found == mPackages.end()) return false;
+    if (granted) found->second.permissions.insert(permission);
+    if (!granted) found->second.permissions.erase(permission);
+    return true;
+}
+
 void World::addProcess(int pid, const std::string& name, int uid) {
     mProcesses[pid] = Process{name, uid, /*panelService=*/false};
 }
@@ -44,6 +52,17 @@ std::vector<Notice> World::removeProcess(int pid) {
     return notices;
 }
 
+void World::replaceProcess(int oldPid, int newPid) {
+    auto process = mProcesses.extract(oldPid);
+    if (process.empty()) return;
+    process.key() = newPid;
+    mProcesses.erase(newPid);
+    mProcesses.insert(std::move(process));
+    for (auto& [display, activities] : mDisplays)
+        std::replace(activities.begin(), activities.end(), oldPid, newPid);
+    if (mFocusedPid == oldPid) mFocusedPid = newPid;
+}
+
 std::vector<Notice> World::addDisplay(int display) {
     if (!mDisplays.try_emplace(display).second) return {};
     return {{Notice::Kind::DisplayEvent, 0, 0, display, Notice::kDisplayAdded}};
@@ -58,6 +77,11 @@ std::vector<Notice> World::removeDisplay(int display) {
     for (const Notice& notice : changesSince(before))
         notices.push_back(notice);
     return notices;
+}
+
+std::vector<Notice> World::changeDisplay(int display) const {
+    if (!mDisplays.contains(display)) return {};
+    return {{Notice::Kind::DisplayEvent, 0, 0, display, Notice::kDisplayChanged}};
 }
 
 std::vector<Notice> World::startActivity(int pid, int display) {
@@ -93,6 +117,11 @@ std::vector<Notice> World::changeServices(int pid) const {
 std::vector<Notice> World::focusWindowOf(int pid) {
     if (!mProcesses.contains(pid)) return {};
     mFocusedPid = pid;
+    return {focusNotice()};
+}
+
+std::vector<Notice> World::focusNoWindow() {
+    mFocusedPid = 0;
     return {focusNotice()};
 }
 
@@ -148,11 +177,7 @@ std::optional<int> World::uidOf(const std::string& package) const {
     return found->second.uid;
 }
 
-bool World::hasPermission(const std::string& permission, int pid, int uid) const {
-    if (const Process* process = processOf(pid, uid)) {
-        const auto package = mPackages.find(packageOfProcess(process->name));
-        return package != mPackages.end() && package->second.permissions.contains(permission);
-    }
+bool World::hasPermission(const std::string& permission, int uid) const {
     return std::any_of(mPackages.begin(), mPackages.end(), [&](const auto& entry) {
         return entry.second.uid == uid && entry.second.permissions.contains(permission);
     });

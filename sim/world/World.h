@@ -48,12 +48,19 @@ public:
     // Changes. Those that name an unknown process or display change nothing and tell nobody.
 
     void installPackage(const std::string& name, Package package);
+    /** False when the package is not installed. */
+    [[nodiscard]] bool setPermission(const std::string& package, const std::string& permission,
+                                     bool granted);
     /** A pid that is known already is replaced silently: the system has reused it. */
     void addProcess(int pid, const std::string& name, int uid);
     [[nodiscard]] std::vector<Notice> removeProcess(int pid);
+    /** All that a process had is another's, of the same name and uid, that was started for it. */
+    void replaceProcess(int oldPid, int newPid);
     [[nodiscard]] std::vector<Notice> addDisplay(int display);
     /** The primary display cannot be removed. */
     [[nodiscard]] std::vector<Notice> removeDisplay(int display);
+    /** Something else about a display: a notice, no state that anyone asks. */
+    [[nodiscard]] std::vector<Notice> changeDisplay(int display) const;
     /** Puts the process's activity on top of the display; one that is there already moves up. */
     [[nodiscard]] std::vector<Notice> startActivity(int pid, int display);
     [[nodiscard]] std::vector<Notice> finishActivity(int pid, int display);
@@ -61,6 +68,8 @@ public:
     /** A background service of a process starts or stops: a notice, no state that anyone asks. */
     [[nodiscard]] std::vector<Notice> changeServices(int pid) const;
     [[nodiscard]] std::vector<Notice> focusWindowOf(int pid);
+    /** No window has focus: told as pid and uid 0. */
+    [[nodiscard]] std::vector<Notice> focusNoWindow();
 
     /** All that an activity manager tells when it reports every process anew. */
     [[nodiscard]] std::vector<Notice> activityReport() const;
@@ -80,13 +89,13 @@ public:
     /** In ascending order of names. */
     [[nodiscard]] std::vector<std::string> packagesOf(int uid) const;
     [[nodiscard]] std::optional<int> uidOf(const std::string& package) const;
-    /**
-     * A known process holds what its package holds; any other caller what the packages of its uid
-     * hold together. So apps stay apart even where all of them must run under one uid.
-     */
-    [[nodiscard]] bool hasPermission(const std::string& permission, int pid, int uid) const;
+    /** Who calls under a uid holds what the packages of that uid hold together. */
+    [[nodiscard]] bool hasPermission(const std::string& permission, int uid) const;
 
     [[nodiscard]] const std::map<int, Process>& processes() const { return mProcesses; }
+    [[nodiscard]] const std::map<std::string, Package>& packages() const { return mPackages; }
+    /** By number, the pids of the activities on each, the top one last. */
+    [[nodiscard]] const std::map<int, std::vector<int>>& displays() const { return mDisplays; }
     [[nodiscard]] int focusedWindowOwner() const { return mFocusedPid; }
 
     // As a message: fromJson(toJson()) is equal to the original.

@@ -8,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <fstream>
 #include <set>
 #include <thread>
@@ -34,6 +35,11 @@ constexpr int kCrowd = 1000;
 constexpr int kTimes = 10'000;
 constexpr bool kMemoryIsTheirs = true;
 #endif
+
+/** So many calls in a row: its looper may run late, and what waits for it takes the hub's memory.
+ */
+constexpr int kInARow = 500;
+static_assert(kTimes % kInARow == 0);
 
 constexpr uint64_t kHead = 0x1000, kInput = 0x2000, kTop = 0x3000, kNew = 0x10000;
 
@@ -125,20 +131,32 @@ protected:
     }
 };
 
+int64_t median(std::vector<int64_t> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
 TEST_F(CrowdTest, aThousandProcessesAreAllToldAndLeaveNothingWhenTheyAreKilled) {
     constexpr int kRounds = 3;
-    // A leak of a hundred bytes for each listener is twice as much.
-    constexpr int64_t kMargin = kRounds * int64_t{kCrowd} * 3 * 50;
+    // A leak of a hundred bytes for each listener is twice as much, in every round; a heap that
+    // grows once, as more was under way at a time than before, does so in one.
+    constexpr int64_t kMargin = int64_t{kCrowd} * 3 * 50;
     run([&] {
         // The first ones let tables and arenas grow to the size that stays.
         gatherTellAndKill();
         gatherTellAndKill();
         expectNoTrace([&] {
-            const Memory before = memory();
+            std::vector<int64_t> daemon, hub;
             for (int round = 0; round < kRounds; ++round) {
+                const Memory before = memory();
                 gatherTellAndKill();
-                expectNoMoreThan(kMargin, before, "a round");
+                const Memory after = memory();
+                daemon.push_back(after.daemon - before.daemon);
+                hub.push_back(after.hub - before.hub);
             }
+            if (!kMemoryIsTheirs) return;
+            EXPECT_LE(median(daemon), kMargin);
+            EXPECT_LE(median(hub), kMargin);
         });
     });
 }
@@ -186,20 +204,26 @@ TEST_F(CrowdTest, oneThatRegistersTenThousandTimesIsBoundedAndForgotten) {
             expectOk(caller, kRegisterVrFocusListener, focusListener(kInput, 1));
             uint64_t node = kNew;
             for (const Phase& phase : phases) {
-                door.await('n');
-                for (int i = 0; i < kTimes; ++i)
+                for (int i = 0; i < kTimes; ++i) {
+                    if (i % kInARow == 0) door.await('n');
                     phase.once(caller, node += 0x10);
-                door.tell('d');
+                    if (i % kInARow == kInARow - 1) door.tell('d');
+                }
             }
             looper.join();
+        };
+        const auto playPhase = [&](Child& player) {
+            for (int i = 0; i < kTimes; i += kInARow) {
+                player.tell('n');
+                player.await('d');
+                mHeadset->settle();
+            }
         };
         // One before has the arenas grow to the size that stays.
         {
             Child first(play);
-            for (size_t i = 0; i < phases.size(); ++i) {
-                first.tell('n');
-                first.await('d');
-            }
+            for (size_t i = 0; i < phases.size(); ++i)
+                playPhase(first);
         }
         awaitNobody();
         const Holdings held = settledHoldings();
@@ -209,8 +233,7 @@ TEST_F(CrowdTest, oneThatRegistersTenThousandTimesIsBoundedAndForgotten) {
         const Holdings heldWithIt = settledHoldings();
         for (const Phase& phase : phases) {
             const Memory before = memory();
-            child.tell('n');
-            child.await('d');
+            playPhase(child);
             expectHoldings(heldWithIt);
             expectNoMoreThan(phase.margin * kTimes, before, phase.what);
         }

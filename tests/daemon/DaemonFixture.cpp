@@ -3,15 +3,13 @@
 // Daemon fixture.
 #include "DaemonFixture.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <sstream>
 
 namespace daemontest {
 
 DaemonFixture::DaemonFixture() {
-    mHeadset->install("com.velmar.test", static_cast<int>(geteuid()),
+    mHeadset->install("com.velmar.test", mHeadset->stack().toolUid(),
                       {"com.velmar.permission.READ_FOCUS_STATE",
                        "com.velmar.permission.GRANT_TRACKING_SERVICE_ACCESS_TO_DISPLAY",
                        "android.permission.DUMP"});

@@ -2,9 +2,10 @@
 //
 // A booted headset with a game in front, whose daemon the test process itself may call.
 //
-// The test's own uid holds every permission that the daemon asks for, so a caller in the test
-// process is granted all, as root and as an ordinary user. Each test ends by looking whether the
-// daemon is the one that was started, answers, and holds no more than before.
+// The uid of all that the session has not started holds every permission that the daemon asks for,
+// so a caller in the test process is granted all, as root and as an ordinary user. Each test ends
+// by looking whether the daemon is the one that was started, answers, and holds no more than
+// before.
 #pragma once
 
 #include <gtest/gtest.h>

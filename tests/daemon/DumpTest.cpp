@@ -4,10 +4,10 @@
 #include <binder/IBinder.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <json/reader.h>
 
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "DaemonFixture.h"
 #include "tests/ToolProcess.h"
@@ -21,11 +21,6 @@ using android::base::unique_fd;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-constexpr const char* kHelp =
-        "Usage: \n"
-        "  dumpsys vrfocus [-a]\tPrints human readable state\n"
-        "  dumpsys vrfocus json\tPrints state in json format\n";
-
 class DumpTest : public DaemonFixture {
 protected:
     tools::Transcript dumpsys(std::vector<std::string> arguments, int out = -1) {
@@ -34,45 +29,16 @@ protected:
     }
 };
 
-TEST_F(DumpTest, textNamesTheStateWithAndWithoutTheArgument) {
-    for (const auto& arguments : {std::vector<std::string>{}, {"-a"}}) {
-        const tools::Transcript told = dumpsys(arguments);
-        EXPECT_EQ(told.status, 0) << told.err;
-        EXPECT_THAT(told.out, StartsWith("=== VrFocusService ===\n\n=== Clients ===\n"));
-        EXPECT_THAT(told.out, HasSubstr("\n=== Current State ===\n"));
-        EXPECT_THAT(told.out, HasSubstr(sim::kGame));
-    }
-}
-
-TEST_F(DumpTest, jsonIsOneObject) {
-    const tools::Transcript told = dumpsys({"json"});
-    EXPECT_EQ(told.status, 0) << told.err;
-    Json::Value dump;
-    std::string errors;
-    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    ASSERT_TRUE(reader->parse(told.out.data(), told.out.data() + told.out.size(), &dump, &errors))
-            << errors << told.out;
-    EXPECT_EQ(dump.getMemberNames(), std::vector<std::string>{"focusPolicy"})
-            << "no type had a listener yet";
-    EXPECT_THAT(told.out, HasSubstr(sim::kGame));
-}
-
-TEST_F(DumpTest, wrongArgumentsAreAnsweredByTheUsage) {
-    const struct {
-        std::vector<std::string> arguments;
-        std::string error;
-    } kRows[] = {
-            {{"JSON"}, "Error: unexpected argument: JSON\n"},
-            {{"-A"}, "Error: unexpected argument: -A\n"},
-            {{""}, "Error: unexpected argument: \n"},
-            {{"%s%n"}, "Error: unexpected argument: %s%n\n"},
-            {{"json", "json"}, "Error: unexpected number of arguments.\n"},
-            {{"-a", "x", "y"}, "Error: unexpected number of arguments.\n"},
+TEST_F(DumpTest, theToolShowsEachFormAndTheUsage) {
+    const std::pair<const char*, testing::Matcher<std::string>> rows[] = {
+            {"-a", testing::AllOf(StartsWith("=== VrFocusService ===\n"), HasSubstr(sim::kGame))},
+            {"json", testing::AllOf(StartsWith("{\n"), HasSubstr(sim::kGame))},
+            {"-A", StartsWith("Error: unexpected argument: -A\nUsage: \n")},
     };
-    for (const auto& [arguments, error] : kRows) {
-        const tools::Transcript told = dumpsys(arguments);
+    for (const auto& [argument, matcher] : rows) {
+        const tools::Transcript told = dumpsys({argument});
         EXPECT_EQ(told.status, 0) << told.err;
-        EXPECT_EQ(told.out, error + kHelp);
+        EXPECT_THAT(told.out, matcher);
     }
 }
 

@@ -5,7 +5,7 @@
 // Driven by JSON lines on descriptor 3; says {"event": "ready"} first. Each of these is answered by
 // a line with the same id:
 //
-//      registerFocus, unregisterFocus    {"type": N}    {"exception": E, "result": B}
+//      registerFocus                     {"type": N}    {"exception": E, "result": B}
 //      registerTop, unregisterTop        -              likewise
 //      heard                             -              {"focus": [n, n], "tops": n, "top": {...}}
 //      status                            -              {"tops": ["activity", ...]}, all, in order
@@ -136,8 +136,6 @@ private:
         Status status = Status::fromExceptionCode(Status::EX_UNSUPPORTED_OPERATION);
         if (op == "registerFocus") {
             status = mService->registerVrFocusListener(mFocus[type], type, &result);
-        } else if (op == "unregisterFocus") {
-            status = mService->unregisterVrFocusListener(type, &result);
         } else if (op == "registerTop") {
             status = mService->registerVrTopActivityListener(mTop, &result);
         } else if (op == "unregisterTop") {

@@ -39,10 +39,6 @@ protected:
         EXPECT_EQ(answer["exception"], 0) << op << type;
         EXPECT_EQ(answer["result"], true) << op << type;
     }
-    void expectIllegal(DrivenProcess& listener, const char* op, int type = 0) {
-        const Json::Value answer = ask(listener, op, type);
-        EXPECT_EQ(answer["exception"], kIllegalArgument) << op << type;
-    }
     void registerAll(DrivenProcess& listener) {
         expectTaken(listener, "registerFocus", 0);
         expectTaken(listener, "registerFocus", 1);

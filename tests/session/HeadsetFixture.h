@@ -24,7 +24,6 @@ protected:
         options.stack.device = binderhost::tests::testDevice();
         // A failure guard, not a measure: machines that run the tests may be slow.
         options.stack.patience = std::chrono::seconds(60);
-        options.ownUids = ChildProcess::canChangeUids();
         options.onEvent = [this](const std::string& line) { mEvents += "  " + line + "\n"; };
         mHeadset = std::make_unique<Headset>(options);
         mHeadset->install(kShell, 10050,
@@ -75,10 +74,6 @@ protected:
     }
 
     static Json::Value operation(const std::string& op) { return sim::operation(op); }
-
-    /** Every app has a uid of its own, and none is root. */
-    bool uidsTellAppsApart() const { return mHeadset->uidOf(kShell) != mHeadset->uidOf(kGame); }
-    bool appsAreRoot() const { return mHeadset->uidOf(kGame) == 0; }
 
     std::string mEvents;
     std::unique_ptr<Headset> mHeadset;

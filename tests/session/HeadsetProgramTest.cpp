@@ -1,13 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
-// The built-in session as a person plays it: from the command line, to its end or to a stop.
+// Scenarios as a person plays them: from the command line, to their end or to a stop.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <regex>
-#include <set>
+#include <fstream>
+#include <map>
 
 #include "RunningProgram.h"
 #include "TestDevice.h"
@@ -32,10 +31,9 @@ const char* const kPrograms[] = {"binderhub", "servicemanager", "sim_service", "
 class HeadsetProgramTest : public testing::Test {
 protected:
     HeadsetProgramTest() {
-        // As /tmp is: the session's apps pass through it under uids of their own.
-        fs::permissions(mTemp.path, fs::perms(0711));
         mLaunch.program = std::string(PROGRAMS) + "/headset";
-        mLaunch.arguments = {"headset"};
+        mLaunch.arguments = {"headset", "run",
+                             std::string(SOURCE_ROOT) + "/scenarios/a-day-on-the-headset.scenario"};
         mLaunch.environment = {{"TMPDIR", mTemp.path}};
         if (onDevice()) mLaunch.environment["BINDER_DRIVER"] = testDevice();
     }
@@ -45,15 +43,40 @@ protected:
         return static_cast<size_t>(std::distance(fs::directory_iterator(mTemp.path), {}));
     }
 
-    /** The pids that the output names, of everything the session has started. */
-    static std::set<pid_t> pidsIn(const std::string& text) {
-        static const std::regex kPid("pid ([0-9]+)|com[.][a-z.:]+ +([0-9]+) ");
-        std::set<pid_t> pids;
-        for (std::sregex_iterator match(text.begin(), text.end(), kPid), end; match != end;
-             ++match) {
-            pids.insert(std::stoi((*match)[1].matched ? (*match)[1] : (*match)[2]));
+    /** Plays this text. */
+    void play(const std::string& text) {
+        const std::string file = std::string(mScenarios.path) + "/my.scenario";
+        ASSERT_TRUE(android::base::WriteStringToFile(text, file));
+        mLaunch.arguments = {"headset", "run", file};
+    }
+
+    /** A scenario that would go on for longer than anything else here. */
+    void playForLong() {
+        play("start game\nfront game\nexpect focus game both\n"
+             "wait until focus game none within=600\n");
+    }
+
+    /** What a process has started, by name: services by that of their service. */
+    static std::map<std::string, pid_t> childrenOf(pid_t parent) {
+        std::map<std::string, pid_t> children;
+        for (const auto& entry : fs::directory_iterator("/proc")) {
+            std::string status, words;
+            if (!android::base::ReadFileToString(entry.path() / "status", &status)) continue;
+            if (status.find("\nPPid:\t" + std::to_string(parent) + "\n") == std::string::npos) {
+                continue;
+            }
+            if (!android::base::ReadFileToString(entry.path() / "cmdline", &words)) continue;
+            const std::string name = words.c_str();
+            const std::string second =
+                    words.size() > name.size() ? words.c_str() + name.size() + 1 : "";
+            children[name == "sim_service" ? second : name] = std::stoi(entry.path().filename());
         }
-        return pids;
+        return children;
+    }
+
+    static void expectGone(const std::map<std::string, pid_t>& processes) {
+        for (const auto& [name, pid] : processes)
+            EXPECT_TRUE(RunningProgram::awaitEnd(pid)) << name;
     }
 
     /** A folder with a copy of headset, which finds the other programs beside itself. */
@@ -72,34 +95,25 @@ protected:
     }
 
     TemporaryDir mTemp;
+    TemporaryDir mScenarios;
     Launch mLaunch;
 };
 
-/** The steps, without what differs each time: pids, and the room they take. */
-std::string timeline(const std::string& text) {
-    static const std::regex kNumber("[0-9]+"), kSpace(" +");
-    const std::string steps = text.substr(std::min(text.find(" 1/20"), text.size()));
-    return std::regex_replace(std::regex_replace(steps, kNumber, "N"), kSpace, " ");
-}
-
-void expectWholeSession(RunningProgram& headset) {
+void expectWholeScenario(RunningProgram& headset) {
     EXPECT_EQ(headset.finish(), 0) << headset.text();
-    for (int step = 1; step <= 20; ++step) {
-        EXPECT_THAT(headset.text(), HasSubstr(std::to_string(step) + "/20  "));
-    }
-    EXPECT_THAT(headset.text(), HasSubstr("every answer was the one that was due"));
+    EXPECT_THAT(headset.text(), HasSubstr(".scenario: every expectation held\n"));
 }
 
 TEST_F(HeadsetProgramTest, playsToItsEndAndLeavesNothing) {
     RunningProgram headset(mLaunch);
-    expectWholeSession(headset);
+    ASSERT_TRUE(headset.prints("game reports its XR session visible")) << headset.text();
+    const auto children = childrenOf(headset.process().pid());
+    expectWholeScenario(headset);
+    EXPECT_EQ(children.size(), kCoreProcesses + 6 + 4) << "shell, game, observer, telemetry";
+    expectGone(children);
     EXPECT_THAT(headset.text(), Not(HasSubstr("\033"))) << "no colours where nobody sees them";
+    EXPECT_THAT(headset.text(), HasSubstr("=== VrFocusService ===")) << "the dump";
     EXPECT_EQ(leftovers(), 0u);
-    const std::set<pid_t> pids = pidsIn(headset.text());
-    EXPECT_EQ(pids.size(), kCoreProcesses + 6 + 1 + 6)
-            << "with the activity manager that came back";
-    for (const pid_t pid : pids)
-        EXPECT_NE(kill(pid, 0), 0) << pid;
 }
 
 TEST_F(HeadsetProgramTest, playsToItsEndAsAnOrdinaryUser) {
@@ -109,92 +123,188 @@ TEST_F(HeadsetProgramTest, playsToItsEndAsAnOrdinaryUser) {
     moveTo(programs, {std::begin(kPrograms), std::end(kPrograms)}, /*copy=*/true);
     fs::copy(fs::path(PROGRAMS) / "telemetry-events", fs::path(programs.path) / "telemetry-events");
     ASSERT_EQ(chown(mTemp.path, kNobody, kNobody), 0);
+    std::string day;
+    ASSERT_TRUE(android::base::ReadFileToString(mLaunch.arguments.back(), &day));
+    play(onDevice() ? "start game\nfront game\nexpect focus game both\n" : day);
+    fs::permissions(mScenarios.path, fs::perms(0755));
     mLaunch.uid = kNobody;
     if (onDevice()) mLaunch.environment["BINDER_DRIVER"] = kUsersDevice;
     RunningProgram headset(mLaunch);
-    expectWholeSession(headset);
-    EXPECT_THAT(headset.text(), HasSubstr("apps under uid 65534"));
+    expectWholeScenario(headset);
     EXPECT_EQ(leftovers(), 0u);
 }
 
-TEST_F(HeadsetProgramTest, theTimelineShowsWhatTheDaemonToldReportedAndDumped) {
-    RunningProgram headset(mLaunch);
-    expectWholeSession(headset);
-    for (const char* line :
-         {"> com.velmar.shellenv hears: head focus x3; input focus x3; top com.orbit.racer, "
-          "immersive none x3\n",
-          "> com.pulse.coach:tracking hears: head focus; top com.orbit.racer, immersive "
-          "com.orbit.racer (pid ",
-          "> vrfocushelper hears: top com.velmar.shellenv, immersive com.velmar.shellenv x2\n",
-          "> telemetry: immersive_app_update: current_top_activity=com.orbit.racer\n",
-          "> telemetry: immersive_app_update: current_top_activity=com.orbit.racer "
-          "package_name=com.orbit.racer pid=",
-          "- dumpsys vrfocus\n       | === VrFocusService ===\n", "- dumpsys vrfocus json\n"}) {
-        EXPECT_THAT(headset.text(), HasSubstr(line));
+TEST_F(HeadsetProgramTest, whatDoesNotHoldEndsItWithThePlaceAndWhatWasTheCase) {
+    const struct {
+        const char* line;
+        const char* expected;
+        const char* got;
+    } rows[] = {{"expect focus game head", "head", "both"},
+                {"expect immersive none", "none", "game"},
+                {"expect heard shell top:com.other.app", "top:com.other.app",
+                 "top:com.orbit.racer:com.orbit.racer"},
+                {"expect heard shell head exact=yes", "head", "head head"},
+                {"expect no heard shell head", "head", "head head"},
+                {"expect heard shell head head head", "head head head", "head head"},
+                {"expect helper top:com.other.app", "top:com.other.app", "top:com.orbit.racer"},
+                {"expect telemetry top:com.other.app", "top:com.other.app", "top:com.orbit.racer"},
+                {"expect no telemetry", "", "top:com.orbit.racer"},
+                {"ask game top", "status ok", "status security"},
+                {"ask shell top status=dead", "status dead", "status ok"}};
+    for (const auto& row : rows) {
+        const std::string line = row.line;
+        SCOPED_TRACE(line);
+        const bool waits = line.starts_with("expect") && line.find(" no ") == std::string::npos;
+        play("start shell permissions=read-focus\nstart game process=com.orbit.racer\n"
+             "listen shell head\nlisten shell top\nfront game\nreport game visible\n"
+             "expect heard shell top:com.orbit.racer:com.orbit.racer\n" +
+             line + (waits ? " within=0.3" : "") + "\n");
+        RunningProgram headset(mLaunch);
+        EXPECT_EQ(headset.finish(), 1) << headset.text();
+        EXPECT_THAT(headset.text(), HasSubstr("my.scenario:8:1: " + line));
+        const size_t due = headset.text().find("\n    expected  ");
+        const size_t got = headset.text().find("\n    got       ");
+        ASSERT_NE(got, std::string::npos) << headset.text();
+        EXPECT_THAT(headset.text().substr(due, got - due), HasSubstr(row.expected));
+        EXPECT_THAT(headset.text().substr(got), HasSubstr(row.got));
+        EXPECT_THAT(headset.text(), HasSubstr("- game reports its XR session visible"));
+        EXPECT_EQ(leftovers(), 0u);
     }
-    const size_t unregistered = headset.text().find("unregisters its listener for input focus");
-    EXPECT_THAT(headset.text().substr(unregistered), Not(HasSubstr("hears: head focus; input")));
 }
 
 /** A daemon that says nothing but the truth, and a tool that does not decode it. */
-TEST_F(HeadsetProgramTest, telemetryThatCannotBeDecodedEndsTheSessionWithTheDifference) {
+TEST_F(HeadsetProgramTest, telemetryThatCannotBeDecodedIsNotTheOneThatIsDue) {
     TemporaryDir programs;
     moveTo(programs, {std::begin(kPrograms), std::end(kPrograms)}, /*copy=*/true);
+    play("start game process=com.orbit.racer\nfront game\nreport game visible\n"
+         "expect telemetry top:com.orbit.racer within=0.3\n");
     RunningProgram headset(mLaunch);
     EXPECT_EQ(headset.finish(), 1);
-    EXPECT_THAT(headset.text(), HasSubstr("step 4 (The game starts its XR session): telemetry"));
-    EXPECT_THAT(headset.text(), HasSubstr("expected {\"event\":\"VelmarVrfocusServiceEvents\""));
-    EXPECT_THAT(headset.text(), HasSubstr("got      {\"bytes\":\"0a14"));
+    EXPECT_THAT(headset.text(), HasSubstr("my.scenario:4:1: expect telemetry"));
 }
 
-TEST_F(HeadsetProgramTest, theTimelineIsTheSameOnEachDriver) {
-    RunningProgram here(mLaunch);
-    expectWholeSession(here);
-    mLaunch.environment.erase("BINDER_DRIVER");
-    RunningProgram overAHub(mLaunch);
-    expectWholeSession(overAHub);
-    EXPECT_THAT(overAHub.text(), HasSubstr("ready  binderhub"));
-    EXPECT_EQ(timeline(here.text()), timeline(overAHub.text()));
-}
-
-TEST_F(HeadsetProgramTest, twoSessionsAtOnceDoNotMeet) {
+TEST_F(HeadsetProgramTest, twentyAtOnceDoNotMeet) {
     SKIP_ON_DEVICE("a device has one context manager");
-    RunningProgram one(mLaunch);
-    RunningProgram two(mLaunch);
-    expectWholeSession(one);
-    expectWholeSession(two);
+    play("start shell process=com.velmar.shellenv uid=10050 permissions=read-focus\n"
+         "listen shell top\nfront shell\n"
+         "expect heard shell top:com.velmar.shellenv top:com.velmar.shellenv exact=yes\n"
+         "start game process=com.orbit.racer uid=10061\nfront game\nreport game visible\n"
+         "expect immersive game\nexpect foreground game\n"
+         "expect dump focusPolicy.allClients.# 2\n");
+    std::vector<std::unique_ptr<RunningProgram>> all;
+    for (int number = 0; number < 20; ++number)
+        all.push_back(std::make_unique<RunningProgram>(mLaunch));
+    for (const auto& each : all)
+        expectWholeScenario(*each);
+    EXPECT_EQ(leftovers(), 0u);
+}
+
+TEST_F(HeadsetProgramTest, aProcessThatEndsByItselfEndsItWithTheNameAndLeavesNothing) {
+    playForLong();
+    std::vector<std::string> names{"servicemanager",      "activity",       "display",
+                                   "permission",          "package_native", "vrfocus",
+                                   "VelmarWindowManager", "vrfocushelper"};
+    if (!onDevice()) names.emplace_back("binderhub");
+    for (const std::string& name : names) {
+        SCOPED_TRACE(name);
+        RunningProgram headset(mLaunch);
+        ASSERT_TRUE(headset.prints("wait until")) << headset.text();
+        const auto children = childrenOf(headset.process().pid());
+        ASSERT_TRUE(children.contains(name));
+        ASSERT_EQ(kill(children.at(name), SIGKILL), 0);
+        EXPECT_EQ(headset.finish(), 1) << headset.text();
+        EXPECT_THAT(headset.text(), HasSubstr("my.scenario:4:1: wait until"));
+        EXPECT_THAT(headset.text(), HasSubstr(name + " has ended (signal 9)"));
+        expectGone(children);
+        EXPECT_EQ(leftovers(), 0u);
+    }
 }
 
 TEST_F(HeadsetProgramTest, aStopInTheMiddleLeavesNoProcessAndNoFolder) {
+    playForLong();
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         RunningProgram headset(mLaunch);
-        ASSERT_TRUE(headset.prints(" 4/20")) << headset.text();
+        ASSERT_TRUE(headset.prints("wait until")) << headset.text();
+        const auto children = childrenOf(headset.process().pid());
+        EXPECT_EQ(children.size(), kCoreProcesses + 6 + 3);
         headset.process().signal(number);
         EXPECT_EQ(headset.finish(), 128 + number) << headset.text();
-        const std::set<pid_t> pids = pidsIn(headset.text());
-        EXPECT_GE(pids.size(), kCoreProcesses + 6 + 2);
-        for (const pid_t pid : pids)
-            EXPECT_NE(kill(pid, 0), 0) << pid;
+        expectGone(children);
         EXPECT_EQ(leftovers(), 0u);
     }
 }
 
 TEST_F(HeadsetProgramTest, aStopWhileItStartsLeavesNothingEither) {
     RunningProgram headset(mLaunch);
-    ASSERT_TRUE(headset.prints("servicemanager")) << headset.text();
+    ASSERT_TRUE(headset.prints("start shell")) << headset.text();
     headset.process().signal(SIGTERM);
     EXPECT_EQ(headset.finish(), 128 + SIGTERM) << headset.text();
-    for (const pid_t pid : pidsIn(headset.text()))
-        EXPECT_NE(kill(pid, 0), 0) << pid;
     EXPECT_EQ(leftovers(), 0u);
 }
 
 TEST_F(HeadsetProgramTest, killingItKillsAllThatItStarted) {
+    playForLong();
     RunningProgram headset(mLaunch);
-    ASSERT_TRUE(headset.prints(" 4/20")) << headset.text();
+    ASSERT_TRUE(headset.prints("wait until")) << headset.text();
+    const auto children = childrenOf(headset.process().pid());
+    EXPECT_GE(children.size(), kCoreProcesses + 6);
     headset.process().kill();
-    for (const pid_t pid : pidsIn(headset.text()))
-        EXPECT_TRUE(RunningProgram::awaitEnd(pid)) << pid;
+    expectGone(children);
+}
+
+TEST_F(HeadsetProgramTest, whoseFolderWasDeletedStillEndsInOrder) {
+    playForLong();
+    RunningProgram headset(mLaunch);
+    ASSERT_TRUE(headset.prints("wait until")) << headset.text();
+    for (const auto& entry : fs::directory_iterator(mTemp.path))
+        fs::remove_all(entry.path());
+    const auto children = childrenOf(headset.process().pid());
+    headset.process().signal(SIGTERM);
+    EXPECT_EQ(headset.finish(), 128 + SIGTERM) << headset.text();
+    expectGone(children);
+    EXPECT_EQ(leftovers(), 0u);
+}
+
+TEST_F(HeadsetProgramTest, aScenarioIsFoundByItsNameAndElseTheNearestAreNamed) {
+    const fs::path folder(mScenarios.path);
+    fs::create_directory(folder / "scenarios");
+    for (const char* name : {"a-slow-day", "the-hub-dies", "the-hub-restarts", "a-tour"}) {
+        std::ofstream(folder / "scenarios" / (std::string(name) + ".scenario")) << "title here\n";
+    }
+    Launch shell = mLaunch;
+    shell.program = "/bin/sh";
+    const struct {
+        const char* word;
+        int status;
+        const char* text;
+    } rows[] = {{"a-tour", 0, "# OK  scenarios/a-tour.scenario"},
+                {"a-tour.scenario", 0, "# OK  scenarios/a-tour.scenario"},
+                {"scenarios/a-tour", 0, "# OK  scenarios/a-tour.scenario"},
+                {"a-tuor", 2, "headset: there is no scenario 'a-tuor'; did you mean a-tour,"},
+                {"hubs-and-slow", 2, "did you mean a-slow-day,"},
+                {"scenarios/the-hub-restart.scenario", 2, "did you mean the-hub-restarts, "},
+                {"a-tour none", 2, "there is no scenario 'none'"},
+                {"scenarios", 2, "there is no scenario 'scenarios'"}};
+    for (const auto& row : rows) {
+        shell.arguments = {
+                "sh", "-c",
+                "cd " + folder.string() + " && exec " + mLaunch.program + " run " + row.word};
+        RunningProgram headset(shell);
+        EXPECT_EQ(headset.finish(), row.status) << row.word;
+        EXPECT_THAT(headset.text(), HasSubstr(row.text));
+        EXPECT_EQ(headset.text().find("# scenarios/") == std::string::npos, row.status != 0)
+                << "nothing is played before all have been found";
+    }
+}
+
+TEST_F(HeadsetProgramTest, onADeviceAScenarioAboutTheHubSaysThatThereIsNone) {
+    if (!onDevice()) GTEST_SKIP() << "needs a binder device";
+    for (const char* verb : {"kill", "stop", "hang", "restart"}) {
+        play(std::string(verb) + " hub\n");
+        RunningProgram headset(mLaunch);
+        EXPECT_EQ(headset.finish(), 1);
+        EXPECT_THAT(headset.text(), HasSubstr("there is no hub here: calls go through /dev/"));
+    }
 }
 
 TEST_F(HeadsetProgramTest, helpIsPrintedAndOtherWordsAreRefusedWithUsageOnStandardError) {
@@ -209,6 +319,11 @@ TEST_F(HeadsetProgramTest, helpIsPrintedAndOtherWordsAreRefusedWithUsageOnStanda
         const char* words;
         const char* mistake;
     } rows[] = {{"--colour", "what is '--colour'?"},
+                {"--json", "--json goes with --stdin"},
+                {"--stdin --json --stdin", "'--stdin' is given twice"},
+                {"--stdin file", "what is 'file'?"},
+                {"run", "run wants a SCENARIO"},
+                {"run --loud", "what is '--loud'?"},
                 {"shell", "what is 'shell'?"},
                 {"--help --shell", "what is '--shell'?"},
                 {"--shell --loud", "what is '--loud'?"},
@@ -258,7 +373,7 @@ TEST_F(HeadsetProgramTest, everyProgramWithoutADriverNamesItAndSaysWhatIsWrong) 
                                                           {"servicemanager"},
                                                           {"service", "list"},
                                                           {"dumpsys", "-l"},
-                                                          {"headset"}}) {
+                                                          mLaunch.arguments}) {
             // It starts a hub of its own where no device is named.
             if (arguments[0] == "headset" && row.driver == socket) continue;
             SCOPED_TRACE(arguments[0] + " on " + row.driver);

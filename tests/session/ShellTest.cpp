@@ -5,6 +5,7 @@
 #include <signal.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "RunningProgram.h"
 
@@ -18,7 +19,6 @@ namespace fs = std::filesystem;
 class ShellTest : public testing::Test {
 protected:
     ShellTest() {
-        fs::permissions(mTemp.path, fs::perms(0711));
         mLaunch.program = "/bin/sh";
         mLaunch.environment = {{"TMPDIR", mTemp.path}, {"SHELL", "/bin/sh"}};
     }
@@ -67,6 +67,24 @@ TEST_F(ShellTest, aCommandHasTheStandardOutputAndTheStatusToItself) {
         EXPECT_EQ(statusOf(std::string("$H ") + row.command), row.status) << text();
 }
 
+TEST_F(ShellTest, whatTheDaemonReportsIsDecodedFieldByField) {
+    EXPECT_EQ(statusOf("$H telemetry --json"), 0);
+    const std::string pid = std::to_string(pidAfter("com.orbit.racer          pid "));
+    // The row ends with the uid and a remark.
+    const size_t row = text().find("com.orbit.racer          pid ");
+    ASSERT_NE(row, std::string::npos) << text();
+    const std::string uid = std::to_string(atoi(text().c_str() + text().find(" uid ", row) + 5));
+    const std::string event = text().substr(std::min(text().rfind("{\"time_us\""), text().size()));
+    for (const std::string& due :
+         {std::string("\"event\":\"VelmarVrfocusServiceEvents\""), std::string("\"id\":120828"),
+          std::string("\"current_top_activity\":\"com.orbit.racer\""),
+          std::string("\"focus_event\":\"immersive_app_update\""),
+          std::string("\"package_name\":\"com.orbit.racer\""),
+          std::string("\"is_top_activity\":true"), "\"pid\":" + pid, "\"uid\":" + uid + ","}) {
+        EXPECT_THAT(event, HasSubstr(due));
+    }
+}
+
 TEST_F(ShellTest, commandsAreReadFromAPipeWithoutATerminal) {
     EXPECT_EQ(statusOf("printf 'service list\nservice call vrfocus 8\ntelemetry\nexit 5\n' |"
                        " $H 2>/dev/null"),
@@ -111,10 +129,12 @@ TEST_F(ShellTest, theTermSignalEndsTheShellAndAllElse) {
 }
 
 TEST_F(ShellTest, theInterruptKeyIsForWhatRunsInTheShell) {
-    start("exec $H sh -c 'echo up; read line; dumpsys vrfocus json; exit 4' <&0");
+    start("mkfifo $TMPDIR/go; exec $H sh -c 'echo up; read line < $TMPDIR/go; "
+          "dumpsys vrfocus json; exit 4'");
     ASSERT_TRUE(mProgram->prints("up\n")) << text();
     mProgram->process().signal(SIGINT);
     mProgram->process().signal(SIGQUIT);
+    std::ofstream(std::string(mTemp.path) + "/go") << "on\n";
     EXPECT_EQ(mProgram->finish(), 4) << text();
     EXPECT_THAT(text(), HasSubstr("\"immersiveApp\" : \"com.orbit.racer\""));
 }

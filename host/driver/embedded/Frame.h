@@ -57,6 +57,7 @@ enum class Kind : uint32_t {
     OnewaySpamDetection,
     OpenOutbox,  // answered with three descriptors (embedded/OutboxLayout.h), or a negative errno
     Stats,
+    AssignedUids,  // answered with one descriptor (embedded/UidTableLayout.h), or a negative errno
     Answer = 100,
     Returns,
 };

@@ -25,6 +25,8 @@ struct Buffer {
     uint64_t charge = 0;
     bool oneway = false;
     bool delivered = false;
+    /** Serial number of the thread that it was delivered to. */
+    uint64_t reader = 0;
     pid_t senderPid = 0;
     NodePtr target;
 

@@ -254,6 +254,7 @@ void Calls::deliver(const TransactionPtr& transaction, Thread* thread, Record* r
     buffer.payload.clear();
     buffer.descriptors.clear();
     buffer.delivered = true;
+    buffer.reader = thread->serial;
     transaction->buffer = nullptr;
     if (transaction->reply || transaction->oneway) return;
     transaction->to = thread;

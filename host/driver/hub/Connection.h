@@ -12,7 +12,18 @@ namespace binderhost::hub {
 
 class Connection : public Link {
 public:
-    enum class Kind { Listener, Signal, Stranger, Process, ProcessExit, Thread, Bells, Bell };
+    enum class Kind {
+        Listener,
+        Signal,
+        Stranger,
+        Process,
+        ProcessExit,
+        Thread,
+        Bells,
+        Bell,
+        Control,
+        AssignedExit
+    };
 
     /** A driver that does not take what it asked for is put on the list, which outlives this. */
     Connection(Kind kind, android::base::unique_fd descriptor, std::vector<Connection*>* stuffed)
@@ -32,6 +43,8 @@ public:
     }
     /** The watch of a process's end or the bell of its outbox, beside its connection. */
     void watch(Process* process) { mProcess = process; }
+    /** The watch of the end of a process that has an assigned uid. */
+    void watch(pid_t pid) { mPid = pid; }
     /** Its thread has ended; what else hangs on it ends with the connection. */
     void close() {
         mDescriptor.reset();
@@ -44,12 +57,14 @@ public:
     [[nodiscard]] bool open() const { return mDescriptor.ok(); }
     [[nodiscard]] Process* process() const { return mProcess; }
     [[nodiscard]] Thread* thread() const { return mThread; }
+    [[nodiscard]] pid_t watchedPid() const { return mPid; }
 
 private:
     Kind mKind;
     android::base::unique_fd mDescriptor;
     Process* mProcess = nullptr;
     Thread* mThread = nullptr;
+    pid_t mPid = 0;
     std::vector<Connection*>* mStuffed;
 };
 

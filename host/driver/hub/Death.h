@@ -22,6 +22,8 @@ struct Death {
     Process* process = nullptr;
     uint64_t cookie = 0;
     State state = State::Linked;
+    /** Serial number of the thread that was told last. */
+    uint64_t reader = 0;
     bool clearWanted = false;
     /** The reference went away with it: what is still queued is void. */
     bool cancelled = false;

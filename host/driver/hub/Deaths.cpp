@@ -72,13 +72,14 @@ void Deaths::nodeDied(const NodePtr& node) {
     }
 }
 
-bool Deaths::tell(const DeathPtr& death, Record* record) {
+bool Deaths::tell(const DeathPtr& death, const Thread& thread, Record* record) {
     if (death->cancelled) return false;
     const bool dead = death->state == Death::State::DeadQueued;
     appendBytes(&record->head, uint32_t{dead ? BR_DEAD_BINDER : BR_CLEAR_DEATH_NOTIFICATION_DONE});
     appendBytes(&record->head, death->cookie);
     if (dead) {
         death->state = Death::State::DeadDelivered;
+        death->reader = thread.serial;
         death->process->deliveredDeaths.emplace(death->cookie, death);
     } else {
         death->process->deathLinks--;

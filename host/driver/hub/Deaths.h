@@ -25,7 +25,7 @@ public:
     void nodeDied(const NodePtr& node);
 
     /** Writes the notice; true when it was BR_DEAD_BINDER, after which a record ends. */
-    [[nodiscard]] bool tell(const DeathPtr& death, Record* record);
+    [[nodiscard]] bool tell(const DeathPtr& death, const Thread& thread, Record* record);
 
 private:
     void confirmCleared(Thread* thread, const DeathPtr& death);

@@ -35,13 +35,14 @@ Hub::~Hub() {
         closeProcess(mProcesses.back().get());
 }
 
-Process* Hub::openProcess(pid_t pid) {
-    return mProcesses.emplace_back(std::make_unique<Process>(pid)).get();
+Process* Hub::openProcess(const Identity& identity) {
+    return mProcesses.emplace_back(std::make_unique<Process>(identity)).get();
 }
 
 Thread* Hub::openThread(Process* process, Link* link) {
     if (process->threads.size() >= mLimits.threadsPerProcess) return nullptr;
-    return process->threads.emplace_back(std::make_unique<Thread>(process, link)).get();
+    return process->threads.emplace_back(std::make_unique<Thread>(process, link, ++mLastThread))
+            .get();
 }
 
 int Hub::becomeContextManager(Process* process, uid_t uid) {
@@ -155,7 +156,7 @@ bool Hub::fill(Thread* thread, Record* record) {
         } else if (const auto* node = std::get_if<NodePtr>(&work)) {
             mReferences.tellOwner(*node, record);
         } else if (const auto* death = std::get_if<DeathPtr>(&work)) {
-            ends = mDeaths.tell(*death, record);
+            ends = mDeaths.tell(*death, *thread, record);
         } else if (const auto* untold = std::get_if<Untold>(&work)) {
             thread->process->untold--;
             appendBytes(&record->head, untold->command);
@@ -243,6 +244,17 @@ std::string Hub::stats() const {
     line("outboxes", outboxes);
     line("letters_taken", mPosted);
     return out;
+}
+
+bool Hub::hasDeathLink(pid_t watcher, pid_t watched) const {
+    return std::any_of(mProcesses.begin(), mProcesses.end(), [&](const auto& process) {
+        if (process->identity.pid() != watcher) return false;
+        return std::any_of(process->handles.begin(), process->handles.end(), [&](const auto& each) {
+            const Reference& reference = *each.second;
+            return reference.death && reference.node->owner &&
+                   reference.node->owner->identity.pid() == watched;
+        });
+    });
 }
 
 }  // namespace binderhost::hub

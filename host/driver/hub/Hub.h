@@ -32,7 +32,8 @@ public:
     Hub(const Hub&) = delete;
     Hub& operator=(const Hub&) = delete;
 
-    [[nodiscard]] Process* openProcess(pid_t pid);
+    [[nodiscard]] Process* openProcess(const Identity& identity);
+    [[nodiscard]] Process* openProcess(pid_t pid) { return openProcess(Identity(pid)); }
     /** Ends the process and its threads; links are not used any more. */
     void closeProcess(Process* process);
 
@@ -54,6 +55,12 @@ public:
     [[nodiscard]] int becomeContextManager(Process* process, uid_t uid);
     void setMaxThreads(Process* process, uint32_t count) { process->maxThreads = count; }
     void detectSpam(Process* process, bool enable) { process->spamDetection = enable; }
+
+    [[nodiscard]] const std::vector<std::unique_ptr<Process>>& processes() const {
+        return mProcesses;
+    }
+    /** Whether a process of the first pid is to be told of the death of a node of the other's. */
+    [[nodiscard]] bool hasDeathLink(pid_t watcher, pid_t watched) const;
 
     /** What all processes pin, as "name=number" lines. */
     [[nodiscard]] std::string stats() const;
@@ -82,6 +89,7 @@ private:
     std::vector<std::unique_ptr<Process>> mProcesses;
     std::optional<uid_t> mContextManagerUid;
     uint64_t mPosted = 0;
+    uint64_t mLastThread = 0;
     Record mRecord;
     /** The transaction at the end of the record, and where it starts there. */
     struct {

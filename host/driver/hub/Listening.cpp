@@ -56,7 +56,7 @@ bool makeRoom(const std::string& path, std::string* error) {
 
 }  // namespace
 
-unique_fd listenAt(const std::string& path, std::string* error) {
+unique_fd listenAt(const std::string& path, OpenTo whom, std::string* error) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.empty() || path.size() >= sizeof(address.sun_path)) {
@@ -75,11 +75,11 @@ unique_fd listenAt(const std::string& path, std::string* error) {
     if (!makeRoom(path, error)) return {};
     unique_fd listener(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     const int on = 1;
-    // Anybody may connect: who may do what is decided by uid, above the driver.
-    constexpr mode_t kMode = 0666;
+    // Nobody can connect before it listens.
+    const mode_t mode = whom == OpenTo::All ? 0666 : 0600;
     if (!listener.ok() ||
         bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) ||
-        chmod(path.c_str(), kMode) ||
+        chmod(path.c_str(), mode) ||
         setsockopt(listener.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof(on)) ||
         listen(listener.get(), SOMAXCONN)) {
         *error = "cannot listen on " + path + ": " + reason();

@@ -13,8 +13,14 @@
 
 namespace binderhost::hub {
 
+enum class OpenTo : bool {
+    All,   // who may do what is decided by uid, above the driver
+    Owner  // and root
+};
+
 /** A listening socket at the path. Not ok() when it cannot be had, with a message. */
-[[nodiscard]] android::base::unique_fd listenAt(const std::string& path, std::string* error);
+[[nodiscard]] android::base::unique_fd listenAt(const std::string& path, OpenTo whom,
+                                                std::string* error);
 
 /** Makes the folder of the default socket, which only its owner can enter. */
 [[nodiscard]] bool makePrivateFolder(const std::string& folder, std::string* error);

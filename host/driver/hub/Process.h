@@ -21,7 +21,7 @@
 namespace binderhost::hub {
 
 struct Process {
-    explicit Process(pid_t pid) : identity(pid) {}
+    explicit Process(const Identity& whose) : identity(whose) {}
 
     Identity identity;
     bool dying = false;

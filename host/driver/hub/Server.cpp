@@ -15,6 +15,7 @@
 #include <cstring>
 #include <utility>
 
+#include "driver/AssignedUids.h"
 #include "hub/Report.h"
 
 namespace binderhost::hub {
@@ -28,20 +29,25 @@ Server::Server(unique_fd listener, unique_fd stop, const Limits& limits)
         mBells(epoll_create1(EPOLL_CLOEXEC)),
         mReserve(open("/dev/null", O_RDONLY | O_CLOEXEC)),
         mRoom(frame::kMaxBytes) {
-    add(Connection::Kind::Listener, std::move(listener), EPOLLIN);
+    mListener = add(Connection::Kind::Listener, std::move(listener), EPOLLIN);
     add(Connection::Kind::Signal, std::move(stop), EPOLLIN);
     add(Connection::Kind::Bells, unique_fd(fcntl(mBells.get(), F_DUPFD_CLOEXEC, 0)), EPOLLIN);
+    mOwnConnections = mConnections.size();
 }
 
 int Server::run() {
     while (!mStopping) {
         mEvents.resize(mConnections.size() + 1);
         // Letters that were written during the last round are not waited for.
+        const bool asked = mQuestion && mUnjudged;
         const int count = epoll_wait(mEpoll.get(), mEvents.data(), static_cast<int>(mEvents.size()),
-                                     mOutboxes.pending() ? 0 : -1);
+                                     mOutboxes.pending() || asked ? 0 : -1);
         if (count < 0 && errno == EINTR) continue;
         if (count < 0) return -errno;
+        const bool complete = count == 0 && !mOutboxes.pending();
         round(static_cast<size_t>(count));
+        if (asked) judgeQuiet(complete);
+        mUnjudged = !complete;
         mClosed.clear();
         giveBackMemory();
     }
@@ -62,16 +68,16 @@ void Server::round(size_t count) {
     each([this](Connection* connection, uint32_t what) {
         const bool gone = connection->kind() == Kind::Process && (what & kGone);
         if (gone || connection->kind() == Kind::ProcessExit) endProcess(connection->process());
+        if (connection->kind() == Kind::AssignedExit) endAssigned(connection);
     });
     each([this](Connection* connection, uint32_t what) {
         if (connection->kind() == Kind::Thread && (what & kGone)) endThread(connection);
     });
     each([this](Connection* connection, uint32_t what) {
         if (connection->kind() == Kind::Signal) mStopping = true;
-        if (connection->kind() <= Kind::Signal || connection->kind() == Kind::ProcessExit ||
-            connection->kind() == Kind::Bells) {
-            return;
-        }
+        const bool talks = connection->kind() == Kind::Stranger || connection->process() ||
+                           connection->kind() == Kind::Control;
+        if (!talks || connection->kind() == Kind::ProcessExit) return;
         if (what & EPOLLIN) {
             readFrame(connection);
         } else if (what & kGone) {
@@ -104,7 +110,7 @@ Connection* Server::add(Connection::Kind kind, unique_fd descriptor, uint32_t ev
 
 void Server::acceptAll(int listener) {
     // No more at once than a moment's worth: those who come must not starve those who are there.
-    for (int i = 0; i < 64; i++) {
+    for (int i = 0; i < kAcceptedAtOnce; i++) {
         unique_fd descriptor(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!descriptor.ok()) {
             if (errno == EINTR || errno == ECONNABORTED) continue;
@@ -161,7 +167,11 @@ void Server::readFrame(Connection* connection) {
         closeConnection(connection);
         return;
     }
-    handleFrame(connection, {mRoom.data(), mReceived.size});
+    if (connection->kind() == Connection::Kind::Control) {
+        handleControl({mRoom.data(), mReceived.size});
+    } else {
+        handleFrame(connection, {mRoom.data(), mReceived.size});
+    }
     mDescriptors.clear();
 }
 
@@ -235,6 +245,10 @@ void Server::greet(Connection* connection, const frame::Header& header,
         answerStats(connection);
         return;
     }
+    if (header.kind == frame::Kind::AssignedUids) {
+        shareUids(connection);
+        return;
+    }
     frame::Hello hello;
     if (!ByteReader(bytes).take(&hello) || hello.version != frame::kVersion) {
         cutOff(connection, "not a greeting of this version");
@@ -260,7 +274,9 @@ void Server::openProcess(Connection* connection) {
     const pid_t pid = mReceived.credentials->pid;
     // A child that inherited the connection would keep it open past its parent's end.
     unique_fd exit(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
-    Process* process = mHub.openProcess(pid);
+    std::optional<uid_t> given;
+    if (mAssignments) given = mAssignments->uidOf(pid).value_or(AssignedUids::kOthersUid);
+    Process* process = mHub.openProcess(Identity(pid, given));
     mStrangers.remove(connection);
     connection->becomeProcess(process);
     ProcessEntry& entry = mProcesses[process];
@@ -325,7 +341,8 @@ void Server::answerStats(Connection* connection) {
     Record record;
     appendBytes(&record.head, frame::Header{.kind = frame::Kind::Answer});
     const std::string text =
-            mHub.stats() + "connections=" + std::to_string(mConnections.size() - 3) + "\n";
+            mHub.stats() + "connections=" + std::to_string(mConnections.size() - mOwnConnections) +
+            "\n";
     record.payload.assign(text.begin(), text.end());
     (void)connection->send(record);  // has no descriptors
 }
@@ -366,6 +383,12 @@ void Server::closeProcess(Process* process) {
     const std::vector<Connection*> closing = std::move(at->second.connections);
     mProcesses.erase(at);
     mOutboxes.forget(process);
+    // Before others learn of the end: who then asks for the pid's uid is told the new one.
+    const pid_t pid = process->identity.pid();
+    const bool last = std::none_of(mProcesses.begin(), mProcesses.end(), [pid](const auto& each) {
+        return each.first->identity.pid() == pid;
+    });
+    if (mAssignments && last) mAssignments->disconnected(pid);
     mHub.closeProcess(process);
     for (Connection* connection : closing) {
         // The process has the bell as well: closing it here does not end its events.
@@ -409,6 +432,11 @@ void Server::closeConnection(Connection* connection) {
         return;
     }
     if (connection->kind() == Connection::Kind::Stranger) mStrangers.remove(connection);
+    if (connection == mControl) {
+        mControl = nullptr;
+        mQuestion.reset();
+        mOwnConnections--;
+    }
     connection->close();
     auto at = mConnections.find(connection);
     if (at == mConnections.end()) return;

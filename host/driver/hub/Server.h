@@ -7,7 +7,7 @@
 //      1. letters of outboxes         all that were sent before now, by whomever
 //      2. processes that have ended   their last frames are read, then everybody learns of the end
 //      3. threads that have ended     likewise
-//      4. one frame of each readable connection
+//      4. one frame of each readable connection, the control connection among them
 //      5. new connections
 //
 // So what a dead process still said comes before its death, its death before any command that was
@@ -20,11 +20,16 @@
 
 #include <list>
 #include <memory>
+#include <optional>
+#include <set>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "embedded/ControlFrame.h"
 #include "embedded/Frame.h"
 #include "embedded/Socket.h"
+#include "hub/Assignments.h"
 #include "hub/Connection.h"
 #include "hub/Hub.h"
 #include "hub/Outboxes.h"
@@ -37,10 +42,18 @@ public:
     Server(android::base::unique_fd listener, android::base::unique_fd stop,
            const Limits& limits = {});
 
+    /**
+     * Lets whoever made this pair of sockets control the hub (driver/HubControl.h) and tells it
+     * that the hub is ready. 0, or a negative errno: it is no such pair of this user's.
+     */
+    [[nodiscard]] int obey(android::base::unique_fd control);
+
     /** Serves until told to stop. 0, or a negative errno of epoll. */
     [[nodiscard]] int run();
 
 private:
+    static constexpr int kAcceptedAtOnce = 64;
+
     struct ProcessEntry {
         frame::Token token{};
         std::vector<Connection*> connections;
@@ -73,6 +86,20 @@ private:
     void send(Connection* connection, const frame::Answer& answer,
               std::vector<PassedDescriptor> descriptors = {});
     void answerStats(Connection* connection);
+    void shareUids(Connection* connection);
+
+    // The control connection: ServerControl.cpp.
+    void handleControl(std::span<const uint8_t> bytes);
+    [[nodiscard]] HubControl::Status assign(const control::Request& request);
+    /** A process that has an assigned uid has ended. */
+    void endAssigned(Connection* watch);
+    /** Whether the process has opened the driver; what it has left behind is closed first. */
+    [[nodiscard]] bool isConnected(pid_t pid);
+    /** Likewise of connections that have not said who they are. */
+    [[nodiscard]] bool hasStranger(pid_t pid);
+    void answerControl(uint64_t id, HubControl::Status status, std::string_view text = {});
+    /** All that was sent before the question has been read, when `complete`. */
+    void judgeQuiet(bool complete);
     /** Reads and treats all that is left in a connection whose other side has gone. */
     void drain(Connection* connection);
     void endProcess(Process* process);
@@ -84,9 +111,23 @@ private:
     /** After a crowd has left: what the allocator keeps of it would be the hub's for good. */
     void giveBackMemory();
 
+    struct Question {
+        uint64_t id = 0;
+        std::set<pid_t> leftOut;
+        bool waits = false;
+        int looks = 0;
+    };
+
     Hub mHub;
     Outboxes mOutboxes;
     const Limits mLimits;
+    /** Null in a hub that nobody controls. */
+    std::unique_ptr<Assignments> mAssignments;
+    pid_t mLauncher = 0;
+    Connection* mControl = nullptr;
+    std::optional<Question> mQuestion;
+    /** Something has happened since the question was looked at. */
+    bool mUnjudged = false;
     android::base::unique_fd mEpoll;
     /** Within mEpoll: the bells of outboxes, each event of which comes once. */
     android::base::unique_fd mBells;
@@ -99,6 +140,9 @@ private:
     size_t mRefusedAt = 0;
     size_t mMostConnections = 0;
     std::list<Connection*> mStrangers;
+    Connection* mListener = nullptr;
+    /** Connections that are there for the hub itself. */
+    size_t mOwnConnections = 0;
     std::vector<Connection*> mStuffed;
     /** Closed in this round: events may still name them. */
     std::vector<std::unique_ptr<Connection>> mClosed;

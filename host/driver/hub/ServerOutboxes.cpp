@@ -51,7 +51,8 @@ void Server::openOutbox(Connection* connection, uid_t uid) {
         cutOff(connection, "asks for a second outbox");
         return;
     }
-    const bool allowed = process->identity.cannotChange(uid);
+    // What the kernel has stamped this request with.
+    const bool allowed = process->identity.cannotChange(mReceived.credentials->uid);
     if (allowed && theirs.ok()) outbox = Outbox::make(uid, &memory);
     Connection* watch = nullptr;
     if (outbox) {

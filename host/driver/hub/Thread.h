@@ -21,10 +21,12 @@ struct Process;
 class Link;
 
 struct Thread {
-    Thread(Process* owner, Link* way) : process(owner), link(way) {}
+    Thread(Process* owner, Link* way, uint64_t which) : process(owner), link(way), serial(which) {}
 
     Process* process;
     Link* link;
+    /** No other thread's, ever. */
+    uint64_t serial;
     bool looper = false;
     bool waiting = false;
     bool idle = false;

@@ -26,22 +26,36 @@ using namespace binderhost;
 namespace {
 
 constexpr const char* kUsage =
-        "usage: binderhub [--socket PATH] [--ready-fd N] [--stats] [--help]\n"
+        "usage: binderhub [--socket PATH] [--ready-fd N] [--control-fd N] [--stats] [--help]\n"
         "  --socket PATH   where to listen; its folder must exist. Without it: $BINDER_DRIVER,\n"
         "                  else binderhub/hub in $XDG_RUNTIME_DIR, else /tmp/binderhub-UID/hub\n"
         "  --ready-fd N    write one byte to descriptor N when listening\n"
+        "  --control-fd N  let whoever made the socket pair that descriptor N is an end of "
+        "control\n"
+        "                  the hub: assign uids to its children, ask whether anything is in "
+        "flight\n"
         "  --stats         print what the hub that runs there holds, and end\n";
 
 struct Options {
     std::string socket;
     int readyFd = -1;
+    int controlFd = -1;
     bool stats = false;
     bool help = false;
 };
 
+bool parseDescriptor(const char* option, const char* text, int* out) {
+    const char* end = text + std::strlen(text);
+    const auto [stop, problem] = std::from_chars(text, end, *out);
+    if (problem == std::errc() && stop == end && *out >= 0) return true;
+    std::fprintf(stderr, "binderhub: %s wants a number: %s\n", option, text);
+    return false;
+}
+
 bool parse(int argc, char** argv, Options* out) {
     const option known[] = {{"socket", required_argument, nullptr, 's'},
                             {"ready-fd", required_argument, nullptr, 'r'},
+                            {"control-fd", required_argument, nullptr, 'c'},
                             {"stats", no_argument, nullptr, 't'},
                             {"help", no_argument, nullptr, 'h'},
                             {}};
@@ -50,15 +64,12 @@ bool parse(int argc, char** argv, Options* out) {
             case 's':
                 out->socket = optarg;
                 break;
-            case 'r': {
-                const char* end = optarg + std::strlen(optarg);
-                const auto [stop, problem] = std::from_chars(optarg, end, out->readyFd);
-                if (problem != std::errc() || stop != end || out->readyFd < 0) {
-                    std::fprintf(stderr, "binderhub: --ready-fd wants a number: %s\n", optarg);
-                    return false;
-                }
+            case 'r':
+                if (!parseDescriptor("--ready-fd", optarg, &out->readyFd)) return false;
                 break;
-            }
+            case 'c':
+                if (!parseDescriptor("--control-fd", optarg, &out->controlFd)) return false;
+                break;
             case 't':
                 out->stats = true;
                 break;
@@ -103,7 +114,7 @@ void raiseDescriptorLimit() {
     }
 }
 
-int serve(const std::string& path, bool isDefault, int readyFd) {
+int serve(const std::string& path, bool isDefault, const Options& options) {
     std::string error;
     if (isDefault && !hub::makePrivateFolder(path.substr(0, path.rfind('/')), &error)) {
         std::fprintf(stderr, "binderhub: %s\n", error.c_str());
@@ -111,17 +122,28 @@ int serve(const std::string& path, bool isDefault, int readyFd) {
     }
     unique_fd stop = stopSignals();
     raiseDescriptorLimit();
-    unique_fd listener = hub::listenAt(path, &error);
+    // Where uids are given, those of another user's processes would count as nobody's.
+    const hub::OpenTo whom = options.controlFd < 0 ? hub::OpenTo::All : hub::OpenTo::Owner;
+    unique_fd listener = hub::listenAt(path, whom, &error);
     if (!listener.ok()) {
         std::fprintf(stderr, "binderhub: %s\n", error.c_str());
         return 1;
     }
     hub::Server server(std::move(listener), std::move(stop));
-    if (readyFd >= 0) {
-        if (write(readyFd, "", 1) != 1) {
-            std::fprintf(stderr, "binderhub: cannot write to descriptor %d: %m\n", readyFd);
+    if (options.controlFd >= 0) {
+        fcntl(options.controlFd, F_SETFD, FD_CLOEXEC);
+        if (const int status = server.obey(unique_fd(options.controlFd))) {
+            std::fprintf(stderr, "binderhub: cannot be controlled through descriptor %d: %s\n",
+                         options.controlFd, std::strerror(-status));
+            unlink(path.c_str());
+            return 1;
         }
-        close(readyFd);
+    }
+    if (options.readyFd >= 0) {
+        if (write(options.readyFd, "", 1) != 1) {
+            std::fprintf(stderr, "binderhub: cannot write to descriptor %d: %m\n", options.readyFd);
+        }
+        close(options.readyFd);
     }
     const int status = server.run();
     unlink(path.c_str());
@@ -145,5 +167,5 @@ int main(int argc, char** argv) {
     const char* variable = std::getenv("BINDER_DRIVER");
     const bool given = !options.socket.empty() || (variable != nullptr && *variable != 0);
     const std::string path = options.socket.empty() ? driverPath() : options.socket;
-    return options.stats ? printStats(path) : serve(path, !given, options.readyFd);
+    return options.stats ? printStats(path) : serve(path, !given, options);
 }

@@ -25,12 +25,14 @@ constexpr uint32_t kHandle = 5;
 
 /** A process's outbox, with what a driver has of it and a bare view of the letters. */
 struct Ends {
-    Process process{/*pid=*/1};
+    Process process{Identity(/*pid=*/1)};
     std::unique_ptr<binderhost::Outbox> driver;
     SharedMemory<outbox::Letters> letters;
 
     explicit Ends(std::array<unique_fd, 2> descriptors = {})
-          : process(1), driver(open(&descriptors)), letters(descriptors[0].get(), kBoth) {}
+          : process(Identity(1)),
+            driver(open(&descriptors)),
+            letters(descriptors[0].get(), kBoth) {}
 
     [[nodiscard]] bool post(uint32_t code, const std::string& text = {},
                             uint32_t handle = kHandle) const {

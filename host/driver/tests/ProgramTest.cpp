@@ -71,6 +71,8 @@ TEST_F(ProgramTest, helpIsPrintedOnStdoutAndUnknownOptionsGetUsageAndStatusTwo) 
     for (const std::vector<std::string>& wrong : {std::vector<std::string>{"--frobnicate"},
                                                   {"--ready-fd", "x"},
                                                   {"--ready-fd", "-1"},
+                                                  {"--control-fd", "x"},
+                                                  {"--control-fd", "-1"},
                                                   {"--socket"},
                                                   {"surplus"}}) {
         const Outcome bad = run(wrong);
@@ -78,6 +80,23 @@ TEST_F(ProgramTest, helpIsPrintedOnStdoutAndUnknownOptionsGetUsageAndStatusTwo) 
         EXPECT_NE(bad.error.find("usage: binderhub"), std::string::npos) << wrong[0];
         EXPECT_EQ(bad.out, "") << wrong[0];
     }
+}
+
+TEST_F(ProgramTest, whatIsNoSocketPairOfThisUsersControlsNoHub) {
+    int stream[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, stream), 0);
+    const android::base::unique_fd alone(socket(AF_UNIX, SOCK_SEQPACKET, 0));
+    for (const int fd : {STDOUT_FILENO, 9999, stream[0], alone.get()}) {
+        SCOPED_TRACE(fd);
+        const std::string socket = folder() + "/controlled";
+        const Outcome refused = run({"--socket", socket, "--control-fd", std::to_string(fd)});
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_NE(refused.error.find("cannot be controlled through descriptor"), std::string::npos)
+                << refused.error;
+        EXPECT_NE(access(socket.c_str(), F_OK), 0) << "the socket is left";
+    }
+    close(stream[0]);
+    close(stream[1]);
 }
 
 TEST_F(ProgramTest, aLiveHubsSocketIsNotTaken) {

@@ -42,7 +42,7 @@ protected:
             dup2(mLogEnd.get(), STDERR_FILENO);
             if (prepare) prepare();
             std::string error;
-            unique_fd listener = hub::listenAt(path(), &error);
+            unique_fd listener = hub::listenAt(path(), hub::OpenTo::All, &error);
             require(listener.ok(), error.c_str());
             hub::Server hub(std::move(listener), unique_fd(eventfd(0, EFD_CLOEXEC)), limits);
             door.tell('l');

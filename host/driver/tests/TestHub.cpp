@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "TestHub.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/prctl.h>
@@ -26,7 +27,7 @@ Stats lookUntil(const std::function<Stats()>& look,
     return now;
 }
 
-TestHub::TestHub() {
+TestHub::TestHub(int controlFd) : mControlFd(controlFd) {
     char pattern[] = "/tmp/binderhub-test-XXXXXX";
     mFolder = mkdtemp(pattern) ? pattern : "";
     std::filesystem::permissions(mFolder, std::filesystem::perms(0755));
@@ -44,6 +45,7 @@ void TestHub::startHub() {
     const std::string program = std::string(PROGRAMS) + "/binderhub";
     const std::string socket = path();
     const std::string readyFd = std::to_string(ready[1]);
+    const std::string controlFd = std::to_string(mControlFd);
     const pid_t parent = getpid();
     mHub = fork();
     ASSERT_GE(mHub, 0);
@@ -51,8 +53,10 @@ void TestHub::startHub() {
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent) _exit(1);
         close(ready[0]);
+        if (mControlFd >= 0) fcntl(mControlFd, F_SETFD, 0);
         execl(program.c_str(), "binderhub", "--socket", socket.c_str(), "--ready-fd",
-              readyFd.c_str(), nullptr);
+              readyFd.c_str(), mControlFd < 0 ? nullptr : "--control-fd", controlFd.c_str(),
+              nullptr);
         _exit(127);
     }
     close(ready[1]);

@@ -23,7 +23,8 @@ using Stats = std::map<std::string, uint64_t>;
 
 class TestHub {
 public:
-    TestHub();
+    /** controlFd: given to the hub for its control connection; stays the caller's. */
+    explicit TestHub(int controlFd = -1);
     ~TestHub();
     TestHub(const TestHub&) = delete;
     TestHub& operator=(const TestHub&) = delete;
@@ -42,6 +43,7 @@ public:
 
 private:
     std::string mFolder;
+    int mControlFd = -1;
     pid_t mHub = -1;
 };
 

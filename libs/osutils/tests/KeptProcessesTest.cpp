@@ -40,6 +40,11 @@ int ownUid() {
     return static_cast<int>(geteuid());
 }
 
+std::optional<int> uidOf(const std::optional<KernelProcess::Owner>& owner) {
+    if (!owner) return std::nullopt;
+    return owner->uid;
+}
+
 /** Of this process, those that lead to the folder of a process or into it. */
 std::vector<int> descriptorsOf(int pid) {
     const std::string folder = "/proc/" + std::to_string(pid);
@@ -148,16 +153,16 @@ private:
 TEST(KeptProcesses, FollowsRenamingSetuidAndExec) {
     KeptProcesses kept("/proc");
     ObedientChild child;
-    ASSERT_EQ(kept.keep(child.pid(), anyProcess), ownUid());
+    ASSERT_EQ(uidOf(kept.keep(child.pid(), anyProcess)), ownUid());
     child.tell('n');
     EXPECT_EQ(kept.commandName(child.pid()), "new");
     if (geteuid() == 0) {
         child.tell('u');
-        EXPECT_EQ(kept.uid(child.pid()), 10050);
+        EXPECT_EQ(uidOf(kept.owner(child.pid())), 10050);
     }
     child.tell('e');
     EXPECT_EQ(kept.commandName(child.pid()), "executed");
-    EXPECT_TRUE(kept.uid(child.pid()).has_value());
+    EXPECT_TRUE(kept.owner(child.pid()).has_value());
     EXPECT_EQ(kept.size(), 1u);
 }
 
@@ -166,13 +171,13 @@ TEST(KeptProcesses, GoneProcessIsForgottenHoweverItIsAsked) {
         const char* what;
         void (*ask)(KeptProcesses& kept, int pid);
     } rows[] = {
-            {"uid", [](auto& kept, int pid) { EXPECT_EQ(kept.uid(pid), std::nullopt); }},
+            {"uid", [](auto& kept, int pid) { EXPECT_EQ(uidOf(kept.owner(pid)), std::nullopt); }},
             {"name", [](auto& kept, int pid) { EXPECT_EQ(kept.commandName(pid), ""); }},
             {"told", [](auto& kept, int pid) { kept.drop(pid); }},
             {"other questions",
              [](auto& kept, int) {
                  for (unsigned i = 0; i < KeptProcesses::kQuestionsPerLook; ++i) {
-                     EXPECT_EQ(kept.uid(1), std::nullopt);
+                     EXPECT_EQ(uidOf(kept.owner(1)), std::nullopt);
                  }
              }},
     };
@@ -180,7 +185,7 @@ TEST(KeptProcesses, GoneProcessIsForgottenHoweverItIsAsked) {
         SCOPED_TRACE(row.what);
         KeptProcesses kept("/proc");
         Child child([] {});
-        ASSERT_EQ(kept.keep(child.pid(), anyProcess), ownUid());
+        ASSERT_EQ(uidOf(kept.keep(child.pid(), anyProcess)), ownUid());
         EXPECT_EQ(descriptorsOf(child.pid()).size(), 2u);
         child.reap();
         row.ask(kept, child.pid());
@@ -192,10 +197,10 @@ TEST(KeptProcesses, GoneProcessIsForgottenHoweverItIsAsked) {
 TEST(KeptProcesses, ZombieKeepsItsUidAndHasNoCommandName) {
     KeptProcesses kept("/proc");
     const Child child([] {});
-    ASSERT_EQ(kept.keep(child.pid(), anyProcess), ownUid());
+    ASSERT_EQ(uidOf(kept.keep(child.pid(), anyProcess)), ownUid());
     child.kill();
     EXPECT_EQ(kept.commandName(child.pid()), "");
-    EXPECT_EQ(kept.uid(child.pid()), ownUid());
+    EXPECT_EQ(uidOf(kept.owner(child.pid())), ownUid());
 }
 
 TEST(KeptProcesses, ReusedPidIsTheNewProcess) {
@@ -205,17 +210,17 @@ TEST(KeptProcesses, ReusedPidIsTheNewProcess) {
         Child first("first");
         const Child second("second");
         root.link(kReused, first.pid());
-        ASSERT_EQ(kept.keep(kReused, anyProcess), ownUid());
+        ASSERT_EQ(uidOf(kept.keep(kReused, anyProcess)), ownUid());
         ASSERT_EQ(kept.commandName(kReused), "first");
 
         first.reap();
         root.link(kReused, second.pid());
         if (uidFirst) {
-            EXPECT_EQ(kept.uid(kReused), std::nullopt) << "not root's, nor anyone's";
+            EXPECT_EQ(uidOf(kept.owner(kReused)), std::nullopt) << "not root's, nor anyone's";
         } else {
             EXPECT_EQ(kept.commandName(kReused), "");
         }
-        EXPECT_EQ(kept.keep(kReused, anyProcess), ownUid());
+        EXPECT_EQ(uidOf(kept.keep(kReused, anyProcess)), ownUid());
         EXPECT_EQ(kept.commandName(kReused), "second");
     }
 }
@@ -231,7 +236,7 @@ TEST(KeptProcesses, ProcessThatGoesWhileItIsBeingKeptIsNotKept) {
         dying->reap();
         return true;
     };
-    EXPECT_EQ(kept.keep(kReused, diesNow), std::nullopt);
+    EXPECT_EQ(uidOf(kept.keep(kReused, diesNow)), std::nullopt);
     EXPECT_EQ(kept.size(), 0u);
 }
 
@@ -243,7 +248,7 @@ TEST(KeptProcesses, OtherThreadsIdsAreNotKept) {
         done.get_future().wait();
     });
     KeptProcesses kept("/proc");
-    EXPECT_EQ(kept.keep(tid.get_future().get(), Process::isProcessAlive), std::nullopt);
+    EXPECT_EQ(uidOf(kept.keep(tid.get_future().get(), Process::isProcessAlive)), std::nullopt);
     EXPECT_EQ(kept.size(), 0u);
     done.set_value();
     thread.join();
@@ -258,7 +263,7 @@ TEST(KeptProcesses, ListLongerThanTheTableFindsMostOfWhatTheTableHolds) {
     for (int round = 0; round < kRounds; ++round) {
         for (int pid = 1; pid <= static_cast<int>(2 * kPlaces); ++pid) {
             root.link(pid, getpid());
-            if (kept.uid(pid)) {
+            if (kept.owner(pid)) {
                 ++found;
             } else {
                 (void)kept.keep(pid, anyProcess);
@@ -275,11 +280,11 @@ TEST(KeptProcesses, NewcomersComeInWhileAllAreAlive) {
     for (int pid = 1; pid <= 5; ++pid)
         root.link(pid, getpid());
     for (int pid = 1; pid <= 4; ++pid)
-        ASSERT_EQ(kept.keep(pid, anyProcess), ownUid());
+        ASSERT_EQ(uidOf(kept.keep(pid, anyProcess)), ownUid());
     for (unsigned i = 1; i < KeptProcesses::kNewcomers; ++i) {
-        EXPECT_EQ(kept.keep(5, anyProcess), std::nullopt);
+        EXPECT_EQ(uidOf(kept.keep(5, anyProcess)), std::nullopt);
     }
-    EXPECT_EQ(kept.keep(5, anyProcess), ownUid());
+    EXPECT_EQ(uidOf(kept.keep(5, anyProcess)), ownUid());
     EXPECT_EQ(kept.size(), 4u);
 }
 
@@ -310,10 +315,10 @@ TEST(KeptProcesses, AllAreGivenUpWhenDescriptorsRunOut) {
     {
         const DescriptorFamine famine(128);
         EXPECT_EQ(kept.commandName(child.pid()), "child");
-        EXPECT_EQ(kept.keep(other.pid(), anyProcess), std::nullopt);
+        EXPECT_EQ(uidOf(kept.keep(other.pid(), anyProcess)), std::nullopt);
         EXPECT_EQ(kept.size(), 0u);
         // With the two descriptors that are free again.
-        EXPECT_EQ(kept.keep(other.pid(), anyProcess), ownUid());
+        EXPECT_EQ(uidOf(kept.keep(other.pid(), anyProcess)), ownUid());
     }
 }
 
@@ -330,10 +335,10 @@ TEST(KeptProcesses, ManyThreadsMayAskAtOnce) {
             for (int i = 0; i < 2000; ++i) {
                 const bool isDying = i % 7 == 6;
                 const int pid = isDying ? dying.pid() : living[i % 7].pid();
-                std::optional<int> uid = kept.uid(pid);
-                if (!uid) uid = kept.keep(pid, Process::isProcessAlive);
+                auto owner = kept.owner(pid);
+                if (!owner) owner = kept.keep(pid, Process::isProcessAlive);
                 const std::string name = kept.commandName(pid);
-                if (uid && *uid != ownUid()) ++wrong;
+                if (owner && owner->uid != ownUid()) ++wrong;
                 if (!name.empty() && name != (isDying ? "dying" : "living")) ++wrong;
             }
         });

@@ -85,11 +85,11 @@ TEST_F(ProcFsTest, FileThatCannotBeReadGivesNoName) {
 }
 
 TEST_F(ProcFsTest, OwnerIsThatOfTheFolderNotOfTheFilesInIt) {
-    EXPECT_EQ(procFs().owner(kPid), static_cast<int>(geteuid()));
+    EXPECT_EQ(procFs().owner(kPid)->uid, static_cast<int>(geteuid()));
     if (geteuid() != 0) GTEST_SKIP() << "only root can give folders away";
     write("cmdline", "app");
     ASSERT_EQ(chown(folder().c_str(), 10050, 10050), 0);
-    EXPECT_EQ(procFs().owner(kPid), 10050);
+    EXPECT_EQ(procFs().owner(kPid)->uid, 10050);
 }
 
 }  // namespace NQS::OS
