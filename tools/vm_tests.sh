@@ -43,7 +43,8 @@ while [ $# -gt 0 ]; do
         *) counts="${counts:-none passed }" ;;
     esac
     echo "$name: $verdict, ${counts}in $took s"
-    [ "$verdict" = ok ] ||
-        grep -E -B 12 '^\[  FAILED  \] [A-Za-z.]+ \(|^FAILED  ' "$log" | cut -c1-400 | tail -n 60
+    [ "$verdict" = ok ] && continue
+    grep -E -A 8 ': Failure$' "$log" | cut -c1-400 | head -n 40
+    grep -E -B 12 '^\[  FAILED  \] [A-Za-z.]+ \(|^FAILED  ' "$log" | cut -c1-400 | tail -n 60
 done
 exit "$failed"
