@@ -77,7 +77,7 @@ boot_tests() {
     for each in "$@"; do
         [[ $each == scenario_* ]] || programs+=("$build/tests/${each% *}")
     done
-    boot "$name" 1200 "${programs[@]}" -- \
+    boot "$name" 2400 "${programs[@]}" -- \
         "cd $PWD && tools/vm_tests.sh $build $kDevice $*"
 }
 
