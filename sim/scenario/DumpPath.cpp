@@ -19,7 +19,7 @@ using Values = std::vector<Json::Value>;
 
 /** An app, by one of its numbers. */
 const std::regex& reference() {
-    static const std::regex kReference("(pid|uid):([A-Za-z0-9_.:/-]+)");
+    static const std::regex kReference("\\b(pid|uid):([A-Za-z0-9_.:/-]+)");
     return kReference;
 }
 

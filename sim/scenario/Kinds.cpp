@@ -11,7 +11,9 @@
 #include <sstream>
 
 #include "scenario/DumpPath.h"
+#include "scenario/Ears.h"
 #include "scenario/Vocabulary.h"
+#include "session/Stack.h"
 
 namespace sim::scenario {
 namespace {
@@ -66,9 +68,14 @@ std::string checkPlain(const std::string& word, const char* what) {
 }
 
 std::string checkNewName(const std::string& word, const Scope& scope) {
-    if (word == "none" || word == kObserver || systemProcessOf(word)) {
-        return "'" + word + "' is taken and cannot name an app";
-    }
+    const bool isTaken = word == "none" || word == kObserver || systemProcessOf(word) ||
+                         word == Stack::kHub || word == Ears::kTelemetry;
+    if (isTaken) return "'" + word + "' is taken and cannot name an app";
+    // As in "notice died pid:3", "expect dump a uid:game".
+    const bool isRead =
+            word.starts_with("pid:") || word.starts_with("uid:") ||
+            (!word.empty() && word.find_first_not_of("0123456789") == std::string::npos);
+    if (isRead) return "'" + word + "' is read as a number and cannot name an app";
     if (word.starts_with("-")) return "'" + word + "' cannot start with '-'";
     std::string wrong = checkPlain(word, "name");
     if (!wrong.empty()) return wrong;
