@@ -4,6 +4,7 @@
 #include "scenario/Player.h"
 #include "scenario/Vocabulary.h"
 #include "world/FaultPlan.h"
+#include "world/Notice.h"
 
 namespace sim::scenario {
 namespace {
@@ -37,9 +38,9 @@ FaultPlan planIn(const Arguments& arguments, FaultPlan::Kind kind) {
     plan.times = arguments.number("times", arguments.number("count"));
     plan.seed = static_cast<uint32_t>(arguments.number("SEED"));
     plan.descriptor = arguments.has("WORD") ? arguments.text("WORD") : "com.velmar.wrong";
-    if (arguments.has("STATUS")) {
-        const int status = numberOf(statusNames(), arguments.text("STATUS"));
-        const bool isDead = arguments.text("STATUS") == "dead";
+    if (arguments.has("ERROR")) {
+        const int status = numberOf(statusNames(), arguments.text("ERROR"));
+        const bool isDead = arguments.text("ERROR") == "dead";
         plan.exception = isDead ? 0 : status;
         plan.transport = isDead ? kDeadObject : 0;
     }
@@ -67,8 +68,12 @@ Form fault(const char* pattern, const char* help, const char* example) {
     Form form = action(pattern, help, example, [](Player& player, const Arguments& arguments) {
         player.headset().setFault(serviceIn(arguments), kPlan(arguments));
     });
-    form.problem = [](const Arguments& arguments) {
-        return kPlan(arguments).problemWith(serviceIn(arguments));
+    form.problem = [](const Arguments& arguments) -> Form::Problem {
+        const std::string service = serviceIn(arguments);
+        const char* const place = arguments.has("METHOD")     ? "METHOD"
+                                  : Notice::isSender(service) ? "REPLAY"
+                                                              : "SERVICE";
+        return {kPlan(arguments).problemWith(service), place};
     };
     return form;
 }
@@ -104,8 +109,8 @@ std::vector<Form> faultForms() {
                    }),
             fault<plan<Kind::None>>("fault SERVICE none", "its faults are over",
                                     "fault activity none"),
-            fault<plan<Kind::Error>>("fault SERVICE error METHOD STATUS [times=COUNT]",
-                                     "calls of a method (or all) are answered by a status",
+            fault<plan<Kind::Error>>("fault SERVICE error METHOD ERROR [times=COUNT]",
+                                     "calls of a method (or all) are answered by an error",
                                      "fault activity error hasForegroundPanelService null-pointer"),
             fault<plan<Kind::Truncated>>("fault SERVICE truncated METHOD [times=COUNT]",
                                          "they are answered by half of a reply",

@@ -32,8 +32,12 @@ struct Form {
     /** Looks whether it holds now; null for a command. */
     Outcome (*check)(Player& player, const Arguments& arguments) = nullptr;
     Names names = Names::Stay;
+    struct Problem {
+        std::string message;  // empty: there is none
+        std::string place;    // the one whose word is wrong; it is taken
+    };
     /** Why words that fit the pattern one by one do not go together; may be null. */
-    std::string (*problem)(const Arguments& arguments) = nullptr;
+    Problem (*problem)(const Arguments& arguments) = nullptr;
     bool canBeQuiet = false;  // may follow "quietly"
     /** An expectation that something has not happened: looked at once, when all is at rest. */
     bool isNegative = false;

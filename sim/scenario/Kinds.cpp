@@ -14,6 +14,7 @@
 #include "scenario/Ears.h"
 #include "scenario/Vocabulary.h"
 #include "session/Stack.h"
+#include "world/FaultPlan.h"
 
 namespace sim::scenario {
 namespace {
@@ -110,6 +111,19 @@ std::string checkPermission(const std::string& word) {
     if (permissionNames().contains(word) || word.find('.') != std::string::npos) return "";
     return "'" + word + "' is no permission: " + joined(keysOf(permissionNames())) +
            ", or a full name with dots";
+}
+
+/** Statuses that are errors. */
+std::vector<std::string> errors() {
+    std::vector<std::string> names = keysOf(statusNames());
+    std::erase(names, "ok");
+    return names;
+}
+
+std::string checkError(const std::string& word) {
+    if (checkChoice(errors(), word).empty()) return "";
+    if (checkInt(word).empty()) return checkNumber(word, FaultPlan::kLowestException, -1);
+    return "'" + word + "' is no error: " + joined(errors()) + ", or a number";
 }
 
 std::string checkSeconds(const std::string& word) {
@@ -256,6 +270,8 @@ Rows rowsOfNumbers() {
                   return word == "any" ? "" : checkNamedNumber(statusNames(), word, "status");
               },
               [](S) { return with(keysOf(statusNames()), {"any"}); }}},
+            {"ERROR",
+             {"an error", [](W word, S) { return checkError(word); }, [](S) { return errors(); }}},
             {"TYPE", namedNumberRow("kind of focus", focusTypeNames())},
             {"STATE", namedNumberRow("XR session state", sessionStateNames())},
             {"CHANGE", namedNumberRow("change of a display", displayEventNames())},

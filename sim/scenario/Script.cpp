@@ -185,9 +185,13 @@ std::variant<Command, Mistake> LineReader::parse(std::vector<Word> words, std::s
         wrong.usage = nearest.usage();
         return wrong;
     }
-    const std::string problem =
-            command.form->problem == nullptr ? "" : command.form->problem(command.arguments);
-    if (!problem.empty()) return mistake(words[0].column, problem, line);
+    const Form::Problem problem = command.form->problem == nullptr
+                                          ? Form::Problem()
+                                          : command.form->problem(command.arguments);
+    if (!problem.message.empty()) {
+        const Word& wrong = command.arguments.words().at(problem.place).front();
+        return mistake(wrong.column, problem.message, line);
+    }
     if (command.quietly && !command.form->canBeQuiet) {
         return mistake(words[0].column, "this cannot be done quietly", line);
     }

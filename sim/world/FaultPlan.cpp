@@ -29,9 +29,6 @@ constexpr std::array kKinds{
         KindRow{Kind::ReorderNotices, "reorderNotices"},
 };
 
-// What lies below stands for something else on the wire than an exception.
-constexpr int kLowestException = -9;
-
 std::string namesOf(const std::vector<ServiceMethod>& methods) {
     std::string text;
     for (const ServiceMethod& method : methods)

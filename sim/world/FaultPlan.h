@@ -40,6 +40,9 @@ struct FaultPlan {
     /** Whichever methods of the service keep an observer of the caller. */
     static constexpr const char* kRegistration = "registration";
 
+    /** Of the exceptions: what lies below stands for something else on the wire. */
+    static constexpr int kLowestException = -9;
+
     Kind kind = Kind::None;
     std::string method = kAllMethods;
     int exception = 0;  // of the binder status, -1 to -9
