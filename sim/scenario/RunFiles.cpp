@@ -80,6 +80,8 @@ std::optional<std::vector<Script>> readFiles(const std::vector<std::string>& fil
         scripts.push_back(Script::fromFile(found.path));
         for (const Mistake& mistake : scripts.back().mistakes)
             std::fprintf(stderr, "%s\n", mistake.text().c_str());
+        const std::string more = scripts.back().textOfMore();
+        if (!more.empty()) std::fprintf(stderr, "%s\n", more.c_str());
         mistakes += scripts.back().mistakes.size();
     }
     if (mistakes > 0) return {};

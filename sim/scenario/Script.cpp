@@ -272,20 +272,35 @@ Script Script::fromText(const std::string& file, std::string_view text) {
     Script script;
     script.file = file;
     LineReader reader(file);
-    while (!text.empty() && script.mistakes.size() < kMostMistakes) {
+    while (!text.empty()) {
+        if (script.mistakes.size() + script.moreMistakes == kMostFound) return script;
         const size_t end = text.find('\n');
         auto result = reader.take(text.substr(0, end));
         text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
         if (auto* command = std::get_if<Command>(&result)) {
             script.commands.push_back(std::move(*command));
         } else if (auto* mistake = std::get_if<Mistake>(&result)) {
-            script.mistakes.push_back(std::move(*mistake));
+            script.add(std::move(*mistake));
         }
     }
-    for (Mistake& mistake : reader.finish()) {
-        if (script.mistakes.size() < kMostMistakes) script.mistakes.push_back(std::move(mistake));
-    }
+    for (Mistake& mistake : reader.finish())
+        script.add(std::move(mistake));
     return script;
+}
+
+void Script::add(Mistake mistake) {
+    if (mistakes.size() < kMostMistakes) {
+        mistakes.push_back(std::move(mistake));
+    } else {
+        ++moreMistakes;
+    }
+}
+
+std::string Script::textOfMore() const {
+    if (moreMistakes == 0) return "";
+    const bool isAll = mistakes.size() + moreMistakes < kMostFound;
+    return file + (isAll ? ": " : ": at least ") + std::to_string(moreMistakes) +
+           (moreMistakes == 1 ? " more mistake" : " more mistakes");
 }
 
 Script Script::fromFile(const std::string& path) {

@@ -77,10 +77,18 @@ struct Script {
     std::vector<Command> commands;
     std::vector<Mistake> mistakes;  // at most kMostMistakes
     static constexpr size_t kMostMistakes = 20;
+    size_t moreMistakes = 0;  // found after these
+    /** With so many no more is read. */
+    static constexpr size_t kMostFound = 1000;
 
+    /** "FILE: 3 more mistakes"; empty when there are none. */
+    [[nodiscard]] std::string textOfMore() const;
     [[nodiscard]] static Script fromText(const std::string& file, std::string_view text);
     /** A file that cannot be read is a mistake. */
     [[nodiscard]] static Script fromFile(const std::string& path);
+
+private:
+    void add(Mistake mistake);
 };
 
 }  // namespace sim::scenario

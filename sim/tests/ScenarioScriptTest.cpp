@@ -262,11 +262,23 @@ TEST(ScenarioScriptTest, blocksHoldTheirCommands) {
     EXPECT_THAT(mistakesIn(deep).front(), HasSubstr("9:1 blocks within blocks: eight at most"));
 }
 
-TEST(ScenarioScriptTest, twentyMistakesAreToldAtMost) {
-    std::string text;
-    for (int line = 0; line < 50; ++line)
-        text += "nonsense\n";
-    EXPECT_EQ(mistakesIn(text).size(), 20u);
+TEST(ScenarioScriptTest, twentyMistakesAreToldAtMostAndHowManyMoreThereAre) {
+    const struct {
+        int lines;
+        std::string more;
+    } rows[] = {{20, ""},
+                {21, "x: 1 more mistake"},
+                {50, "x: 30 more mistakes"},
+                {999, "x: 979 more mistakes"},
+                {5000, "x: at least 980 more mistakes"}};
+    for (const auto& row : rows) {
+        std::string text;
+        for (int line = 0; line < row.lines; ++line)
+            text += "nonsense\n";
+        const Script script = Script::fromText("x", text);
+        EXPECT_EQ(script.mistakes.size(), 20u);
+        EXPECT_EQ(script.textOfMore(), row.more);
+    }
 }
 
 TEST(ScenarioScriptTest, filesThatAreNoScenariosAreToldByName) {

@@ -271,6 +271,10 @@ TEST_F(HeadsetProgramTest, aScenarioIsFoundByItsNameAndElseTheNearestAreNamed) {
     for (const char* name : {"a-slow-day", "the-hub-dies", "the-hub-restarts", "a-tour"}) {
         std::ofstream(folder / "scenarios" / (std::string(name) + ".scenario")) << "title here\n";
     }
+    std::ofstream wrong(folder / "scenarios" / "many-mistakes.scenario");
+    for (int line = 0; line < 22; ++line)
+        wrong << "nonsense\n";
+    wrong.close();
     Launch shell = mLaunch;
     shell.program = "/bin/sh";
     const struct {
@@ -283,6 +287,7 @@ TEST_F(HeadsetProgramTest, aScenarioIsFoundByItsNameAndElseTheNearestAreNamed) {
                 {"a-tuor", 2, "headset: there is no scenario 'a-tuor'; did you mean a-tour,"},
                 {"hubs-and-slow", 2, "did you mean a-slow-day,"},
                 {"scenarios/the-hub-restart.scenario", 2, "did you mean the-hub-restarts, "},
+                {"many-mistakes", 2, "many-mistakes.scenario: 2 more mistakes\n"},
                 {"a-tour none", 2, "there is no scenario 'none'"},
                 {"scenarios", 2, "there is no scenario 'scenarios'"}};
     for (const auto& row : rows) {
