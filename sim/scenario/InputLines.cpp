@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "scenario/Words.h"
@@ -28,15 +29,14 @@ std::optional<std::string> InputLines::next(const News& news) {
         const size_t stop = std::min(end, mBytes.size());
         line.append(mBytes, mTaken, std::min(stop - mTaken, kKept - line.size()));
         mTaken = stop;
-        if (end != std::string::npos) {
-            ++mTaken;
-            return line;
+        if (end == std::string::npos && !mEnded) {
+            await(news);
+            continue;
         }
-        if (mEnded) {
-            if (line.empty()) return {};
-            return line;
-        }
-        await(news);
+        if (end == std::string::npos && line.empty()) return {};
+        if (end != std::string::npos) ++mTaken;
+        if (std::exchange(mIsFirst, false)) line = std::string(withoutByteOrderMark(line));
+        return line;
     }
 }
 

@@ -34,8 +34,9 @@ private:
     const int mFd;
     const int mReaderFd;
     StopSignals& mStops;
-    std::string mBytes;  // read and not handed out yet
-    size_t mTaken = 0;   // of them, handed out
+    std::string mBytes;    // read and not handed out yet
+    size_t mTaken = 0;     // of them, handed out
+    bool mIsFirst = true;  // whether the next line is
     bool mEnded = false;
 };
 

@@ -272,6 +272,7 @@ Script Script::fromText(const std::string& file, std::string_view text) {
     Script script;
     script.file = file;
     LineReader reader(file);
+    text = withoutByteOrderMark(text);
     while (!text.empty()) {
         if (script.mistakes.size() + script.moreMistakes == kMostFound) return script;
         const size_t end = text.find('\n');

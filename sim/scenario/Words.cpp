@@ -146,6 +146,11 @@ std::string Mistake::textWithoutPlace() const {
     return text + "^" + below;
 }
 
+std::string_view withoutByteOrderMark(std::string_view text) {
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";
+    return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
+}
+
 std::string_view trimmed(std::string_view line) {
     const size_t first = line.find_first_not_of(" \t\r");
     if (first == std::string_view::npos) return {};

@@ -53,6 +53,9 @@ constexpr size_t kLongestLine = 4096;
 /** Words of a line without its end, or what is wrong with it (with column and message only). */
 [[nodiscard]] std::variant<std::vector<Word>, Mistake> splitLine(std::string_view line);
 
+/** A text without the byte order mark that some editors begin it with, and nobody sees. */
+[[nodiscard]] std::string_view withoutByteOrderMark(std::string_view text);
+
 /** A line without the blanks around it. */
 [[nodiscard]] std::string_view trimmed(std::string_view line);
 

@@ -156,11 +156,11 @@ TEST(DialogueTest, whatIsNoTextIsAMistakeAndTheNextLineIsTaken) {
     }
 }
 
-TEST(DialogueTest, theLastLineNeedsNoEnd) {
+TEST(DialogueTest, theLastLineNeedsNoEndAndTheFirstMayHaveAByteOrderMark) {
     LedProgram headset = json();
-    headset.type("title one\ntitle two");
+    headset.type("\xEF\xBB\xBFtitle one\ntitle two");
     headset.endInput();
-    EXPECT_EQ(headset.nextAnswer()["answer"], 1);
+    EXPECT_EQ(headset.nextAnswer()["command"], "title one");
     EXPECT_EQ(headset.nextAnswer()["answer"], 2);
     EXPECT_EQ(headset.finish(), 0);
 }
