@@ -92,6 +92,8 @@ LineEditor::LineEditor(Terminal& terminal, StopSignals& stops, Completer complet
     el_set(line, EL_PROMPT, &LineEditor::promptOf);
     el_set(line, EL_EDITOR, "emacs");
     el_set(line, EL_SIGNAL, 0);
+    // Between two lines the end key is one as others are: the terminal would leave nothing of it.
+    el_set(line, EL_SETTY, "-x", "eof=", nullptr);
     el_set(line, EL_GETCFN, &LineEditor::readCharacter);
     {
         const LeaksOfTheLibrary ignored;  // it never frees the names of functions

@@ -83,6 +83,20 @@ TEST_F(PromptTest, theInterruptKeyEndsWhatIsWaitedForAndClearsTheLine) {
     EXPECT_THAT(mHeadset.text(), Not(HasSubstr("no command 'nonsense'")));
 }
 
+TEST_F(PromptTest, keysTypedWhileACommandRunsAreTakenAfterItTheEndKeyToo) {
+    lead("start game\n", "game starts");
+    lead("repeat 1\n", "\n");
+    lead("title begun\n", "\n", kBlockPrompt);
+    lead("expect ended activity within=60\n", "\n", kBlockPrompt);
+    lead("end\n", "begun\r\n", kBlockPrompt);
+    mHeadset.type(std::string("title ahead\n") + kEnd);
+    ASSERT_TRUE(mHeadset.prints("title ahead\r\n")) << "shown where it is typed";
+    mHeadset.killChild("activity");
+    EXPECT_EQ(mHeadset.finish(), 0);
+    EXPECT_THAT(mHeadset.text(), HasSubstr("\r\nahead\r\n"));
+    EXPECT_EQ(mHeadset.leftovers(), 0u);
+}
+
 TEST_F(PromptTest, aBootThatIsInterruptedCanBeTriedAgain) {
     ASSERT_TRUE(mHeadset.prints(kPrompt));
     mHeadset.type("start game\n");
