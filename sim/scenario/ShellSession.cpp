@@ -145,8 +145,6 @@ int ShellSession::run() {
 void ShellSession::heedSignals(PersonsShell& shell) {
     StopSignals* stops = mHeadset.stack().stops();
     while (const int number = stops == nullptr ? 0 : stops->take()) {
-        // Keys are for what runs in the shell, or ran there when they were pressed.
-        if (number == SIGINT || number == SIGQUIT) continue;
         shell.hangUp();
         throw SessionStopped(number);
     }

@@ -58,6 +58,18 @@ Launch launchOf(const Stack& stack, const std::vector<std::string>& command) {
     return launch;
 }
 
+/** For the rest of this process's life, whose calling thread has them blocked. */
+void ignoreKeys() {
+    sigset_t keys;
+    sigemptyset(&keys);
+    for (const int number : {SIGINT, SIGQUIT}) {
+        sigaddset(&keys, number);
+        signal(number, SIG_IGN);
+    }
+    // One that is blocked would wait all the same.
+    pthread_sigmask(SIG_UNBLOCK, &keys, nullptr);
+}
+
 }  // namespace
 
 bool PersonsShell::isInteractive(const std::vector<std::string>& command) {
@@ -74,6 +86,7 @@ PersonsShell::PersonsShell(const Stack& stack, const std::vector<std::string>& c
     std::string error;
     mProcess = ChildProcess::start(launchOf(stack, command), &error);
     if (mProcess == nullptr) throw SessionError("cannot start " + error);
+    ignoreKeys();
 }
 
 PersonsShell::~PersonsShell() {

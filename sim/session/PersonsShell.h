@@ -4,8 +4,9 @@
 //
 // It has this process's terminal and standard streams, speaks to the stack through its environment
 // and finds the stack's programs first. It stays in this process's group until it makes one of its
-// own: keys reach whatever is in front, and this process takes no notice of them, as a program that
-// runs a command for somebody should. The terminal is given back as it was.
+// own: keys reach whatever is in front, and from then on this process takes no notice of them, as a
+// program that runs a command for somebody should, nor of those pressed while the session is taken
+// down. The terminal is given back as it was.
 //
 // One thread. Errors as Stack's.
 #pragma once

@@ -139,6 +139,17 @@ TEST_F(ShellTest, theInterruptKeyIsForWhatRunsInTheShell) {
     EXPECT_THAT(text(), HasSubstr("\"immersiveApp\" : \"com.orbit.racer\""));
 }
 
+TEST_F(ShellTest, keysPressedWhileItEndsDoNotChangeTheStatus) {
+    start("exec $H sh -c 'echo up; exit 4'");
+    ASSERT_TRUE(mProgram->prints("up\n")) << text();
+    while (mProgram->process().running()) {
+        mProgram->process().signal(SIGINT);
+        mProgram->process().signal(SIGQUIT);
+    }
+    EXPECT_EQ(mProgram->finish(), 4) << text();
+    EXPECT_EQ(leftovers(), 0u);
+}
+
 TEST_F(ShellTest, theEndOfADaemonOrAnAppIsSaid) {
     // Each waits for what must be said, in the file that takes it, before it goes on.
     const std::string said = std::string(mTemp.path) + "/said";
