@@ -83,8 +83,11 @@ Reply Dialogue::answerTo(std::string_view line) {
     Reply reply;
     if (line.size() <= kLongestLine) reply.command = trimmed(line);
     const Scope before = mReader.scope();
+    if (!mReader.isInBlock()) mOutside = before;
+    if (!mReader.isInWrongBlock()) mBeforeWrong = before;
     auto taken = mReader.take(line);
     auto* mistake = std::get_if<Mistake>(&taken);
+    if (mistake != nullptr) mReader.scope() = before;
     const auto split = splitLine(line);
     const auto* words = std::get_if<std::vector<Word>>(&split);
     const Form* own = words == nullptr || words->empty() ? nullptr : ownForm(words->front().text);
@@ -103,14 +106,15 @@ Reply Dialogue::answerTo(std::string_view line) {
     if (mistake != nullptr) {
         reply.kind = Reply::Kind::Mistake;
         reply.mistake = std::move(*mistake);
-        mReader.scope() = before;
+    } else if (std::holds_alternative<LineReader::Dropped>(taken)) {
+        drop(&reply);
     } else if (auto* command = std::get_if<Command>(&taken)) {
         mCommand = std::move(*command);
         attempt([this] { mPlayer.play(mCommand); }, &reply);
         if (reply.kind == Reply::Kind::Done) {
             mDone += linesOf(mCommand);
         } else {
-            matchScope(before);
+            matchScope(mOutside);
         }
     } else if (!words->empty()) {
         reply.kind = Reply::Kind::Taken;
@@ -147,8 +151,23 @@ void Dialogue::attempt(const std::function<void()>& work, Reply* reply) {
     }
 }
 
-void Dialogue::matchScope(const Scope& before) {
-    Scope scope = before;
+void Dialogue::drop(Reply* reply) {
+    reply->kind = Reply::Kind::Mistake;
+    reply->mistake.message = "nothing of this block is done: its 'repeat' was a mistake";
+    if (!isInBlock()) {
+        matchScope(mBeforeWrong);
+    } else if (!mReader.isInWrongBlock()) {
+        mReader.scope() = mBeforeWrong;
+    }
+}
+
+void Dialogue::abandonBlock() {
+    if (!isInBlock()) return;
+    mReader.abandonBlock();
+    matchScope(mOutside);
+}
+
+void Dialogue::matchScope(Scope scope) {
     if (const Headset* headset = mPlayer.booted()) {
         for (const std::string& name : headset->cast()) {
             if (name == kObserver) continue;
@@ -159,7 +178,7 @@ void Dialogue::matchScope(const Scope& before) {
             }
         }
     }
-    mReader.scope() = scope;
+    mReader.scope() = std::move(scope);
 }
 
 void Dialogue::tellEnded() {

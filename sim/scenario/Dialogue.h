@@ -74,7 +74,9 @@ public:
     }
 
     /** For a person who has thought better of it. */
-    void abandonBlock() { mReader.abandonBlock(); }
+    void abandonBlock();
+    /** For a person who types the head of a block anew when it was a mistake. */
+    void forgetWrongBlocks() { mReader.forgetWrongBlocks(); }
     [[nodiscard]] bool isInBlock() const { return mReader.isInBlock(); }
     [[nodiscard]] const Scope& scope() const { return mReader.scope(); }
 
@@ -86,14 +88,17 @@ private:
     [[nodiscard]] Reply answerTo(std::string_view line);
     void doOwn(const std::string& verb, const Arguments& arguments, Reply* reply);
     void attempt(const std::function<void()>& work, Reply* reply);
-    void matchScope(const Scope& before);
+    void drop(Reply* reply);
+    void matchScope(Scope scope);
     void tellEnded();
     void save(const std::string& path, Reply* reply);
 
     Reporter& mReporter;
     Player mPlayer;
     LineReader mReader;
-    Command mCommand;  // the one that is played, or was last
+    Scope mOutside;      // names as they were before the block that is open
+    Scope mBeforeWrong;  // and before the outermost one in it whose head was a mistake
+    Command mCommand;    // the one that is played, or was last
     int mLine = 0;
     int mStatus = 0;
     bool mIsInterruptible = false;

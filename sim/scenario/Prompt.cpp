@@ -33,6 +33,7 @@ int lead(Dialogue& dialogue, LineEditor& editor, Timeline& timeline) {
         const Reply reply = dialogue.take(std::get<std::string>(typed));
         const std::string complaint = reply.complaint();
         if (!complaint.empty()) timeline.complaint(complaint);
+        if (reply.kind == Reply::Kind::Mistake) dialogue.forgetWrongBlocks();
         if (reply.kind == Reply::Kind::Quit) return 0;
         if (reply.kind == Reply::Kind::NoHeadset) return 1;
     }

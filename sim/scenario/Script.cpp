@@ -21,7 +21,8 @@ namespace {
 constexpr size_t kDeepestBlock = 8;
 constexpr size_t kLargestFile = 16 << 20;
 
-std::string unknownVerb(const std::string& word) {
+/** The verb itself, or one that is easily mistyped so; empty when there is none. */
+std::string nearestVerb(const std::string& word) {
     std::string nearest;
     size_t least = 3;
     for (const FormGroup& group : formGroups()) {
@@ -34,8 +35,24 @@ std::string unknownVerb(const std::string& word) {
             }
         }
     }
+    return nearest;
+}
+
+std::string unknownVerb(const std::string& word) {
+    const std::string nearest = nearestVerb(word);
     const std::string text = "there is no command '" + word + "'";
     return nearest.empty() ? text : text + "; did you mean '" + nearest + "'?";
+}
+
+/** Whether a line, which may be no words at all, is meant to begin a block. */
+bool isMeantAsBlock(std::string_view line) {
+    std::istringstream words{std::string(line)};
+    std::string verb;
+    words >> verb;
+    if (verb == "quietly") words >> verb;
+    if (verb == "repeat") return true;
+    int count = 0;
+    return nearestVerb(verb) == "repeat" && words >> count;
 }
 
 /** How many words of a form's own stand where it wants them. */
@@ -114,6 +131,15 @@ Mistake LineReader::mistake(int column, const std::string& message, std::string_
 
 LineReader::Result LineReader::take(std::string_view line) {
     ++mLine;
+    Result result = takeLine(line);
+    // One mistake is told once: its 'end' is not wrong for that.
+    if (std::holds_alternative<Mistake>(result) && isMeantAsBlock(line)) {
+        mWrongBlocks.push_back(mBlocks.size());
+    }
+    return result;
+}
+
+LineReader::Result LineReader::takeLine(std::string_view line) {
     auto split = splitLine(line);
     if (const auto* wrong = std::get_if<Mistake>(&split)) {
         return mistake(wrong->place.column, wrong->message, line);
@@ -126,9 +152,6 @@ LineReader::Result LineReader::take(std::string_view line) {
         }
         return endBlock(line);
     }
-    const bool isBlock =
-            words[0].text == "repeat" ||
-            (words[0].text == "quietly" && words.size() > 1 && words[1].text == "repeat");
     auto parsed = parse(std::move(words), line);
     if (const auto* command = std::get_if<Command>(&parsed)) {
         if (const auto complaint = complaintAbout(*command, mScope)) {
@@ -139,12 +162,8 @@ LineReader::Result LineReader::take(std::string_view line) {
     } else {
         mScope.doubt();
     }
-    Result result = std::holds_alternative<Mistake>(parsed)
-                            ? Result(std::move(std::get<Mistake>(parsed)))
-                            : place(std::move(std::get<Command>(parsed)), line);
-    // One mistake is told once: its 'end' is not wrong for that.
-    if (isBlock && std::holds_alternative<Mistake>(result)) mWrongBlocks.push_back(mBlocks.size());
-    return result;
+    if (auto* wrong = std::get_if<Mistake>(&parsed)) return std::move(*wrong);
+    return place(std::move(std::get<Command>(parsed)), line);
 }
 
 std::variant<Command, Mistake> LineReader::parse(std::vector<Word> words, std::string_view line) {
@@ -219,24 +238,27 @@ LineReader::Result LineReader::place(Command command, std::string_view line) {
         return Nothing{};
     }
     applyTo(command, &mScope);
+    return keep(std::move(command));
+}
+
+LineReader::Result LineReader::keep(Command command) {
+    if (isInnermostWrong()) return Nothing{};
     if (mBlocks.empty()) return command;
     mBlocks.back().body.push_back(std::move(command));
     return Nothing{};
 }
 
 LineReader::Result LineReader::endBlock(std::string_view line) {
-    if (!mWrongBlocks.empty() && mWrongBlocks.back() == mBlocks.size()) {
+    if (isInnermostWrong()) {
         mWrongBlocks.pop_back();
-        return Nothing{};
+        return Dropped{};
     }
     if (mBlocks.empty()) return mistake(1, "'end' without 'repeat'", line);
     Command block = std::move(mBlocks.back());
     mBlocks.pop_back();
     const std::string wrong = block.repeats > 1 ? checkAgain(block.body) : "";
     if (!wrong.empty()) return mistake(1, "when this is repeated: " + wrong, line);
-    if (mBlocks.empty()) return block;
-    mBlocks.back().body.push_back(std::move(block));
-    return Nothing{};
+    return keep(std::move(block));
 }
 
 std::string LineReader::checkAgain(const std::vector<Command>& body) {

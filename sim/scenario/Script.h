@@ -37,25 +37,33 @@ public:
     explicit LineReader(std::string file) : mFile(std::move(file)) {}
 
     struct Nothing {};  // an empty line, or a block that goes on
-    using Result = std::variant<Nothing, Command, Mistake>;
+    struct Dropped {};  // the end of a block whose head was a mistake
+    using Result = std::variant<Nothing, Dropped, Command, Mistake>;
 
-    /** A line without its end. After a mistake the line counts as if it were not there,
-     *  but for the `end` of a block. */
+    /**
+     * A line without its end. After a mistake the line counts as if it were not there, but that
+     * the head of a block begins one all the same: what is in it is checked, and dropped.
+     */
     [[nodiscard]] Result take(std::string_view line);
 
     /** At the end of the text: a block that was not ended. */
     [[nodiscard]] std::vector<Mistake> finish() const;
 
-    [[nodiscard]] bool isInBlock() const { return !mBlocks.empty(); }
+    [[nodiscard]] bool isInBlock() const { return !mBlocks.empty() || isInWrongBlock(); }
+    /** In one whose head was a mistake, at any depth. */
+    [[nodiscard]] bool isInWrongBlock() const { return !mWrongBlocks.empty(); }
     /** Lets go of a block that was begun. */
     void abandonBlock() {
         mBlocks.clear();
         mWrongBlocks.clear();
     }
+    /** Mistaken heads of blocks count as if they were not there, as other mistakes do. */
+    void forgetWrongBlocks() { mWrongBlocks.clear(); }
     [[nodiscard]] const Scope& scope() const { return mScope; }
     [[nodiscard]] Scope& scope() { return mScope; }
 
 private:
+    [[nodiscard]] Result takeLine(std::string_view line);
     [[nodiscard]] Mistake mistake(int column, const std::string& message,
                                   std::string_view line) const;
     [[nodiscard]] std::variant<Command, Mistake> parse(std::vector<Word> words,
@@ -63,6 +71,11 @@ private:
     void startAnyway(const std::vector<Word>& words);
     [[nodiscard]] Result place(Command command, std::string_view line);
     [[nodiscard]] Result endBlock(std::string_view line);
+    [[nodiscard]] Result keep(Command command);
+    /** Whether the innermost block is one whose head was a mistake. */
+    [[nodiscard]] bool isInnermostWrong() const {
+        return isInWrongBlock() && mWrongBlocks.back() == mBlocks.size();
+    }
     [[nodiscard]] std::string checkAgain(const std::vector<Command>& body);
 
     const std::string mFile;

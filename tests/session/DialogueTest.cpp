@@ -100,6 +100,53 @@ TEST(DialogueTest, aBlockIsPlayedAtItsEnd) {
     EXPECT_EQ(headset.finish(), 2);
 }
 
+TEST(DialogueTest, ofABlockWhoseHeadIsAMistakeNothingIsDone) {
+    const struct {
+        const char* line;
+        const char* mistake;
+    } rows[] = {
+            {"repeat x", "'x' is no whole number"},
+            {"start game", ""},
+            {"front game", ""},
+            {"end", "nothing of this block is done: its 'repeat' was a mistake"},
+            {"end", "'end' without 'repeat'"},
+            {"front game", "no app 'game' was started"},
+            {"repeat 2", ""},
+            {"title outer", ""},
+            {"repet 2", "there is no command 'repet'; did you mean 'repeat'?"},
+            {"title inner", ""},
+            {"repeat 2", ""},
+            {"titel x", "there is no command 'titel'; did you mean 'title'?"},
+            {"end", ""},
+            {"end", "nothing of this block is done: its 'repeat' was a mistake"},
+            {"end", ""},
+    };
+    LedProgram headset = json();
+    int line = 0;
+    for (const auto& row : rows) {
+        headset.type(row.line + "\n"s);
+        const Json::Value answer = headset.nextAnswer();
+        EXPECT_EQ(answer["answer"], ++line);
+        EXPECT_EQ(answer["ok"], *row.mistake == '\0') << toLine(answer);
+        EXPECT_EQ(answer["error"]["message"].asString(), row.mistake) << toLine(answer);
+    }
+    headset.endInput();
+    EXPECT_EQ(headset.finish(), 2);
+    EXPECT_EQ(headset.happened(),
+              (std::vector{R"({"playing":"title outer"})"s, R"({"title":"outer"})"s,
+                           R"({"playing":"title outer"})"s, R"({"title":"outer"})"s}));
+}
+
+TEST(DialogueTest, namesAreThoseOfTheHeadsetAfterABlockThatFailed) {
+    LedProgram headset = json();
+    headset.type(
+            "repeat 1\nstart a\nexpect focus a both within=0\nstart b\nend\nstart b\nfront a\n");
+    for (const bool isOk : {true, true, true, true, false, true, true}) {
+        const Json::Value answer = headset.nextAnswer();
+        EXPECT_EQ(answer["ok"], isOk) << toLine(answer);
+    }
+}
+
 TEST(DialogueTest, whatGoesWrongIsAnsweredByItsKindAndTheNextLineIsTaken) {
     LedProgram headset = json();
     headset.type("front game\n");

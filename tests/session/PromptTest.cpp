@@ -76,7 +76,12 @@ TEST_F(PromptTest, theInterruptKeyEndsWhatIsWaitedForAndClearsTheLine) {
     lead("nonsense", "nonsense");
     mHeadset.type(kInterrupt);
     lead("repeat 2\n", "\n");
+    lead("start other\n", "\n", kBlockPrompt);
+    lead("repeat x\n", "no whole number", kBlockPrompt);
+    lead("repeat 1\n", "\n", kBlockPrompt);
+    lead("end\n", "\n", kBlockPrompt);
     lead(kInterrupt, "^C", kBlockPrompt);
+    lead("start other\n", "other starts");
     lead("expect focus game none\n", "\n");
     lead("list\n", "immersive none");
     leave();
