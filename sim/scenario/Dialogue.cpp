@@ -12,6 +12,7 @@
 #include <optional>
 #include <utility>
 
+#include "scenario/Course.h"
 #include "scenario/Help.h"
 #include "scenario/Vocabulary.h"
 #include "session/SessionError.h"
@@ -20,6 +21,7 @@ namespace sim::scenario {
 namespace {
 
 constexpr size_t kIndentation = 4;
+constexpr const char* kStatus = "status";
 
 /** A command as lines of a scenario. */
 std::string linesOf(const Command& command, size_t depth = 0) {
@@ -29,6 +31,33 @@ std::string linesOf(const Command& command, size_t depth = 0) {
     for (const Command& each : command.body)
         lines += linesOf(each, depth + 1);
     return lines + indentation + "end\n";
+}
+
+/** A call as it ended; empty when the command is none, but made some. */
+std::string callWith(const std::string& status, const Command& command) {
+    const auto& slots = command.form->pattern.slots();
+    const bool isCall = std::any_of(slots.begin(), slots.end(),
+                                    [](const Pattern::Slot& slot) { return slot.name == kStatus; });
+    if (!isCall) return "";
+    std::string line;
+    const auto split = splitLine(command.text);
+    for (const Word& word : std::get<std::vector<Word>>(split)) {
+        if (word.key == kStatus) continue;
+        line += (word.key.empty() ? "" : word.key + "=") + quoted(word.text) + " ";
+    }
+    return line + kStatus + "=" + status + "\n";
+}
+
+/** Adds those that a command plays one after the other, until there are so many. */
+void addFirst(const Command& command, size_t count, std::vector<const Command*>* out) {
+    if (out->size() == count) return;
+    if (command.form != nullptr) return out->push_back(&command);
+    for (int round = 0; round < command.repeats && out->size() < count; ++round) {
+        const size_t before = out->size();
+        for (const Command& each : command.body)
+            addFirst(each, count, out);
+        if (out->size() == before) return;  // nor do other rounds
+    }
 }
 
 /** The form of a command that is for dialogues alone; null: it is none. */
@@ -110,16 +139,33 @@ Reply Dialogue::answerTo(std::string_view line) {
         drop(&reply);
     } else if (auto* command = std::get_if<Command>(&taken)) {
         mCommand = std::move(*command);
-        attempt([this] { mPlayer.play(mCommand); }, &reply);
-        if (reply.kind == Reply::Kind::Done) {
-            mDone += linesOf(mCommand);
-        } else {
-            matchScope(mOutside);
-        }
+        playTaken(&reply);
     } else if (!words->empty()) {
         reply.kind = Reply::Kind::Taken;
     }
     return reply;
+}
+
+void Dialogue::playTaken(Reply* reply) {
+    const size_t before = mPlayer.doneInBlocks();
+    attempt([this] { mPlayer.play(mCommand); }, reply);
+    if (reply->kind == Reply::Kind::Done) {
+        mDone += linesOf(mCommand);
+    } else {
+        keepWhatWasDone(mPlayer.doneInBlocks() - before, reply->outcome.status);
+    }
+}
+
+void Dialogue::keepWhatWasDone(size_t count, const std::string& status) {
+    std::vector<const Command*> begun;
+    addFirst(mCommand, count + 1, &begun);
+    Scope scope = mOutside;
+    for (size_t index = 0; index < count; ++index) {
+        mDone += linesOf(*begun[index]);
+        applyTo(*begun[index], &scope);
+    }
+    if (!status.empty()) mDone += callWith(status, *begun.back());
+    matchScope(std::move(scope));
 }
 
 Reply Dialogue::finish() {

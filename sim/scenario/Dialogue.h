@@ -88,6 +88,8 @@ private:
     [[nodiscard]] Reply answerTo(std::string_view line);
     void doOwn(const std::string& verb, const Arguments& arguments, Reply* reply);
     void attempt(const std::function<void()>& work, Reply* reply);
+    void playTaken(Reply* reply);
+    void keepWhatWasDone(size_t count, const std::string& status);
     void drop(Reply* reply);
     void matchScope(Scope scope);
     void tellEnded();
@@ -102,7 +104,7 @@ private:
     int mLine = 0;
     int mStatus = 0;
     bool mIsInterruptible = false;
-    std::string mDone;  // the lines that were done, as a scenario
+    std::string mDone;  // what was done, as a scenario
 };
 
 }  // namespace sim::scenario

@@ -18,6 +18,7 @@ struct Outcome {
     bool holds = false;
     std::string expected;
     std::string got;
+    std::string status{};  // of a call that was made and ended with another one than was due
 };
 
 struct Form {

@@ -51,8 +51,10 @@ void Player::play(const Command& command) {
     if (mOptions.stack.stops != nullptr) mOptions.stack.stops->heed();
     if (command.form == nullptr) {
         for (int round = 0; round < command.repeats; ++round) {
-            for (const Command& each : command.body)
+            for (const Command& each : command.body) {
                 play(each);
+                if (each.form != nullptr) ++mDoneInBlocks;
+            }
         }
         return;
     }
@@ -217,7 +219,7 @@ void Player::checkStatus(const std::string& what, const Json::Value& answer) {
     const std::string got = wordFor(statusNames(), answer["exception"].asInt());
     event(what + ": " + got);
     if (due == "any" || numberOf(statusNames(), due) == answer["exception"].asInt()) return;
-    fail({false, "status " + due, "status " + got});
+    fail({false, "status " + due, "status " + got, got});
 }
 
 std::vector<std::string> Player::freshLog() {

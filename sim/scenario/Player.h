@@ -63,6 +63,8 @@ public:
     void play(const Command& command);
     /** The command that is played now, or was last; null before the first. For messages. */
     [[nodiscard]] const Command* current() const { return mCurrent; }
+    /** How many commands of blocks have been done, each time that they were. */
+    [[nodiscard]] size_t doneInBlocks() const { return mDoneInBlocks; }
     void boot();
     /** Null until the headset has booted. */
     [[nodiscard]] Headset* booted() { return mHeadset.get(); }
@@ -137,6 +139,7 @@ private:
     std::set<std::string> mListening;
     size_t mTelemetryTaken = 0;  // events
     const Command* mCurrent = nullptr;
+    size_t mDoneInBlocks = 0;
     bool mSettling = true;
     int mFreeUid = Scope::kFirstFreeUid;
     size_t mLogPassed = 0;  // lines

@@ -140,8 +140,9 @@ TEST(DialogueTest, ofABlockWhoseHeadIsAMistakeNothingIsDone) {
 TEST(DialogueTest, namesAreThoseOfTheHeadsetAfterABlockThatFailed) {
     LedProgram headset = json();
     headset.type(
-            "repeat 1\nstart a\nexpect focus a both within=0\nstart b\nend\nstart b\nfront a\n");
-    for (const bool isOk : {true, true, true, true, false, true, true}) {
+            "repeat 1\nstart a\ndisplay add 2\nexpect focus a both within=0\nstart b\nend\n"
+            "start b\nfront a display=2\n");
+    for (const bool isOk : {true, true, true, true, true, false, true, true}) {
         const Json::Value answer = headset.nextAnswer();
         EXPECT_EQ(answer["ok"], isOk) << toLine(answer);
     }

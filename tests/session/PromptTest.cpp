@@ -121,7 +121,7 @@ TEST_F(PromptTest, theTabulatorCompletesVerbsNamesAndOptions) {
     leave();
 }
 
-TEST_F(PromptTest, blocksAreTypedLineByLineAndWhatWorkedIsSavedAsAScenario) {
+TEST_F(PromptTest, blocksAreTypedLineByLineAndWhatWasDoneIsSavedAsAScenario) {
     const std::string path = mHeadset.folder() + "/mine.scenario";
     lead("start game\n", "game starts");
     lead("repeat 2\n", "\n");
@@ -129,10 +129,18 @@ TEST_F(PromptTest, blocksAreTypedLineByLineAndWhatWorkedIsSavedAsAScenario) {
     lead("back game\n", "\n", kBlockPrompt);
     lead("end\n", "has left the foreground", kBlockPrompt);
     lead("expect focus game both within=0\n", "not as expected");
+    lead("repeat 2\n", "\n");
+    lead("report game visible  # it may\n", "\n", kBlockPrompt);
+    lead("ask game top status=ok\n", "\n", kBlockPrompt);
+    lead("end\n", "got       status security", kBlockPrompt);
+    lead("report game stopping for=game status=dead\n", "got       status ok");
     lead("save " + path + "\n", "\n");
     lead("save " + path + "\n", "File exists");
     ASSERT_TRUE(mHeadset.prints(kPrompt));
-    EXPECT_EQ(contentOf(path), "start game\nrepeat 2\n    front game\n    back game\nend\n");
+    EXPECT_EQ(contentOf(path),
+              "start game\nrepeat 2\n    front game\n    back game\nend\n"
+              "report game visible  # it may\nask game top status=security\n"
+              "report game stopping for=game status=ok\n");
     std::filesystem::remove(path);
     mHeadset.type("quit\n");
     EXPECT_EQ(mHeadset.finish(), 0);
