@@ -116,7 +116,8 @@ Reply Dialogue::answerTo(std::string_view line) {
     if (!mReader.isInWrongBlock()) mBeforeWrong = before;
     auto taken = mReader.take(line);
     auto* mistake = std::get_if<Mistake>(&taken);
-    if (mistake != nullptr) mReader.scope() = before;
+    // With the block that a mistake has ended goes what its lines would have done.
+    if (mistake != nullptr) mReader.scope() = mReader.isInBlock() ? before : mOutside;
     const auto split = splitLine(line);
     const auto* words = std::get_if<std::vector<Word>>(&split);
     const Form* own = words == nullptr || words->empty() ? nullptr : ownForm(words->front().text);
@@ -151,6 +152,7 @@ void Dialogue::playTaken(Reply* reply) {
     attempt([this] { mPlayer.play(mCommand); }, reply);
     if (reply->kind == Reply::Kind::Done) {
         mDone += linesOf(mCommand);
+        matchScope(mReader.scope());
     } else {
         keepWhatWasDone(mPlayer.doneInBlocks() - before, reply->outcome.status);
     }
@@ -216,7 +218,8 @@ void Dialogue::abandonBlock() {
 void Dialogue::matchScope(Scope scope) {
     if (const Headset* headset = mPlayer.booted()) {
         for (const std::string& name : headset->cast()) {
-            if (name == kObserver) continue;
+            // One that runs as the lines say keeps what they say of it.
+            if (name == kObserver || headset->appRuns(name) == scope.runs(name)) continue;
             if (headset->appRuns(name)) {
                 scope.start(name);
             } else {

@@ -137,12 +137,14 @@ TEST(DialogueTest, ofABlockWhoseHeadIsAMistakeNothingIsDone) {
                            R"({"playing":"title outer"})"s, R"({"title":"outer"})"s}));
 }
 
-TEST(DialogueTest, namesAreThoseOfTheHeadsetAfterABlockThatFailed) {
+TEST(DialogueTest, namesAreThoseOfTheHeadsetWhateverFailedOrCameBack) {
     LedProgram headset = json();
     headset.type(
             "repeat 1\nstart a\ndisplay add 2\nexpect focus a both within=0\nstart b\nend\n"
-            "start b\nfront a display=2\n");
-    for (const bool isOk : {true, true, true, true, true, false, true, true}) {
+            "start b\nfront a display=2\nkill servicemanager\nstart c\nrestart servicemanager\n"
+            "front a\nrepeat 2\nstart d\nend\nstart d\n");
+    for (const bool isOk : {true, true, true, true, true, false, true, true, true, false, true,
+                            true, true, true, false, true}) {
         const Json::Value answer = headset.nextAnswer();
         EXPECT_EQ(answer["ok"], isOk) << toLine(answer);
     }
