@@ -19,7 +19,8 @@ constexpr const char* kBlockPrompt = "    ...> ";
 
 int lead(Dialogue& dialogue, LineEditor& editor, Timeline& timeline) {
     timeline.line(
-            "A simulated headset. help lists the commands, the tabulator completes them; try:\n"
+            "A simulated headset. help lists the commands, the tabulator completes them, quit\n"
+            "ends the session; try:\n"
             "  start game permissions=read-focus\n"
             "  front game\n"
             "  list");
