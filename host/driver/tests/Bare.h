@@ -96,6 +96,14 @@ private:
     unique_fd mSocket;
 };
 
+/** A process with one thread. */
+struct BareProcess {
+    explicit BareProcess(const std::string& path)
+          : process(path), thread((process.becomeProcess(), path), process) {}
+    Bare process;
+    Bare thread;
+};
+
 inline std::vector<uint8_t> bytesOf(const auto& value) {
     std::vector<uint8_t> out;
     appendBytes(&out, value);
@@ -111,6 +119,18 @@ inline std::vector<uint8_t> soundFrame(uint32_t handle = 0, uint32_t flags = 0) 
     appendBytes(&out, uint32_t{BC_TRANSACTION});
     appendBytes(&out, head);
     appendBytes(&out, uint64_t{1});
+    return out;
+}
+
+/** One that the hub needs long for, and that does nothing. */
+inline std::vector<uint8_t> longFrame(size_t size) {
+    std::vector<uint8_t> out = bytesOf(frame::Header{});
+    while (out.size() < size) {
+        for (const uint32_t command : {BC_INCREFS, BC_DECREFS}) {
+            appendBytes(&out, command);
+            appendBytes(&out, uint32_t{0});
+        }
+    }
     return out;
 }
 

@@ -8,49 +8,15 @@
 namespace binderhost::tests {
 namespace {
 
-constexpr uint64_t kPtr = 0x1000;
-
-class CallTest : public DriverFixture {
-protected:
-    /** Serves one call to handle 0 with the text of the call. */
-    void echoOnce() {
-        const Return call = mServer.expect(BR_TRANSACTION);
-        mServer.write(Commands().freeBuffer(call).reply(call.text()));
-        (void)mServer.expect(BR_TRANSACTION_COMPLETE);
-    }
-    /** The next call's first object becomes a handle that the server keeps. */
-    uint32_t keepNode() {
-        const Return call = mServer.expect(BR_TRANSACTION);
-        const uint32_t handle = call.object(0).handle;
-        mServer.write(Commands().count(BC_ACQUIRE, handle).freeBuffer(call).reply());
-        (void)mServer.expect(BR_TRANSACTION_COMPLETE);
-        return handle;
-    }
-    uint32_t giveNodeToServer() {
-        mClient.write(Commands().call(0, 1, Payload().node(kPtr)));
-        const uint32_t handle = keepNode();
-        EXPECT_EQ(mClient.expectReply().text(), "");
-        return handle;
-    }
-    void expectWorking() {
-        mClient.write(Commands().call(0, 1, "still here"));
-        echoOnce();
-        EXPECT_EQ(mClient.expectReply().text(), "still here");
-    }
-
-    PeerClient mServer{path()};
-    PeerClient mClient{path()};
-    void SetUp() override { mServer.publish(); }
-};
+class CallTest : public PairFixture {};
 
 TEST_P(CallTest, aCallReachesTheContextManagerAndItsReplyComesBack) {
     mClient.write(Commands().call(0, 42, "hello"));
-    const Return call = mServer.expect(BR_TRANSACTION);
+    const Return call = mServer.serve("world");
     EXPECT_EQ(call.data().code, 42u);
     EXPECT_EQ(call.text(), "hello");
     EXPECT_EQ(call.data().sender_pid, mClient.pid());
     EXPECT_EQ(call.data().sender_euid, geteuid());
-    mServer.write(Commands().freeBuffer(call).reply("world"));
     const Return reply = mClient.expectReply();
     EXPECT_EQ(reply.text(), "world");
     EXPECT_EQ(reply.data().sender_pid, 0);
@@ -66,30 +32,25 @@ TEST_P(CallTest, aReplyThatAlsoReadsIsCompleteAtOnceAndTheNextCallArrives) {
     }
 }
 
-TEST_P(CallTest, aReplyToNobodyFailsAlsoWhenItReads) {
+TEST_P(CallTest, whatCannotBeIsRefusedAndHarmsNobody) {
     ASSERT_EQ(mServer.exchange(Commands().reply("to nobody"), /*read=*/true), 0);
     EXPECT_EQ(mServer.next().command, uint32_t{BR_FAILED_REPLY});
-    expectWorking();
-}
-
-TEST_P(CallTest, handlesThatAreNotHeldFailTheCall) {
-    for (const uint32_t handle : {1u, 2u, 77u, 0x7fffffffu, 0xffffffffu}) {
-        mClient.write(Commands().call(handle, 1));
-        EXPECT_EQ(mClient.next().command, uint32_t{BR_FAILED_REPLY}) << handle;
-        mClient.write(Commands().oneway(handle, 1));
-        EXPECT_EQ(mClient.next().command, uint32_t{BR_FAILED_REPLY}) << handle;
+    for (const uint32_t handle : {1u, 77u, 0x7fffffffu, 0xffffffffu}) {
+        for (const uint32_t flags : {0u, uint32_t{TF_ONE_WAY}}) {
+            mClient.write(Commands().call(handle, 1, {}, flags));
+            EXPECT_EQ(mClient.next().command, uint32_t{BR_FAILED_REPLY}) << handle;
+        }
     }
-    expectWorking();
-}
-
-TEST_P(CallTest, theContextManagerCannotCallItself) {
     mServer.write(Commands().call(0, 1));
-    EXPECT_EQ(mServer.next().command, uint32_t{BR_FAILED_REPLY});
-}
-
-TEST_P(CallTest, aSecondContextManagerIsRefusedAsBusy) {
+    EXPECT_EQ(mServer.next().command, uint32_t{BR_FAILED_REPLY}) << "it would call itself";
     EXPECT_EQ(mClient.becomeContextManager(), -EBUSY);
     EXPECT_EQ(mServer.becomeContextManager(), -EBUSY);
+    mClient.write(Commands().freeBuffer(uint64_t{8}).freeBuffer(~uint64_t{0}));
+    mClient.write(Commands().call(0, 1, "freed twice"));
+    (void)mServer.serve();
+    const Return reply = mClient.expectReply();
+    mClient.write(Commands().freeBuffer(reply));
+    mClient.write(Commands().freeBuffer(reply));
     expectWorking();
 }
 
@@ -100,36 +61,19 @@ TEST_P(CallTest, anUnknownCommandIsInvalidAndWhatStoodBeforeItIsDone) {
     EXPECT_EQ(mServer.expect(BR_TRANSACTION).data().code, 5u);
 }
 
-TEST_P(CallTest, aBufferThatIsNoneIsRefusedAndHarmsNobody) {
-    for (const uint64_t address : {uint64_t{0}, uint64_t{8}, ~uint64_t{0}}) {
-        mClient.write(Commands().freeBuffer(address));
-    }
-    expectWorking();
-}
-
-TEST_P(CallTest, aBufferFreedTwiceIsFreedOnce) {
-    mClient.write(Commands().call(0, 1, "x"));
-    echoOnce();
-    const Return reply = mClient.expectReply();
-    mClient.write(Commands().freeBuffer(reply));
-    mClient.write(Commands().freeBuffer(reply));
-    expectWorking();
-}
-
 TEST_P(CallTest, aCallToAProcessWithNoLooperWaitsForOne) {
-    const uint32_t handle = giveNodeToServer();
+    const uint32_t handle = mClient.giveNode(&mServer);
     mServer.write(Commands().call(handle, 9));
     expectStat("queued", 2u);  // the call, and the caller's completion
     mClient.write(Commands().looper());
-    const Return back = mClient.expect(BR_TRANSACTION);
+    const Return back = mClient.serve("late");
     EXPECT_EQ(back.data().code, 9u);
     EXPECT_EQ(back.data().target.ptr, kPtr);
-    mClient.write(Commands().freeBuffer(back).reply("late"));
     EXPECT_EQ(mServer.expectReply().text(), "late");
 }
 
 TEST_P(CallTest, aCallBackIntoAWaitingProcessGoesToTheWaitingThread) {
-    const uint32_t handle = giveNodeToServer();
+    const uint32_t handle = mClient.giveNode(&mServer);
     PeerClient pool(&mClient);
     pool.write(Commands().looper());
     pool.beginRead();
@@ -138,11 +82,9 @@ TEST_P(CallTest, aCallBackIntoAWaitingProcessGoesToTheWaitingThread) {
     const Return call = mServer.expect(BR_TRANSACTION);
     mServer.write(Commands().call(handle, 2, "nested"));
     (void)mClient.expect(BR_TRANSACTION_COMPLETE);
-    const Return nested = mClient.expect(BR_TRANSACTION);
+    const Return nested = mClient.serve("inner");
     EXPECT_EQ(nested.text(), "nested");
     EXPECT_EQ(nested.data().sender_pid, mServer.pid());
-    mClient.write(Commands().freeBuffer(nested).reply("inner"));
-    (void)mClient.expect(BR_TRANSACTION_COMPLETE);
     EXPECT_EQ(mServer.expectReply().text(), "inner");
     // A one-way call is fresh work, which the waiting thread never gets.
     mServer.write(Commands().oneway(handle, 3));
@@ -154,23 +96,16 @@ TEST_P(CallTest, aCallBackIntoAWaitingProcessGoesToTheWaitingThread) {
 
 TEST_P(CallTest, aChainThroughThreeProcessesComesBackToItsFirstThread) {
     PeerClient middle(path());
-    const uint32_t clientHandle = giveNodeToServer();
-    middle.write(Commands().call(0, 1, Payload().node(kPtr + 8)));
-    const uint32_t middleHandle = keepNode();
-    (void)middle.expectReply();
-
+    const uint32_t clientHandle = mClient.giveNode(&mServer);
+    const uint32_t middleHandle = middle.giveNode(&mServer, kPtr + 8);
     mClient.write(Commands().call(0, 1));
     const Return first = mServer.expect(BR_TRANSACTION);
     mServer.write(Commands().call(middleHandle, 2, Payload().handle(clientHandle)));
     middle.write(Commands().looper());
     const Return second = middle.expect(BR_TRANSACTION);
-    const uint32_t back = second.object(0).handle;
-    middle.write(Commands().call(back, 3));
+    middle.write(Commands().call(second.object(0).handle, 3));
     (void)mClient.expect(BR_TRANSACTION_COMPLETE);
-    const Return third = mClient.expect(BR_TRANSACTION);
-    EXPECT_EQ(third.data().target.ptr, kPtr);
-    mClient.write(Commands().freeBuffer(third).reply("3"));
-    (void)mClient.expect(BR_TRANSACTION_COMPLETE);
+    EXPECT_EQ(mClient.serve("3").data().target.ptr, kPtr);
     EXPECT_EQ(middle.expectReply().text(), "3");
     middle.write(Commands().freeBuffer(second).reply("2"));
     EXPECT_EQ(mServer.expectReply().text(), "2");
@@ -183,9 +118,7 @@ TEST_P(CallTest, aSecondCallWhileTheFirstIsUnansweredFails) {
     mClient.write(Commands().call(0, 2));
     (void)mClient.expect(BR_TRANSACTION_COMPLETE);
     (void)mClient.expect(BR_FAILED_REPLY);
-    const Return call = mServer.expect(BR_TRANSACTION);
-    EXPECT_EQ(call.data().code, 1u);
-    mServer.write(Commands().freeBuffer(call).reply("1"));
+    EXPECT_EQ(mServer.serve("1").data().code, 1u);
     EXPECT_EQ(mClient.expect(BR_REPLY).text(), "1");
 }
 
@@ -198,35 +131,31 @@ TEST_P(CallTest, theLooperThatWaitedLastIsTakenFirst) {
     }
     for (uint32_t code = 1; code <= 2; code++) {
         mClient.write(Commands().call(0, code));
-        PeerClient& taken = pool[2 - code];
-        const Return call = taken.expect(BR_TRANSACTION);
-        EXPECT_EQ(call.data().code, code);
-        taken.write(Commands().freeBuffer(call).reply());
-        (void)taken.expect(BR_TRANSACTION_COMPLETE);
+        EXPECT_EQ(pool[2 - code].serve().data().code, code);
         (void)mClient.expectReply();
     }
 }
 
 TEST_P(CallTest, aLooperIsAskedForOnlyWhenNoneWaitsAndFewerThanTheMaximumWereStarted) {
-    ASSERT_EQ(mServer.setMaxThreads(1), 0);
-    auto callAndServe = [this](PeerClient* server) {
+    ASSERT_EQ(mServer.setMaxThreads(2), 0);
+    auto callAndServe = [this] {
         mClient.write(Commands().call(0, 1));
-        const Return first = server->next();
+        const Return first = mServer.next();
         const bool asked = first.command == BR_SPAWN_LOOPER;
-        const Return call = asked ? server->next() : first;
-        server->write(Commands().freeBuffer(call).reply());
-        (void)server->expect(BR_TRANSACTION_COMPLETE);
+        const Return call = asked ? mServer.next() : first;
+        mServer.write(Commands().freeBuffer(call).reply());
+        (void)mServer.expect(BR_TRANSACTION_COMPLETE);
         (void)mClient.expectReply();
         return asked;
     };
-    EXPECT_TRUE(callAndServe(&mServer));
-    EXPECT_FALSE(callAndServe(&mServer)) << "one request at a time";
+    EXPECT_TRUE(callAndServe());
+    EXPECT_FALSE(callAndServe()) << "one request at a time";
     mServer.write(Commands().put(uint32_t{BC_REGISTER_LOOPER}));
-    EXPECT_FALSE(callAndServe(&mServer)) << "it was one already, and is not the one asked for";
+    EXPECT_FALSE(callAndServe()) << "it was one already, and is not the one asked for";
     PeerClient(&mServer).write(Commands().put(uint32_t{BC_REGISTER_LOOPER}));
-    EXPECT_FALSE(callAndServe(&mServer)) << "the maximum has been started";
-    ASSERT_EQ(mServer.setMaxThreads(2), 0);
-    EXPECT_TRUE(callAndServe(&mServer));
+    EXPECT_TRUE(callAndServe());
+    PeerClient(&mServer).write(Commands().put(uint32_t{BC_REGISTER_LOOPER}));
+    EXPECT_FALSE(callAndServe()) << "the maximum has been started";
 }
 
 TEST_P(CallTest, noLooperIsAskedForWhileAnotherWaits) {

@@ -78,10 +78,7 @@ public:
         mFd = ends[0];
     }
     ~Child() {
-        if (mPid > 0) {
-            kill();
-            (void)wait();
-        }
+        killAndWait();
         close(mFd);
     }
     Child(const Child&) = delete;
@@ -107,7 +104,9 @@ public:
         return waitid(P_PID, static_cast<id_t>(mPid), &what, WEXITED | WNOHANG | WNOWAIT) == 0 &&
                what.si_pid == mPid;
     }
+    /** Or nothing, when its end is known. */
     void killAndWait() {
+        if (mPid <= 0) return;
         kill();
         (void)wait();
     }

@@ -51,32 +51,26 @@ protected:
         EXPECT_EQ(openDriver(path, &error), nullptr);
         return error;
     }
-
-    static void expectSays(const std::string& said, const std::string& due) {
-        EXPECT_NE(said.find(due), std::string::npos) << said;
-    }
 };
 
-TEST_F(DeviceTest, aMissingDeviceIsNamedWithTheModuleThatMakesIt) {
-    const std::string said = refusal("/dev/no-binder");
-    expectSays(said, "/dev/no-binder: No such file or directory");
-    expectSays(said, "modprobe binder_linux");
-}
-
-TEST_F(DeviceTest, aDeviceOfSomethingElseIsCalledThat) {
-    expectSays(refusal("/dev/null"), "/dev/null is no binder device");
-}
-
-TEST_F(DeviceTest, anotherVersionOfTheProtocolIsRefusedWithBothNumbers) {
-    gVersionOfNull = BINDER_CURRENT_PROTOCOL_VERSION - 1;
-    const std::string said = refusal("/dev/null");
-    expectSays(said, "/dev/null speaks version " + std::to_string(gVersionOfNull));
-    expectSays(said, "speaks " + std::to_string(BINDER_CURRENT_PROTOCOL_VERSION));
-}
-
-TEST_F(DeviceTest, aDeviceWithoutABufferIsRefused) {
-    gVersionOfNull = BINDER_CURRENT_PROTOCOL_VERSION;
-    expectSays(refusal("/dev/null"), "/dev/null: no memory for its buffer");
+TEST_F(DeviceTest, aDeviceThatCannotBeUsedIsNamedWithTheReason) {
+    constexpr int kOurs = BINDER_CURRENT_PROTOCOL_VERSION;
+    const std::string ours = std::to_string(kOurs), other = std::to_string(kOurs - 1);
+    const struct {
+        int version;
+        const char* path;
+        std::string says;
+    } rows[] = {{0, "/dev/no-binder", "/dev/no-binder: No such file or directory"},
+                {0, "/dev/no-binder", "modprobe binder_linux"},
+                {0, "/dev/null", "/dev/null is no binder device"},
+                {kOurs - 1, "/dev/null", "/dev/null speaks version " + other},
+                {kOurs - 1, "/dev/null", "this program speaks " + ours},
+                {kOurs, "/dev/null", "/dev/null: no memory for its buffer"}};
+    for (const auto& row : rows) {
+        gVersionOfNull = row.version;
+        const std::string said = refusal(row.path);
+        EXPECT_NE(said.find(row.says), std::string::npos) << said;
+    }
 }
 
 TEST_F(DeviceTest, aDeviceThatIsNotPermittedIsNamedWithTheUser) {

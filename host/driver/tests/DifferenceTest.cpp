@@ -15,20 +15,12 @@
 namespace binderhost::tests {
 namespace {
 
-constexpr uint64_t kPtr = 0x1000;
-
 /** A context manager and a client that holds a node of its, on one driver. */
 struct Scene {
     Scene(const std::string& at, std::function<uint64_t()> countBuffers)
           : path(at), server(at), client(at), buffers(std::move(countBuffers)) {
         server.publish();
-        client.write(Commands().call(0, 1));
-        const Return call = server.expect(BR_TRANSACTION);
-        server.write(Commands().freeBuffer(call).reply(Payload().node(kPtr)));
-        (void)server.expect(BR_TRANSACTION_COMPLETE);
-        const Return reply = client.expectReply();
-        handle = reply.object(0).handle;
-        client.write(Commands().count(BC_ACQUIRE, handle).freeBuffer(reply));
+        handle = client.takeNode(&server);
     }
     std::string post(Payload payload) {
         client.write(Commands().oneway(handle, 1, std::move(payload)));
@@ -146,9 +138,7 @@ std::string leaveAfterReply(Scene* scene) {
     if (pool.exchange(Commands().freeBuffer(call).reply(), /*read=*/true) != 0) return "no reply";
     (void)scene->client.expectReply();
     scene->client.write(Commands().call(0, 2));
-    PeerClient other(&scene->client);
-    other.write(Commands().oneway(0, 3));
-    (void)other.expect(BR_TRANSACTION_COMPLETE);
+    PeerClient(&scene->client).post(0, 3);
     pool.exitThread();
     return "call " + std::to_string(scene->server.expect(BR_TRANSACTION).data().code);
 }

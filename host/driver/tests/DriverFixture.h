@@ -45,6 +45,22 @@ private:
     std::unique_ptr<TestHub> mHub;
 };
 
+/** With a context manager and a client of its. */
+class PairFixture : public DriverFixture {
+protected:
+    void SetUp() override { mServer.publish(); }
+    void expectWorking() {
+        mClient.write(Commands().call(0, 1, "still here?"));
+        EXPECT_EQ(mServer.serve("yes").text(), "still here?");
+        const Return reply = mClient.expectReply();
+        EXPECT_EQ(reply.text(), "yes");
+        mClient.write(Commands().freeBuffer(reply));
+    }
+
+    PeerClient mServer{path()};
+    PeerClient mClient{path()};
+};
+
 /** Those that this run can use. */
 [[nodiscard]] std::vector<DriverKind> driverKinds();
 [[nodiscard]] std::string nameOfDriver(const ::testing::TestParamInfo<DriverKind>& info);

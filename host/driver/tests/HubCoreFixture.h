@@ -15,6 +15,7 @@
 
 namespace binderhost::hub {
 
+using tests::kPtr;
 using tests::Payload;
 
 /** Packs commands as a driver would; everything inline. */
@@ -131,7 +132,6 @@ public:
 };
 
 using Seen = std::vector<uint32_t>;
-inline constexpr uint64_t kPtr = 0x1000;
 
 class HubCoreTest : public ::testing::Test {
 protected:

@@ -29,55 +29,6 @@ TEST_F(HubCoreTest, anEmptyTwoWayCallIsFourRecordsInAll) {
     EXPECT_EQ(stat("idle"), 1u);
 }
 
-TEST_F(HubCoreTest, theNoticeOfADeathComesBeforeACallMadeAfterIt) {
-    Peer mortal(&mHub, 3);
-    const uint32_t handle = give(&mortal);
-    mServer.write(Packed().put(BC_REQUEST_DEATH_NOTIFICATION, handle, uint64_t{7}));
-    mHub.closeProcess(mortal.process);
-    mClient.write(Packed().call(BC_TRANSACTION, 0, 1));
-    mServer.read();
-    EXPECT_EQ(mServer.commands(), Seen{BR_DEAD_BINDER});
-    mServer.read();
-    EXPECT_EQ(mServer.commands(), Seen{BR_TRANSACTION});
-}
-
-TEST_F(HubCoreTest, aLooperThatWaitsForAnAnswerGetsNoFreshWork) {
-    const uint32_t toClient = give(&mClient);
-    mServer.read(Packed().call(BC_TRANSACTION, toClient, 1));
-    Peer other(&mHub, 3);
-    other.write(Packed().call(BC_TRANSACTION, 0, 2));
-    EXPECT_EQ(mServer.commands(), Seen{});
-    mClient.read(Packed().put(BC_ENTER_LOOPER));
-    mClient.write(Packed().reply());
-    EXPECT_EQ(mServer.commands(), (Seen{BR_TRANSACTION_COMPLETE, BR_REPLY}));
-    mServer.read();
-    EXPECT_EQ(mServer.commands(), Seen{BR_TRANSACTION});
-}
-
-TEST_F(HubCoreTest, aReplyThatComesWhileTheCallerIsInANestedCallWaitsForItsReturn) {
-    // client ─▶ server ─▶ third ─▶ client again; third dies, and the server replies at once.
-    Peer third(&mHub, 3);
-    third.write(Packed().put(BC_ENTER_LOOPER));
-    const uint32_t toThird = give(&third);
-    const uint32_t toClient = give(&mClient, kPtr + 8);
-    mClient.read(Packed().call(BC_TRANSACTION, 0, 1));
-    mServer.read();
-    mServer.read(Packed().call(BC_TRANSACTION, toThird, 2, Payload().handle(toClient)));
-    mServer.got.clear();
-    third.read();
-    flat_binder_object passed;
-    std::memcpy(&passed, third.payload.data(), sizeof(passed));
-    third.write(Packed().call(BC_TRANSACTION, passed.handle, 3));
-    EXPECT_EQ(mClient.commands(), (Seen{BR_TRANSACTION_COMPLETE, BR_TRANSACTION}));
-    mHub.closeProcess(third.process);
-    EXPECT_EQ(mServer.commands().back(), uint32_t{BR_DEAD_REPLY});
-    mServer.write(Packed().reply("first"));
-    mClient.read();
-    EXPECT_EQ(mClient.commands(), Seen{}) << "it is not back yet";
-    mClient.write(Packed().reply("nobody wants it"));
-    EXPECT_EQ(mClient.commands(), (Seen{BR_TRANSACTION_COMPLETE, BR_REPLY}));
-}
-
 TEST_F(HubCoreTest, aCallerThatDiesBeforeItsEarlyReplyIsReadTakesTheReplyWithIt) {
     mServer.read(Packed().put(BC_ENTER_LOOPER));
     mClient.write(Packed().call(BC_TRANSACTION, 0, 1));
@@ -85,28 +36,6 @@ TEST_F(HubCoreTest, aCallerThatDiesBeforeItsEarlyReplyIsReadTakesTheReplyWithIt)
     EXPECT_EQ(stat("buffers"), 2u);
     mHub.closeThread(mClient.thread);
     EXPECT_EQ(stat("buffers"), 1u) << "the call's, which the server holds";
-}
-
-TEST_F(HubCoreTest, callsThatNestForeverFailAtABoundAndEndInPeace) {
-    const uint32_t toClient = give(&mClient);
-    mClient.write(Packed().call(BC_TRANSACTION, 0, 1));
-    mServer.read();
-    mClient.read();
-    Peer* caller = &mServer;
-    Peer* callee = &mClient;
-    size_t depth = 1;
-    for (; depth < 300'000; depth++) {
-        caller->got.clear();
-        caller->read(Packed().call(BC_TRANSACTION, caller == &mServer ? toClient : 0, 1));
-        if (callee->got.empty()) break;
-        callee->write(Packed().put(BC_FREE_BUFFER, callee->got.back().buffer));
-        std::swap(caller, callee);
-    }
-    EXPECT_EQ(caller->commands(), Seen{BR_FAILED_REPLY});
-    EXPECT_EQ(depth, Limits().nesting);
-    mHub.closeProcess(mServer.process);
-    mHub.closeProcess(mClient.process);
-    EXPECT_EQ(stat("processes"), 0u);
 }
 
 TEST_F(HubCoreTest, aMessageWhoseDescriptorsCannotGoOutFailsAloneAndItsReceiverLivesOn) {
@@ -170,13 +99,10 @@ TEST_F(HubCoreTest, noticesThatDoNotFitOneRecordComeInTheNext) {
     EXPECT_EQ(seen[BR_TRANSACTION_COMPLETE], 3u);
 }
 
-TEST_F(HubCoreTest, twoReadsWithoutAnAnswerAreAgainstTheProtocol) {
+TEST_F(HubCoreTest, twoReadsWithoutAnAnswerAndUnknownFlagsAreAgainstTheProtocol) {
+    EXPECT_FALSE(mClient.feed({}, 0x80));
     mClient.read();
     EXPECT_FALSE(mClient.feed({}, frame::kRead));
-}
-
-TEST_F(HubCoreTest, anUnknownFlagIsAgainstTheProtocol) {
-    EXPECT_FALSE(mClient.feed({}, 0x80));
 }
 
 TEST_F(HubCoreTest, aFrameCutAnywhereInsideACommandIsAgainstTheProtocol) {
@@ -198,12 +124,11 @@ TEST_F(HubCoreTest, aFrameCutAnywhereInsideACommandIsAgainstTheProtocol) {
 TEST_F(HubCoreTest, wildSizesDoNotWrap) {
     for (const uint64_t size : {~uint64_t{0}, ~uint64_t{0} - 7, uint64_t{1} << 63,
                                 uint64_t{1} << 32, uint64_t{1} << 20}) {
-        for (const bool offsets : {false, true}) {
+        for (const int which : {0, 1, 2, 3}) {
             Peer peer(&mHub, 9);
             frame::Transaction head;
-            (offsets ? head.data.offsets_size : head.data.data_size) = size;
-            EXPECT_FALSE(peer.feed(Packed().put(BC_TRANSACTION, head).bytes, 0)) << size;
-            head.placement = frame::Placement::Memory;
+            (which % 2 ? head.data.offsets_size : head.data.data_size) = size;
+            if (which >= 2) head.placement = frame::Placement::Memory;
             EXPECT_FALSE(peer.feed(Packed().put(BC_TRANSACTION, head).bytes, 0)) << size;
             mHub.closeProcess(peer.process);
         }
@@ -213,24 +138,13 @@ TEST_F(HubCoreTest, wildSizesDoNotWrap) {
 
 TEST_F(HubCoreTest, randomFramesHarmNobodyElse) {
     std::mt19937 random(4711);
-    const uint32_t known[] = {BC_TRANSACTION,
-                              BC_REPLY,
-                              BC_FREE_BUFFER,
-                              BC_INCREFS,
-                              BC_ACQUIRE,
-                              BC_RELEASE,
-                              BC_DECREFS,
-                              BC_INCREFS_DONE,
-                              BC_ACQUIRE_DONE,
-                              BC_ENTER_LOOPER,
-                              BC_EXIT_LOOPER,
-                              BC_REGISTER_LOOPER,
-                              BC_REQUEST_DEATH_NOTIFICATION,
-                              BC_CLEAR_DEATH_NOTIFICATION,
-                              BC_DEAD_BINDER_DONE,
-                              frame::kCommandReject,
-                              frame::kCommandUntold,
-                              BC_TRANSACTION_SG};
+    // clang-format off
+    const uint32_t known[] = {
+            BC_TRANSACTION, BC_REPLY, BC_FREE_BUFFER, BC_INCREFS, BC_ACQUIRE, BC_RELEASE,
+            BC_DECREFS, BC_INCREFS_DONE, BC_ACQUIRE_DONE, BC_ENTER_LOOPER, BC_EXIT_LOOPER,
+            BC_REGISTER_LOOPER, BC_REQUEST_DEATH_NOTIFICATION, BC_CLEAR_DEATH_NOTIFICATION,
+            BC_DEAD_BINDER_DONE, frame::kCommandReject, frame::kCommandUntold, BC_TRANSACTION_SG};
+    // clang-format on
     mServer.read(Packed().put(BC_ENTER_LOOPER));
     for (int round = 0; round < 3000; round++) {
         Peer peer(&mHub, 9);

@@ -7,9 +7,7 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,7 +16,6 @@
 #include "ControlFixture.h"
 #include "PeerClient.h"
 #include "RawClient.h"
-#include "embedded/ControlFrame.h"
 #include "embedded/HubConnection.h"
 #include "embedded/Socket.h"
 
@@ -49,10 +46,8 @@ protected:
     /** The uid under which the child calls. */
     uid_t callersUid() {
         mChild.tell('c');
-        const Return call = mRegistry.expect(BR_TRANSACTION);
+        const Return call = mRegistry.serve();
         EXPECT_EQ(call.data().sender_pid, mChild.pid());
-        mRegistry.write(Commands().freeBuffer(call).reply());
-        (void)mRegistry.expect(BR_TRANSACTION_COMPLETE);
         return call.data().sender_euid;
     }
     void SetUp() override {
@@ -63,19 +58,12 @@ protected:
     RawClient mRegistry{path()};
 };
 
-TEST_F(IdentityTest, whoHasAnAssignedUidCallsUnderIt) {
+TEST_F(IdentityTest, whoHasAnAssignedUidCallsUnderItAlsoWhenNobodyControlsTheHub) {
     ASSERT_EQ(hub().assign(mChild.pid(), kUid), Status::Done);
+    hangUp();
     openDriver();
     EXPECT_EQ(callersUid(), kUid);
     EXPECT_EQ(uidInTable(mChild.pid()), kUid);
-}
-
-TEST_F(IdentityTest, whoHasNoneIsNotTheAppThatHasTheKernelsUid) {
-    Child app([](Child::Door& door) { door.await('e'); });
-    ASSERT_EQ(hub().assign(app.pid(), geteuid()), Status::Done);
-    openDriver();
-    EXPECT_EQ(callersUid(), AssignedUids::kOthersUid);
-    EXPECT_EQ(uidInTable(mChild.pid()), std::nullopt);
 }
 
 TEST_F(IdentityTest, onlyItsOwnerReachesAHubThatVouches) {
@@ -95,44 +83,44 @@ TEST_F(IdentityTest, onlyItsOwnerReachesAHubThatVouches) {
 }
 
 TEST_F(IdentityTest, lettersComeFromTheAssignedUidToo) {
-    constexpr uint64_t kPtr = 0x1000;
     Child sender([path = path()](Child::Door& door) {
         door.await('g');
         RawClient me(path);
         me.write(Commands().call(0, 1));
         const Return reply = me.expectReply();
-        const uint32_t handle = reply.object(0).handle;
-        me.write(Commands().count(BC_ACQUIRE, handle).freeBuffer(reply));
-        for (uint32_t code = 0; code < 5; code++) {
-            me.write(Commands().oneway(handle, code));
-            (void)me.expect(BR_TRANSACTION_COMPLETE);
-        }
+        for (uint32_t code = 0; code < 5; code++)
+            me.post(reply.object(0).handle, code);
         door.await('e');
     });
     ASSERT_EQ(hub().assign(sender.pid(), kUid), Status::Done);
     sender.tell('g');
-    const Return call = mRegistry.expect(BR_TRANSACTION);
-    mRegistry.write(Commands().freeBuffer(call).reply(Payload().node(kPtr)));
-    (void)mRegistry.expect(BR_TRANSACTION_COMPLETE);
+    (void)mRegistry.serve(Payload().node(kPtr));
     for (uint32_t code = 0; code < 5; code++) {
-        const Return notice = mRegistry.expect(BR_TRANSACTION);
+        const Return notice = mRegistry.take();
         EXPECT_EQ(notice.data().code, code);
         EXPECT_EQ(notice.data().sender_euid, kUid);
-        mRegistry.write(Commands().freeBuffer(notice));
     }
     EXPECT_GT(stats().at("letters_taken"), 0u) << "root's, too: it is given no other uid";
+}
+
+/** Says when it is ready, and waits to be ended. */
+void rest(const Child::Door& door) {
+    door.tell('r');
+    door.await('e');
 }
 
 TEST_F(IdentityTest, onlyAChildThatRunsAsTheOwnerAndHasNotConnectedIsGivenOne) {
     Child connected([path = path()](Child::Door& door) {
         RawClient me(path);
-        door.tell('r');
-        door.await('e');
+        rest(door);
     });
     Child stranger([path = path()](Child::Door& door) {
         const Bare silent(path);
-        door.tell('r');
-        door.await('e');
+        rest(door);
+    });
+    Child other([](Child::Door& door) {
+        if (geteuid() == 0) require(setuid(PeerClient::kOrdinaryUid) == 0, "setuid");
+        rest(door);
     });
     pid_t grandchild = 0;
     int numbers[2];
@@ -152,8 +140,8 @@ TEST_F(IdentityTest, onlyAChildThatRunsAsTheOwnerAndHasNotConnectedIsGivenOne) {
     Child reaped([](Child::Door&) {});
     const pid_t nobody = reaped.pid();
     ASSERT_EQ(reaped.wait(), 0);
-    connected.await('r');
-    stranger.await('r');
+    for (const Child* each : {&connected, &stranger, &other})
+        each->await('r');
 
     const struct {
         const char* name;
@@ -170,6 +158,8 @@ TEST_F(IdentityTest, onlyAChildThatRunsAsTheOwnerAndHasNotConnectedIsGivenOne) {
             {"one that is gone", nobody, Status::Gone},
             {"one that has opened the driver", connected.pid(), Status::AlreadyConnected},
             {"one that has only connected", stranger.pid(), Status::AlreadyConnected},
+            // Only root has children of other users.
+            {"another user's", other.pid(), geteuid() == 0 ? Status::OtherUser : Status::Done},
             {"a child", mChild.pid(), Status::Done},
             {"the same again", mChild.pid(), Status::AlreadyAssigned},
     };
@@ -179,17 +169,6 @@ TEST_F(IdentityTest, onlyAChildThatRunsAsTheOwnerAndHasNotConnectedIsGivenOne) {
     }
     EXPECT_EQ(uidInTable(connected.pid()), std::nullopt);
     EXPECT_EQ(uidInTable(mChild.pid()), kUid);
-}
-
-TEST_F(IdentityTest, aChildThatRunsAsAnotherUserIsGivenNone) {
-    if (geteuid() != 0) GTEST_SKIP() << "only root has children of other users";
-    Child other([](Child::Door& door) {
-        require(setuid(PeerClient::kOrdinaryUid) == 0, "setuid");
-        door.tell('r');
-        door.await('e');
-    });
-    other.await('r');
-    EXPECT_EQ(hub().assign(other.pid(), kUid), Status::OtherUser);
 }
 
 TEST_F(IdentityTest, aUidIsANumberThatFitsASignedOne) {
@@ -222,25 +201,6 @@ TEST_F(IdentityTest, anotherUidTakesEffectWhenTheProcessHasNoConnection) {
     openDriver();
     EXPECT_EQ(uidInTable(mChild.pid()), 10052u);
     EXPECT_EQ(callersUid(), 10052u);
-}
-
-TEST_F(IdentityTest, aProcessThatExecsItselfIsAnotherFromThenOn) {
-    Child exec([path = path()](Child::Door& door) {
-        door.await('g');
-        RawClient me(path);
-        door.tell('r');
-        door.await('e');
-        execl("/bin/cat", "cat", nullptr);
-        throw std::runtime_error("exec");
-    });
-    ASSERT_EQ(hub().assign(exec.pid(), kUid), Status::Done);
-    exec.tell('g');
-    exec.await('r');
-    ASSERT_EQ(hub().reassign(exec.pid(), 10051), Status::Done);
-    EXPECT_EQ(uidInTable(exec.pid()), kUid);
-    exec.tell('e');
-    awaitStat("processes", 1);
-    EXPECT_EQ(uidInTable(exec.pid()), 10051u);
 }
 
 TEST_F(IdentityTest, whatAnEndedProcessHadIsNobodyElses) {
@@ -286,29 +246,8 @@ TEST_F(IdentityTest, aChildOfAnAssignedProcessHasNoPartInIt) {
     });
     ASSERT_EQ(hub().assign(parent.pid(), kUid), Status::Done);
     parent.tell('g');
-    const Return call = mRegistry.expect(BR_TRANSACTION);
-    EXPECT_EQ(call.data().sender_euid, AssignedUids::kOthersUid);
-    mRegistry.write(Commands().freeBuffer(call).reply());
+    EXPECT_EQ(mRegistry.serve().data().sender_euid, AssignedUids::kOthersUid);
     parent.await('d');
-}
-
-TEST_F(IdentityTest, controlMessagesOnAnOrdinaryConnectionEndIt) {
-    ASSERT_EQ(hub().assign(mChild.pid(), kUid), Status::Done);
-    control::Request request;
-    request.pid = getpid();
-    request.uid = 0;
-    for (const char* as : {"stranger", "process", "thread"}) {
-        SCOPED_TRACE(as);
-        const std::string_view kind(as);
-        Bare first(path());
-        if (kind != "stranger") first.becomeProcess();
-        std::optional<Bare> thread;
-        if (kind == "thread") thread.emplace(path(), first);
-        const Bare& sender = thread ? *thread : first;
-        ASSERT_EQ(sender.send(bytesOf(request)), 0);
-        EXPECT_TRUE(sender.cutOff());
-    }
-    EXPECT_EQ(uidInTable(getpid()), std::nullopt);
 }
 
 TEST_F(IdentityTest, theControlConnectionIsNobodyElses) {
@@ -317,13 +256,9 @@ TEST_F(IdentityTest, theControlConnectionIsNobodyElses) {
         for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
             const int fd = std::stoi(entry.path().filename());
             int type = 0;
-            ucred peer{};
-            socklen_t size = sizeof(type), peerSize = sizeof(peer);
-            if (getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) || type != SOCK_SEQPACKET ||
-                getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &peerSize)) {
-                continue;
-            }
-            found.push_back(fd);
+            socklen_t size = sizeof(type);
+            const bool isSocket = getsockopt(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0;
+            if (isSocket && type == SOCK_SEQPACKET) found.push_back(fd);
         }
         return found;
     };
@@ -333,14 +268,6 @@ TEST_F(IdentityTest, theControlConnectionIsNobodyElses) {
         EXPECT_TRUE((fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0) << "it would pass to other programs";
     Child forked([&sockets](Child::Door&) { require(sockets().empty(), "sockets are left"); });
     EXPECT_EQ(forked.wait(), 0);
-}
-
-TEST_F(IdentityTest, assignmentsOutliveTheControlConnection) {
-    ASSERT_EQ(hub().assign(mChild.pid(), kUid), Status::Done);
-    hangUp();
-    openDriver();
-    EXPECT_EQ(callersUid(), kUid);
-    EXPECT_EQ(uidInTable(mChild.pid()), kUid);
 }
 
 }  // namespace

@@ -62,13 +62,13 @@ TEST_P(IntruderTest, callsAsOneOfTheOthersWhoeverWasGivenAUid) {
         me.write(Commands().call(0, 1));
         (void)me.expectReply();
     });
-    ASSERT_EQ(hub().assign(victim.pid(), kUid), Status::Done);
+    // Even that which the intruder has of the kernel, when it is a process of the same user.
+    ASSERT_EQ(hub().assign(victim.pid(), geteuid()), Status::Done);
     intruder.tell('g');
-    const Return call = registry.expect(BR_TRANSACTION);
+    const Return call = registry.serve();
     EXPECT_EQ(call.data().sender_pid, intruder.pid());
     EXPECT_EQ(call.data().sender_euid, AssignedUids::kOthersUid);
     EXPECT_EQ(uidInTable(intruder.pid()), std::nullopt);
-    registry.write(Commands().freeBuffer(call).reply());
     EXPECT_EQ(intruder.wait(), 0);
 }
 
@@ -76,16 +76,19 @@ TEST_P(IntruderTest, assignsNothingOverTheSocketOfTheHub) {
     Child victim([](Child::Door& door) { door.await('e'); });
     ASSERT_EQ(hub().assign(victim.pid(), kUid), Status::Done);
     for (const control::Kind kind : {control::Kind::Assign, control::Kind::Reassign}) {
-        for (const bool hasGreeted : {false, true}) {
-            SCOPED_TRACE(hasGreeted);
+        for (const std::string as : {"stranger", "process", "thread"}) {
+            SCOPED_TRACE(as);
             Child intruder([&, path = path(), pid = victim.pid()](Child::Door& door) {
                 becomeIntruder();
                 control::Request request;
                 request.kind = kind;
                 request.pid = kind == control::Kind::Assign ? getpid() : pid;
                 request.uid = 1000;
-                Bare connection(path);
-                if (hasGreeted) connection.becomeProcess();
+                Bare first(path);
+                if (as != "stranger") first.becomeProcess();
+                std::optional<Bare> thread;
+                if (as == "thread") thread.emplace(path, first);
+                const Bare& connection = thread ? *thread : first;
                 require(connection.send(bytesOf(request)) == 0, "send");
                 require(connection.cutOff(), "it is not cut off");
                 door.tell('d');

@@ -5,54 +5,77 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
+#include <cinttypes>
 #include <csignal>
+#include <fstream>
 #include <memory>
 #include <random>
+#include <vector>
 
-#include "HubFixture.h"
-#include "OwnLetters.h"
 #include "PeerClient.h"
+#include "RawClient.h"
+#include "TestHub.h"
 #include "embedded/Frame.h"
+#include "embedded/OutboxLayout.h"
 
 namespace binderhost::tests {
 namespace {
 
-constexpr uint64_t kPtr = 0x1000;
 using As = PeerClient::As;
+
+/** Where this process's letters are mapped; null when they are not. */
+outbox::Letters* findLetters() {
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        uintptr_t start = 0;
+        const bool named = line.find("memfd:binder-letters") != std::string::npos;
+        if (named && std::sscanf(line.c_str(), "%" SCNxPTR, &start) == 1) {
+            return reinterpret_cast<outbox::Letters*>(start);
+        }
+    }
+    return nullptr;
+}
+
+/** One that is spoilt before the hub looks, and one more that makes it look. */
+int sendSpoiltLetter(Driver& driver, int64_t handle) {
+    outbox::Letters* letters = findLetters();
+    if (letters == nullptr) return -ENOENT;
+    Commands commands;
+    commands.oneway(static_cast<uint32_t>(handle), 1);
+    uint32_t room[16];
+    for (const uint32_t rung : {1, 0}) {
+        letters->rung.store(rung);
+        if (const int status = exchangeOnce(driver, commands.bytes, room)) return status;
+        std::memset(letters->ring, 0xff, outbox::kRingBytes);
+    }
+    return 0;
+}
 
 class LetterTest : public HubFixture {
 protected:
     PeerClient mRegistry{path(), As::Ordinary};
     void SetUp() override { mRegistry.publish(); }
 
-    /** A handle on a node of the registry's. */
+    /** A handle on a node of the registry's; from now on calls to it are letters, if ever. */
     uint32_t join(PeerClient* client) {
-        client->write(Commands().call(0, 1));
-        const Return call = mRegistry.expect(BR_TRANSACTION);
-        mRegistry.write(Commands().freeBuffer(call).reply(Payload().node(kPtr)));
-        const Return reply = client->expectReply();
-        const uint32_t handle = reply.object(0).handle;
-        client->write(Commands().count(BC_ACQUIRE, handle).freeBuffer(reply));
-        (void)mRegistry.expect(BR_TRANSACTION_COMPLETE);
+        const uint32_t handle = client->takeNode(&mRegistry);
+        for (uint32_t code = 1000; code < 1002; code++) {
+            client->post(handle, code);
+            EXPECT_EQ(mRegistry.take().data().code, code);
+        }
         return handle;
     }
-    static void send(PeerClient* client, uint32_t handle, uint32_t code,
-                     const Payload& payload = {}) {
-        client->write(Commands().oneway(handle, code, payload));
-        (void)client->expect(BR_TRANSACTION_COMPLETE);
-    }
-    /** From now on its calls to the handle are letters, if they ever are. */
-    void warmUp(PeerClient* client, uint32_t handle) {
-        for (uint32_t code = 1000; code < 1002; code++) {
-            send(client, handle, code);
-            EXPECT_EQ(takeOne().data().code, code);
+    struct Sender {
+        std::unique_ptr<PeerClient> client;
+        uint32_t handle = 0;
+    };
+    std::vector<Sender> makeSenders(int count, As as = As::Ordinary) {
+        std::vector<Sender> out;
+        for (int i = 0; i < count; i++) {
+            out.push_back({std::make_unique<PeerClient>(path(), as), 0});
+            out.back().handle = join(out.back().client.get());
         }
-    }
-    Return takeOne() {
-        const Return call = mRegistry.expect(BR_TRANSACTION);
-        mRegistry.write(Commands().freeBuffer(call));
-        return call;
+        return out;
     }
     [[nodiscard]] uint64_t lettersTaken() const { return stats().at("letters_taken"); }
 };
@@ -60,10 +83,9 @@ protected:
 TEST_F(LetterTest, aCallThatIsALetterLooksToItsReceiverLikeAnyOther) {
     PeerClient client(path(), As::Ordinary);
     const uint32_t handle = join(&client);
-    warmUp(&client, handle);
     EXPECT_EQ(lettersTaken(), 0u);
-    send(&client, handle, 7, "note");
-    const Return call = takeOne();
+    client.post(handle, 7, "note");
+    const Return call = mRegistry.take();
     EXPECT_EQ(lettersTaken(), 1u);
     EXPECT_EQ(call.data().code, 7u);
     EXPECT_EQ(call.text(), "note");
@@ -75,68 +97,52 @@ TEST_F(LetterTest, aCallThatIsALetterLooksToItsReceiverLikeAnyOther) {
 
 TEST_F(LetterTest, onlyAProcessThatCanNeverBeSomebodyElseGetsAnOutbox) {
     if (geteuid() != 0) GTEST_SKIP() << "only root can make all of these";
-    struct Case {
+    constexpr uid_t kUid = PeerClient::kOrdinaryUid;
+    const struct {
         const char* name;
-        int (*become)(Driver&, int64_t);
+        PeerClient::Function become;
         uint64_t outboxes;
-    };
-    const Case kCases[] = {
+    } rows[] = {
             {"root", [](Driver&, int64_t) { return 0; }, 0},
-            {"root as somebody else for a while",
-             [](Driver&, int64_t) { return seteuid(PeerClient::kOrdinaryUid); }, 0},
+            {"root as somebody else for a while", [](Driver&, int64_t) { return seteuid(kUid); },
+             0},
             {"somebody who can go back to a saved uid",
-             [](Driver&, int64_t) { return setresuid(65534, 65534, 65533); }, 0},
-            {"somebody else for good",
-             [](Driver&, int64_t) { return setresuid(65534, 65534, 65534); }, 1},
+             [](Driver&, int64_t) { return setresuid(kUid, kUid, kUid - 1); }, 0},
+            // Past the C library, which would change all threads: a process that drops its uid
+            // between asking and being looked at is the same to the hub.
+            {"one whose other thread is somebody else",
+             [](Driver&, int64_t) {
+                 return static_cast<int>(syscall(SYS_setresuid, kUid, kUid, kUid));
+             },
+             0},
+            {"somebody else for good", [](Driver&, int64_t) { return setresuid(kUid, kUid, kUid); },
+             1},
     };
-    for (const Case& each : kCases) {
+    for (const auto& each : rows) {
         SCOPED_TRACE(each.name);
         {
             PeerClient client(path());
+            PeerClient thread(&client);
             ASSERT_EQ(client.run(each.become), 0);
-            warmUp(&client, join(&client));
+            (void)join(&thread);
             EXPECT_EQ(stats().at("outboxes"), each.outboxes);
         }
         awaitStat("processes", 1);
     }
 }
 
-TEST_F(LetterTest, anOutboxIsNotForAUidThatOnlyAThreadHas) {
-    if (geteuid() != 0) GTEST_SKIP() << "only root has a uid to drop";
-    PeerClient client(path());
-    PeerClient thread(&client);
-    // Past the C library, which would change all threads: a process that drops its uid between
-    // asking and being looked at is the same to the hub.
-    ASSERT_EQ(client.run([](Driver&, int64_t) {
-        constexpr uid_t kUid = PeerClient::kOrdinaryUid;
-        return static_cast<int>(syscall(SYS_setresuid, kUid, kUid, kUid));
-    }),
-              0);
-    warmUp(&thread, join(&thread));
-    EXPECT_EQ(stats().at("outboxes"), 0u);
-}
-
 TEST_F(LetterTest, lettersOfManySendersArriveInTheOrderOfTheirSending) {
-    struct Sender {
-        std::unique_ptr<PeerClient> client;
-        uint32_t handle;
-    };
-    std::array<Sender, 4> senders;
-    for (size_t i = 0; i < senders.size(); i++) {
-        // The last asks the hub each time: its calls are in the same order.
-        const As as = i + 1 < senders.size() ? As::Ordinary : As::Tester;
-        senders[i].client = std::make_unique<PeerClient>(path(), as);
-        senders[i].handle = join(senders[i].client.get());
-        warmUp(senders[i].client.get(), senders[i].handle);
-    }
+    std::vector<Sender> senders = makeSenders(3);
+    // The last asks the hub each time: its calls are in the same order.
+    senders.push_back(std::move(makeSenders(1, As::Tester)[0]));
     std::mt19937 random(7);
     for (int round = 0; round < 10; round++) {
         for (uint32_t code = 0; code < 100; code++) {
             const Sender& sender = senders.at(random() % senders.size());
-            send(sender.client.get(), sender.handle, code);
+            sender.client->post(sender.handle, code);
         }
         for (uint32_t code = 0; code < 100; code++)
-            ASSERT_EQ(takeOne().data().code, code);
+            ASSERT_EQ(mRegistry.take().data().code, code);
     }
     EXPECT_GT(lettersTaken(), 500u);
 }
@@ -144,29 +150,27 @@ TEST_F(LetterTest, lettersOfManySendersArriveInTheOrderOfTheirSending) {
 TEST_F(LetterTest, twoThreadsOfASenderKeepTheOrderOfTheirCalls) {
     PeerClient first(path(), As::Ordinary);
     const uint32_t handle = join(&first);
-    warmUp(&first, handle);
     PeerClient second(&first);
     for (uint32_t code = 0; code < 100; code++) {
         // Every fifth carries an object, which no letter can.
         Payload payload;
         if (code % 5 == 0) payload.handle(handle);
-        send(code % 2 ? &first : &second, handle, code, payload);
+        (code % 2 ? first : second).post(handle, code, payload);
     }
     for (uint32_t code = 0; code < 100; code++)
-        ASSERT_EQ(takeOne().data().code, code);
+        ASSERT_EQ(mRegistry.take().data().code, code);
     EXPECT_EQ(lettersTaken(), 80u);
 }
 
 TEST_F(LetterTest, noLetterOvertakesACallWhoseAnswerWasNotReadYet) {
     PeerClient client(path(), As::Ordinary);
     const uint32_t handle = join(&client);
-    warmUp(&client, handle);
     ASSERT_EQ(kill(hubPid(), SIGSTOP), 0);
     client.write(Commands().oneway(handle, 1, Payload().handle(handle)));
     client.write(Commands().oneway(handle, 2));
     ASSERT_EQ(kill(hubPid(), SIGCONT), 0);
     for (uint32_t code = 1; code <= 2; code++)
-        EXPECT_EQ(takeOne().data().code, code);
+        EXPECT_EQ(mRegistry.take().data().code, code);
 }
 
 TEST_F(LetterTest, lettersOfASenderThatIsKilledAtOnceAreDelivered) {
@@ -174,12 +178,11 @@ TEST_F(LetterTest, lettersOfASenderThatIsKilledAtOnceAreDelivered) {
         {
             PeerClient mortal(path(), As::Ordinary);
             const uint32_t handle = join(&mortal);
-            warmUp(&mortal, handle);
             for (uint32_t code = 0; code < 20; code++)
-                send(&mortal, handle, code);
+                mortal.post(handle, code);
         }
         for (uint32_t code = 0; code < 20; code++)
-            ASSERT_EQ(takeOne().data().code, code);
+            ASSERT_EQ(mRegistry.take().data().code, code);
         awaitStat("processes", 1);
     }
     EXPECT_EQ(lettersTaken(), 400u);
@@ -189,7 +192,6 @@ TEST_F(LetterTest, aSenderLearnsOfADeadReceiverAndOfAFullOneAsItEverDid) {
     const auto countUntilFull = [this](As as) {
         PeerClient client(path(), as);
         const uint32_t handle = join(&client);
-        warmUp(&client, handle);
         size_t count = 0;
         for (;; count++) {
             client.write(Commands().oneway(handle, 1, std::string(4000, 'x')));
@@ -200,7 +202,7 @@ TEST_F(LetterTest, aSenderLearnsOfADeadReceiverAndOfAFullOneAsItEverDid) {
             }
         }
         for (size_t i = 0; i < count; i++)
-            (void)takeOne();
+            (void)mRegistry.take();
         return count;
     };
     const size_t wanted = countUntilFull(As::Tester);
@@ -209,8 +211,7 @@ TEST_F(LetterTest, aSenderLearnsOfADeadReceiverAndOfAFullOneAsItEverDid) {
 
     PeerClient client(path(), As::Ordinary);
     const uint32_t handle = join(&client);
-    warmUp(&client, handle);
-    send(&client, handle, 1);
+    client.post(handle, 1);
     mRegistry.kill();
     awaitStat("processes", 1);
     client.write(Commands().oneway(handle, 2));
@@ -220,17 +221,11 @@ TEST_F(LetterTest, aSenderLearnsOfADeadReceiverAndOfAFullOneAsItEverDid) {
 TEST_F(LetterTest, manySendersAtOnceFillAReceiverLittleMoreThanOneCan) {
     constexpr size_t kText = 4000;
     constexpr uint64_t kSpace = frame::kBufferBytes / 2;
-    std::vector<std::pair<std::unique_ptr<PeerClient>, uint32_t>> senders;
-    for (int i = 0; i < 24; i++) {
-        auto& [client, handle] =
-                senders.emplace_back(std::make_unique<PeerClient>(path(), As::Ordinary), 0);
-        handle = join(client.get());
-        warmUp(client.get(), handle);
-    }
+    const std::vector<Sender> senders = makeSenders(24);
     uint64_t bytes = 0;
     for (bool taken = true; taken;) {
         taken = false;
-        for (auto& [client, handle] : senders) {
+        for (const auto& [client, handle] : senders) {
             client->write(Commands().oneway(handle, 1, std::string(kText, 'x')));
             if (client->nextEvent().command != BR_TRANSACTION_COMPLETE) continue;
             bytes += kText;
@@ -261,18 +256,15 @@ int overdraw(Driver&, int64_t handle) {
 
 TEST_F(LetterTest, aPromiseThatIsTakenBackStaysTheReceiversToBear) {
     constexpr uint64_t kSpace = frame::kBufferBytes / 2;
-    std::vector<std::pair<std::unique_ptr<PeerClient>, uint32_t>> senders;
+    std::vector<Sender> senders;
     for (int i = 0; i < 30; i++) {
-        auto& [client, handle] =
-                senders.emplace_back(std::make_unique<PeerClient>(path(), As::Ordinary), 0);
-        handle = join(client.get());
-        warmUp(client.get(), handle);
+        const auto& [client, handle] = senders.emplace_back(std::move(makeSenders(1)[0]));
         // The promise ends with the last strong count; the weak one keeps the handle.
         client->write(Commands().count(BC_INCREFS, handle).count(BC_RELEASE, handle));
         client->write(Commands().count(BC_ACQUIRE, handle));
         (void)stats();
     }
-    for (auto& [client, handle] : senders) {
+    for (const auto& [client, handle] : senders) {
         EXPECT_EQ(client->run(&overdraw, handle), 0);
         client->kill();  // at whose end the hub looks into its letters
     }
@@ -283,7 +275,7 @@ TEST_F(LetterTest, aPromiseThatIsTakenBackStaysTheReceiversToBear) {
 
 TEST_F(LetterTest, aForkedChildCannotWriteItsParentsLetters) {
     PeerClient client(path(), As::Ordinary);
-    warmUp(&client, join(&client));
+    (void)join(&client);
     EXPECT_EQ(client.run([](Driver&, int64_t) {
         if (findLetters() == nullptr) return 1;
         const pid_t child = fork();
@@ -297,16 +289,14 @@ TEST_F(LetterTest, aForkedChildCannotWriteItsParentsLetters) {
 TEST_F(LetterTest, whoeverSpoilsItsLettersIsCutOffAlone) {
     PeerClient bystander(path(), As::Ordinary);
     const uint32_t handle = join(&bystander);
-    warmUp(&bystander, handle);
     {
         PeerClient vandal(path(), As::Ordinary);
         const uint32_t its = join(&vandal);
-        warmUp(&vandal, its);
         ASSERT_EQ(vandal.run(&sendSpoiltLetter, its), 0);
         awaitStat("processes", 2);
     }
-    send(&bystander, handle, 3);
-    EXPECT_EQ(takeOne().data().code, 3u);
+    bystander.post(handle, 3);
+    EXPECT_EQ(mRegistry.take().data().code, 3u);
 }
 
 }  // namespace

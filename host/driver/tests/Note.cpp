@@ -2,115 +2,62 @@
 #include "Note.h"
 
 #include <poll.h>
-#include <sys/socket.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 
+#include "embedded/Socket.h"
+
 namespace binderhost::tests {
-
-using android::base::unique_fd;
-
 namespace {
 
-struct Head {
-    uint64_t bytes;
-    uint64_t descriptors;
-};
-
-/** In one message of a socket; fewer than it can take. */
-constexpr size_t kTogether = 128;
-
-bool sendAll(int socket, const void* bytes, size_t size) {
-    const char* at = static_cast<const char*>(bytes);
-    while (size > 0) {
-        const ssize_t sent = TEMP_FAILURE_RETRY(::send(socket, at, size, MSG_NOSIGNAL));
-        if (sent <= 0) return false;
-        at += sent;
-        size -= static_cast<size_t>(sent);
+/** False when the other side is gone; with `deadline` an error when nothing comes in time. */
+bool receiveFrom(int socket, int deadline, uint64_t* count, Received* out) {
+    pollfd wait{socket, POLLIN, 0};
+    if (TEMP_FAILURE_RETRY(poll(&wait, 1, deadline)) == 0) {
+        throw std::runtime_error("no answer in " + std::to_string(deadline) + " ms");
     }
-    return true;
-}
-
-bool receiveAll(int socket, void* bytes, size_t size) {
-    char* at = static_cast<char*>(bytes);
-    while (size > 0) {
-        const ssize_t got = TEMP_FAILURE_RETRY(recv(socket, at, size, 0));
-        if (got <= 0) return false;
-        at += got;
-        size -= static_cast<size_t>(got);
-    }
-    return true;
-}
-
-struct Rights {
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(kTogether * sizeof(int))> room{};
-    char byte = 'd';
-    iovec part{&byte, 1};
-    msghdr message{};
-
-    Rights() {
-        message.msg_iov = &part;
-        message.msg_iovlen = 1;
-        message.msg_control = room.data();
-        message.msg_controllen = room.size();
-    }
-};
-
-bool sendDescriptors(int socket, const int* descriptors, size_t count) {
-    Rights rights;
-    rights.message.msg_controllen = CMSG_SPACE(count * sizeof(int));
-    cmsghdr* head = CMSG_FIRSTHDR(&rights.message);
-    head->cmsg_level = SOL_SOCKET;
-    head->cmsg_type = SCM_RIGHTS;
-    head->cmsg_len = CMSG_LEN(count * sizeof(int));
-    std::memcpy(CMSG_DATA(head), descriptors, count * sizeof(int));
-    return TEMP_FAILURE_RETRY(sendmsg(socket, &rights.message, MSG_NOSIGNAL)) == 1;
-}
-
-bool receiveDescriptors(int socket, std::vector<unique_fd>* out) {
-    Rights rights;
-    if (TEMP_FAILURE_RETRY(recvmsg(socket, &rights.message, MSG_CMSG_CLOEXEC)) != 1) return false;
-    const cmsghdr* head = CMSG_FIRSTHDR(&rights.message);
-    if (!head || (rights.message.msg_flags & MSG_CTRUNC)) {
-        throw std::runtime_error("descriptors of a note were lost");
-    }
-    for (size_t at = 0; at < head->cmsg_len - CMSG_LEN(0); at += sizeof(int)) {
-        int each = -1;
-        std::memcpy(&each, CMSG_DATA(head) + at, sizeof(each));
-        out->emplace_back(each);
-    }
-    return true;
+    int status = 0;
+    do {
+        status = receiveRecord(socket, {reinterpret_cast<uint8_t*>(count), sizeof(*count)},
+                               /*flags=*/0, out);
+    } while (status == -EINTR);
+    return status == 0 && out->size != 0;
 }
 
 }  // namespace
 
 bool Note::send(int socket) const {
-    const Head head{mBytes.size(), enclosed.size()};
-    if (!sendAll(socket, &head, sizeof(head))) return false;
-    for (size_t at = 0; at < enclosed.size(); at += kTogether) {
-        const size_t count = std::min(kTogether, enclosed.size() - at);
-        if (!sendDescriptors(socket, enclosed.data() + at, count)) return false;
-    }
-    return sendAll(socket, mBytes.data(), mBytes.size());
+    // The bytes are no record's: one has less room than a test's messages.
+    const unique_fd bytes(memfd_create("note", MFD_CLOEXEC));
+    if (write(bytes.get(), mBytes.data(), mBytes.size()) != ssize_t(mBytes.size())) return false;
+    uint64_t count = enclosed.size();
+    const iovec part{&count, sizeof(count)};
+    const int file = bytes.get();
+    return sendRecord(socket, {&part, 1}, {&file, 1}, nullptr, /*flags=*/0) == 0 &&
+           (count == 0 || sendRecord(socket, {&part, 1}, enclosed, nullptr, /*flags=*/0) == 0);
 }
 
 bool Note::receive(int socket, int deadline) {
-    pollfd wait{socket, POLLIN, 0};
-    if (TEMP_FAILURE_RETRY(poll(&wait, 1, deadline)) == 0) {
-        throw std::runtime_error("no answer in " + std::to_string(deadline) + " ms");
-    }
-    Head head{};
-    if (!receiveAll(socket, &head, sizeof(head))) return false;
-    received.clear();
-    while (received.size() < head.descriptors) {
-        if (!receiveDescriptors(socket, &received)) return false;
-    }
     mTaken = 0;
-    mBytes.resize(head.bytes);
-    return receiveAll(socket, mBytes.data(), mBytes.size());
+    mBytes.clear();
+    received.clear();
+    uint64_t count = 0;
+    Received first, second;
+    struct stat status {};
+    if (!receiveFrom(socket, deadline, &count, &first)) return false;
+    if (first.descriptors.empty() || fstat(first.descriptors[0].get(), &status) != 0) return false;
+    mBytes.resize(static_cast<size_t>(status.st_size));
+    if (pread(first.descriptors[0].get(), mBytes.data(), mBytes.size(), 0) != status.st_size) {
+        return false;
+    }
+    if (count == 0) return true;
+    if (!receiveFrom(socket, deadline, &count, &second)) return false;
+    if (second.descriptors.size() != count) throw std::runtime_error("a note lost descriptors");
+    received = std::move(second.descriptors);
+    return true;
 }
 
 }  // namespace binderhost::tests

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Note: a message between a test and its peers, bytes and descriptors, over a stream socket.
+// Note: a message between a test and its peers, bytes and descriptors, over a socket of records.
 #pragma once
 
 #include <android-base/unique_fd.h>

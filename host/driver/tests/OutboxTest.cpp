@@ -25,7 +25,7 @@ constexpr uint32_t kHandle = 5;
 
 /** A process's outbox, with what a driver has of it and a bare view of the letters. */
 struct Ends {
-    Process process{Identity(/*pid=*/1)};
+    Process process;
     std::unique_ptr<binderhost::Outbox> driver;
     SharedMemory<outbox::Letters> letters;
 
@@ -181,67 +181,62 @@ TEST(OutboxTest, whatIsWrittenDuringATurnWaitsForTheNextWhateverItsStamp) {
     Ends ends;
     Outboxes outboxes;
     ends.put(stamped(1, 1));
-    outboxes.rung(&ends.process);
-    constexpr uint64_t kEnough = 100;
     uint64_t given = 0;
     const auto writeOn = [&](Process*, const Outbox::Letter&) {
         given++;
-        if (given < kEnough) ends.put(stamped(1, 1), given * sizeof(outbox::Record));
+        if (given < 100) ends.put(stamped(1, 1), given * sizeof(outbox::Record));
     };
-    EXPECT_TRUE(outboxes.take(monotonicNow(), writeOn).empty());
-    EXPECT_EQ(given, 1u);
-    outboxes.rung(&ends.process);
-    EXPECT_TRUE(outboxes.take(monotonicNow(), writeOn).empty());
-    EXPECT_EQ(given, 2u);
+    for (uint64_t turn = 1; turn <= 2; turn++) {
+        outboxes.rung(&ends.process);
+        EXPECT_TRUE(outboxes.take(monotonicNow(), writeOn).empty());
+        EXPECT_EQ(given, turn);
+    }
 }
 
 TEST(OutboxTest, aRingThatCannotBeRightIsBrokenAndNothingOfItIsTaken) {
-    struct Case {
-        const char* name;
-        outbox::Record record;
-        uint64_t written;
-    };
-    const auto with = [](auto change) {
-        outbox::Record record = stamped(1, 1);
-        change(&record);
-        return record;
-    };
     using R = outbox::Record;
     constexpr uint64_t kSize = sizeof(R);
-    const Case kCases[] = {
-            {"no size", with([](R* r) { r->size = 0; }), kSize},
-            {"an odd size", with([](R* r) { r->size = kSize + 1; }), kSize + 8},
-            {"longer than what is written", with([](R* r) { r->size = kSize + 8; }), kSize},
-            {"shorter than its head", with([](R* r) { r->size = 16; }), kSize},
-            {"a size that wraps", with([](R* r) { r->size = 0xfffffff8; }), kSize},
-            {"data beyond its end", with([](R* r) { r->dataSize = 8; }), kSize},
-            {"data that wrap", with([](R* r) { r->dataSize = 0xffffffff; }), kSize},
-            {"too much data", with([](R* r) {
+    const struct {
+        const char* name;
+        void (*change)(R*);
+        uint64_t written = kSize;
+    } rows[] = {
+            {"no size", [](R* r) { r->size = 0; }},
+            {"an odd size", [](R* r) { r->size = kSize + 1; }, kSize + 8},
+            {"longer than what is written", [](R* r) { r->size = kSize + 8; }},
+            {"shorter than its head", [](R* r) { r->size = 16; }},
+            {"a size that wraps", [](R* r) { r->size = 0xfffffff8; }},
+            {"data beyond its end", [](R* r) { r->dataSize = 8; }},
+            {"data that wrap", [](R* r) { r->dataSize = 0xffffffff; }},
+            {"too much data",
+             [](R* r) {
                  r->dataSize = outbox::kMaxData + 8;
                  r->size = static_cast<uint32_t>(outbox::recordSize(r->dataSize));
-             }),
+             },
              outbox::recordSize(outbox::kMaxData + 8)},
-            {"a handle beyond the table", with([](R* r) { r->handle = outbox::kHandles; }), kSize},
-            {"a filler beyond the end", with([](R* r) {
+            {"a handle beyond the table", [](R* r) { r->handle = outbox::kHandles; }},
+            {"a filler beyond the end",
+             [](R* r) {
                  r->handle = 0;
                  r->size = outbox::kRingBytes + 8;
-             }),
-             kSize},
-            {"more than the ring holds", stamped(1, 1), outbox::kRingBytes + 8},
-            {"to a handle that nothing was promised for", with([](R* r) { r->handle++; }), kSize},
-            {"a filler that leads nowhere", with([](R* r) {
+             }},
+            {"more than the ring holds", [](R*) {}, outbox::kRingBytes + 8},
+            {"to a handle that nothing was promised for", [](R* r) { r->handle++; }},
+            {"a filler that leads nowhere",
+             [](R* r) {
                  r->handle = 0;
                  r->size = 8;
-             }),
+             },
              8},
-            {"half a word", stamped(1, 1), kSize + 4},
-            {"less than was taken", stamped(1, 1), ~uint64_t{7}},
+            {"half a word", [](R*) {}, kSize + 4},
+            {"less than was taken", [](R*) {}, ~uint64_t{7}},
     };
-    for (const Case& each : kCases) {
+    for (const auto& each : rows) {
         SCOPED_TRACE(each.name);
         Ends ends;
-        (void)ends.process.outbox->promise(kHandle, /*more=*/true);
-        std::memcpy(ends.letters->ring, &each.record, sizeof(each.record));
+        outbox::Record record = stamped(1, 1);
+        each.change(&record);
+        ends.put(record);
         ends.letters->written.store(each.written);
         Outboxes outboxes;
         outboxes.rung(&ends.process);

@@ -19,6 +19,7 @@
 #include <memory>
 #include <string>
 
+#include "Child.h"
 #include "StepClient.h"
 #include "driver/Driver.h"
 
@@ -51,24 +52,16 @@ public:
     using Function = int (*)(Driver& driver, int64_t argument);
     [[nodiscard]] int run(Function function, int64_t argument = 0);
 
-    [[nodiscard]] pid_t pid() const { return mProcess->pid; }
-    [[nodiscard]] pid_t threadId() const { return mThreadId; }
+    [[nodiscard]] pid_t pid() const { return mProcess->pid(); }
     /** Ends the process and waits until it is gone; its driver may notice later. */
-    void kill() { mProcess->kill(); }
+    void kill() { mProcess->killAndWait(); }
 
 private:
-    struct Process {
-        ~Process() { kill(); }
-        void kill();
-        pid_t pid = -1;
-    };
-
     void send(const Commands& commands, bool read);
     [[nodiscard]] int receive();
 
-    std::shared_ptr<Process> mProcess = std::make_shared<Process>();
+    std::shared_ptr<Child> mProcess;
     android::base::unique_fd mSocket;
-    pid_t mThreadId = -1;
     bool mReading = false;
 };
 

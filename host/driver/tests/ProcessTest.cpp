@@ -16,28 +16,14 @@
 namespace binderhost::tests {
 namespace {
 
-constexpr uint64_t kPtr = 0x1000;
-constexpr uint64_t kCookie = 0xc00c1e;
 constexpr uid_t kOtherUid = 12345;
 
 class ProcessTest : public DriverFixture {
 protected:
     /** The server keeps a node of the client's, and is linked to its death. */
     static uint32_t giveNode(PeerClient* client, PeerClient* server) {
-        client->write(Commands().call(0, 1, Payload().node(kPtr)));
-        const uint32_t handle = keepNode(server);
-        (void)client->expectReply();
-        return handle;
-    }
-    static uint32_t keepNode(PeerClient* server) {
-        const Return call = server->expect(BR_TRANSACTION);
-        const uint32_t handle = call.object(0).handle;
-        server->write(Commands()
-                              .count(BC_ACQUIRE, handle)
-                              .death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie)
-                              .freeBuffer(call)
-                              .reply());
-        (void)server->expect(BR_TRANSACTION_COMPLETE);
+        const uint32_t handle = client->giveNode(server);
+        server->write(Commands().death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie));
         return handle;
     }
 };
@@ -59,11 +45,8 @@ TEST_P(ProcessTest, aProcessThatChangesItsUidIsSeenUnderTheNewOneAtOnce) {
         ASSERT_EQ(chmod(hub().folder().c_str(), 0700), 0);
     }
     const auto callAs = [&](PeerClient* caller, uid_t uid) {
-        caller->write(Commands().oneway(0, 1));
-        (void)caller->expect(BR_TRANSACTION_COMPLETE);
-        const Return call = server.expect(BR_TRANSACTION);
-        EXPECT_EQ(call.data().sender_euid, uid);
-        server.write(Commands().freeBuffer(call));
+        caller->post(0, 1);
+        EXPECT_EQ(server.take().data().sender_euid, uid);
     };
     callAs(&client, 0);
     ASSERT_EQ(client.run(&becomeOther, kOtherUid), 0);
@@ -112,9 +95,8 @@ TEST_P(ProcessTest, aForkedChildHasNoPartInItsParentsDriver) {
     PeerClient server(path()), parent(path());
     server.publish();
     const auto callAndServe = [&] {
-        parent.write(Commands().oneway(0, 1));
-        (void)parent.expect(BR_TRANSACTION_COMPLETE);
-        server.write(Commands().freeBuffer(server.expect(BR_TRANSACTION)));
+        parent.post(0, 1);
+        (void)server.take();
     };
     callAndServe();
     EXPECT_EQ(parent.run([](Driver& driver, int64_t) { return tryInChild(driver, fork()); }), 0);
@@ -140,8 +122,7 @@ int countInheritable(Driver&, int64_t) {
 TEST_P(ProcessTest, nothingOfTheDriverIsOpenInAProgramThatIsExecuted) {
     PeerClient server(path()), client(path());
     server.publish();
-    client.write(Commands().oneway(0, 1));
-    (void)client.expect(BR_TRANSACTION_COMPLETE);
+    client.post(0, 1);
     EXPECT_EQ(client.run(&countInheritable), 0);
     EXPECT_EQ(server.run(&countInheritable), 0);
 }
@@ -175,9 +156,7 @@ const Step kSteps[] = {
         {"before it reads the call", [](PeerClient*) {}, BR_DEAD_REPLY},
         {"holding the call", [](PeerClient* me) { (void)me->expect(BR_TRANSACTION); },
          BR_DEAD_REPLY},
-        {"after freeing the buffer, before the reply",
-         [](PeerClient* me) { me->write(Commands().freeBuffer(me->expect(BR_TRANSACTION))); },
-         BR_DEAD_REPLY},
+        {"after freeing the buffer", [](PeerClient* me) { (void)me->take(); }, BR_DEAD_REPLY},
         {"after the reply",
          [](PeerClient* me) {
              me->write(Commands().freeBuffer(me->expect(BR_TRANSACTION)).reply("done"));
@@ -250,10 +229,8 @@ TEST_P(ProcessTest, aReceiverKilledWithOnewayCallsQueuedLeavesNothing) {
     PeerClient registry(path()), service(path());
     registry.publish();
     const uint32_t handle = giveNode(&service, &registry);
-    for (int i = 0; i < 5; i++) {
-        registry.write(Commands().oneway(handle, 1, Payload().descriptor(STDERR_FILENO)));
-        (void)registry.expect(BR_TRANSACTION_COMPLETE);
-    }
+    for (int i = 0; i < 5; i++)
+        registry.post(handle, 1, Payload().descriptor(STDERR_FILENO));
     expectStat("descriptors", 5);
     service.kill();
     (void)registry.expect(BR_DEAD_BINDER);
@@ -261,77 +238,35 @@ TEST_P(ProcessTest, aReceiverKilledWithOnewayCallsQueuedLeavesNothing) {
     awaitStat("buffers", 0);
 }
 
-TEST_P(ProcessTest, aThreadThatEndsAnswersItsCallersAndItsProcessLivesOn) {
-    PeerClient server(path()), client(path());
-    server.publish();
-    client.write(Commands().call(0, 1));
-    {
-        PeerClient mortal(&server);
-        mortal.write(Commands().looper());
-        (void)mortal.expect(BR_TRANSACTION);
-    }
-    (void)client.expect(BR_TRANSACTION_COMPLETE);
-    (void)client.expect(BR_DEAD_REPLY);
-    client.write(Commands().call(0, 2));
-    const Return call = server.expect(BR_TRANSACTION);
-    server.write(Commands().freeBuffer(call).reply("alive"));
-    EXPECT_EQ(client.expectReply().text(), "alive");
-}
-
-TEST_P(ProcessTest, aDeathThatALeavingThreadHasNotReadIsToldToAnother) {
+TEST_P(ProcessTest, whatALeavingThreadHasNotReadIsToldToAnother) {
     PeerClient server(path()), client(path());
     std::optional<PeerClient> mortal(path());
     server.publish();
+    const uint32_t given = client.takeNode(&server);
     (void)giveNode(&*mortal, &server);
-    client.write(Commands().call(0, 1));
-    PeerClient pool(&server);
-    pool.write(Commands().looper());
-    const Return call = pool.expect(BR_TRANSACTION);
-    ASSERT_EQ(pool.exchange(Commands().freeBuffer(call).reply(), /*read=*/true), 0);
-    (void)client.expectReply();
-    mortal.reset();
-    awaitStat("processes", 2);
-    expectStat("queued", 0);  // the leaving thread has it
-    pool.exitThread();
-    expectStat("queued", 1);
-    EXPECT_EQ(server.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
-}
-
-TEST_P(ProcessTest, whatALeavingThreadHasNotReadAboutANodeIsToldToAnother) {
-    PeerClient server(path()), client(path());
-    server.publish();
-    client.write(Commands().call(0, 1));
-    const Return first = server.expect(BR_TRANSACTION);
-    server.write(Commands().freeBuffer(first).reply(Payload().node(kPtr)));
-    (void)server.expect(BR_TRANSACTION_COMPLETE);
-    const Return given = client.expectReply();
-    client.write(Commands().count(BC_ACQUIRE, given.object(0).handle).freeBuffer(given));
-    client.write(Commands().call(0, 2));
-    PeerClient pool(&server);
-    pool.write(Commands().looper());
-    const Return call = pool.expect(BR_TRANSACTION);
-    ASSERT_EQ(pool.exchange(Commands().freeBuffer(call).reply(), /*read=*/true), 0);
-    (void)client.expectReply();
-    client.write(Commands().count(BC_RELEASE, given.object(0).handle));
-    expectStat("handles", 0);
-    pool.exitThread();
-    EXPECT_EQ(server.next().command, uint32_t{BR_RELEASE});
-    EXPECT_EQ(server.next().command, uint32_t{BR_DECREFS});
-}
-
-TEST_P(ProcessTest, fiftyQuickComersAndGoersLeaveNothing) {
-    PeerClient server(path());
-    server.publish();
-    for (int i = 0; i < 50; i++) {
-        PeerClient client(path());
-        client.write(Commands().call(0, 1, Payload().node(kPtr)));
-        const Return call = server.expect(BR_TRANSACTION);
-        server.write(Commands().freeBuffer(call).reply());
-        (void)server.expect(BR_TRANSACTION_COMPLETE);
-        if (i % 2) (void)client.expectReply();
+    for (const bool death : {false, true}) {
+        client.write(Commands().call(0, 1));
+        PeerClient pool(&server);
+        pool.write(Commands().looper());
+        const Return call = pool.expect(BR_TRANSACTION);
+        ASSERT_EQ(pool.exchange(Commands().freeBuffer(call).reply(), /*read=*/true), 0);
+        (void)client.expectReply();
+        if (death) {
+            mortal.reset();
+            awaitStat("processes", 2);
+        } else {
+            client.write(Commands().count(BC_RELEASE, given));
+        }
+        expectStat("queued", 0);  // the leaving thread has it
+        pool.exitThread();
+        expectStat("queued", death ? 1 : 2);
+        if (death) {
+            EXPECT_EQ(server.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie);
+        } else {
+            EXPECT_EQ(server.next().command, uint32_t{BR_RELEASE});
+            EXPECT_EQ(server.next().command, uint32_t{BR_DECREFS});
+        }
     }
-    awaitStat("processes", 1);
-    awaitStat("handles", 0);
 }
 
 TEST_P(ProcessTest, aSignalInterruptsAWaitAndNothingIsLost) {

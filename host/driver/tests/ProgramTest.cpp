@@ -1,23 +1,20 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // binderhub as a program, and what a driver says when it cannot have a hub.
+#include <android-base/file.h>
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 
 #include "Child.h"
-#include "HubFixture.h"
 #include "PeerClient.h"
 #include "RawClient.h"
+#include "TestHub.h"
 
 namespace binderhost::tests {
 namespace {
@@ -28,10 +25,14 @@ struct Outcome {
     std::string error;
 };
 
+void expectSays(const std::string& said, const std::string& due) {
+    EXPECT_NE(said.find(due), std::string::npos) << said;
+}
+
 class ProgramTest : public HubFixture {
 protected:
     /** Runs binderhub to its end. */
-    Outcome run(const std::vector<std::string>& arguments) const {
+    [[nodiscard]] Outcome run(const std::vector<std::string>& arguments) const {
         const std::string out = folder() + "/out", error = folder() + "/error";
         Child child([&](Child::Door&) {
             const int flags = O_WRONLY | O_CREAT | O_TRUNC;
@@ -48,9 +49,9 @@ protected:
         return {status, contents(out), contents(error)};
     }
     static std::string contents(const std::string& file) {
-        std::ostringstream all;
-        all << std::ifstream(file).rdbuf();
-        return all.str();
+        std::string all;
+        EXPECT_TRUE(android::base::ReadFileToString(file, &all));
+        return all;
     }
     /** The message of a driver that cannot be had. */
     static std::string refusal(const std::string& path) {
@@ -58,8 +59,8 @@ protected:
         EXPECT_EQ(openDriver(path, &error), nullptr);
         return error;
     }
-    std::string plainFile() const {
-        std::ofstream(folder() + "/file") << "text";
+    [[nodiscard]] std::string plainFile() const {
+        EXPECT_TRUE(android::base::WriteStringToFile("text", folder() + "/file"));
         return folder() + "/file";
     }
 };
@@ -70,62 +71,50 @@ TEST_F(ProgramTest, helpIsPrintedOnStdoutAndUnknownOptionsGetUsageAndStatusTwo) 
     EXPECT_EQ(help.out.rfind("usage: binderhub", 0), 0u);
     for (const std::vector<std::string>& wrong : {std::vector<std::string>{"--frobnicate"},
                                                   {"--ready-fd", "x"},
-                                                  {"--ready-fd", "-1"},
-                                                  {"--control-fd", "x"},
                                                   {"--control-fd", "-1"},
                                                   {"--socket"},
                                                   {"surplus"}}) {
         const Outcome bad = run(wrong);
         EXPECT_EQ(bad.status, 2) << wrong[0];
-        EXPECT_NE(bad.error.find("usage: binderhub"), std::string::npos) << wrong[0];
+        expectSays(bad.error, "usage: binderhub");
         EXPECT_EQ(bad.out, "") << wrong[0];
     }
+}
+
+TEST_F(ProgramTest, aHubThatCannotServeSaysWhyAndLeavesAllAsItWas) {
+    const std::string file = plainFile();
+    ASSERT_EQ(setenv("XDG_RUNTIME_DIR", folder().c_str(), /*overwrite=*/1), 0);
+    ASSERT_EQ(unsetenv("BINDER_DRIVER"), 0);
+    ASSERT_EQ(mkdir((folder() + "/binderhub").c_str(), 0755), 0);
+    const struct {
+        std::vector<std::string> arguments;
+        std::string says;
+    } rows[] = {{{"--socket", path()}, "a hub already listens on " + path()},
+                {{"--socket", file}, "not a socket"},
+                {{"--socket", folder() + "/nowhere/hub"}, folder() + "/nowhere"},
+                {{}, "only its owner"}};  // the default's folder is open to all
+    for (const auto& row : rows) {
+        const Outcome hub = run(row.arguments);
+        EXPECT_EQ(hub.status, 1) << row.says;
+        expectSays(hub.error, row.says);
+    }
+    EXPECT_EQ(contents(file), "text");
+    RawClient stillServed(path());
 }
 
 TEST_F(ProgramTest, whatIsNoSocketPairOfThisUsersControlsNoHub) {
     int stream[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, stream), 0);
-    const android::base::unique_fd alone(socket(AF_UNIX, SOCK_SEQPACKET, 0));
-    for (const int fd : {STDOUT_FILENO, 9999, stream[0], alone.get()}) {
+    const android::base::unique_fd mine(stream[0]), other(stream[1]),
+            alone(socket(AF_UNIX, SOCK_SEQPACKET, 0));
+    for (const int fd : {STDOUT_FILENO, 9999, mine.get(), alone.get()}) {
         SCOPED_TRACE(fd);
         const std::string socket = folder() + "/controlled";
         const Outcome refused = run({"--socket", socket, "--control-fd", std::to_string(fd)});
         EXPECT_EQ(refused.status, 1);
-        EXPECT_NE(refused.error.find("cannot be controlled through descriptor"), std::string::npos)
-                << refused.error;
+        expectSays(refused.error, "cannot be controlled through descriptor");
         EXPECT_NE(access(socket.c_str(), F_OK), 0) << "the socket is left";
     }
-    close(stream[0]);
-    close(stream[1]);
-}
-
-TEST_F(ProgramTest, aLiveHubsSocketIsNotTaken) {
-    const Outcome second = run({"--socket", path()});
-    EXPECT_EQ(second.status, 1);
-    EXPECT_NE(second.error.find("a hub already listens on " + path()), std::string::npos);
-    RawClient stillServed(path());
-}
-
-TEST_F(ProgramTest, whatIsNoSocketIsLeftAlone) {
-    const std::string file = plainFile();
-    const Outcome hub = run({"--socket", file});
-    EXPECT_EQ(hub.status, 1);
-    EXPECT_NE(hub.error.find("not a socket"), std::string::npos);
-    EXPECT_EQ(contents(file), "text");
-}
-
-TEST_F(ProgramTest, aFolderThatIsMissingIsSaidByName) {
-    const Outcome hub = run({"--socket", folder() + "/nowhere/hub"});
-    EXPECT_EQ(hub.status, 1);
-    EXPECT_NE(hub.error.find(folder() + "/nowhere"), std::string::npos);
-}
-
-TEST_F(ProgramTest, theSocketGoesWithTheHubAndAnyoneMayConnect) {
-    struct stat status {};
-    ASSERT_EQ(stat(path().c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 0777, 0666u);
-    stopHub(SIGTERM);
-    EXPECT_NE(access(path().c_str(), F_OK), 0);
 }
 
 TEST_F(ProgramTest, whenTheHubGoesEveryCallIsRefusedForGood) {
@@ -134,6 +123,7 @@ TEST_F(ProgramTest, whenTheHubGoesEveryCallIsRefusedForGood) {
     client.beginRead();
     awaitStat("idle", 1);
     stopHub(SIGKILL);
+    expectSays(refusal(path()), "binderhub --socket " + path());
     EXPECT_EQ(client.exchange({}, /*read=*/true), -ECONNREFUSED);
     EXPECT_EQ(client.exchange(Commands().call(0, 1), /*read=*/true), -ECONNREFUSED);
     EXPECT_EQ(client.setMaxThreads(1), -ECONNREFUSED);
@@ -141,30 +131,25 @@ TEST_F(ProgramTest, whenTheHubGoesEveryCallIsRefusedForGood) {
     EXPECT_EQ(client.exchange(Commands().call(0, 1), /*read=*/true), -ECONNREFUSED);
 }
 
-TEST_F(ProgramTest, statsOfAHubThatIsNotThereFail) {
-    stopHub(SIGTERM);
-    const Outcome stats = run({"--stats", "--socket", path()});
-    EXPECT_EQ(stats.status, 1);
-    EXPECT_NE(stats.error.find("binderhub --socket " + path()), std::string::npos);
-}
-
-TEST_F(ProgramTest, statsAreNamedNumbers) {
+TEST_F(ProgramTest, theSocketIsOpenToAllAndStatsAreNamedNumbersUntilTheHubGoesWithBoth) {
+    struct stat status {};
+    ASSERT_EQ(stat(path().c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0666u);
     RawClient one(path());
-    const Outcome stats = run({"--stats", "--socket", path()});
+    const std::vector<std::string> ask{"--stats", "--socket", path()};
+    Outcome stats = run(ask);
     EXPECT_EQ(stats.status, 0);
     EXPECT_EQ(stats.out.rfind("processes=1\n", 0), 0u) << stats.out;
+    stopHub(SIGTERM);
+    EXPECT_NE(access(path().c_str(), F_OK), 0);
+    stats = run(ask);
+    EXPECT_EQ(stats.status, 1);
+    expectSays(stats.error, "binderhub --socket " + path());
 }
 
 TEST_F(ProgramTest, aDriverSaysWhatIsWrongAndWhatToStart) {
-    const std::string start = "binderhub --socket ";
-    EXPECT_NE(refusal(folder() + "/no").find(start + folder() + "/no"), std::string::npos);
-    EXPECT_NE(refusal(plainFile()).find("not a binder hub's socket"), std::string::npos);
-    stopHub(SIGKILL);
-    EXPECT_NE(refusal(path()).find(start + path()), std::string::npos);
-    startHub();
-}
-
-TEST_F(ProgramTest, aSocketOfSomethingElseIsCalledThat) {
+    expectSays(refusal(folder() + "/no"), "binderhub --socket " + folder() + "/no");
+    expectSays(refusal(plainFile()), "not a binder hub's socket");
     for (const int type : {SOCK_SEQPACKET, SOCK_STREAM}) {
         const std::string place = folder() + "/other" + std::to_string(type);
         Child other([&](Child::Door& door) {
@@ -184,8 +169,8 @@ TEST_F(ProgramTest, aSocketOfSomethingElseIsCalledThat) {
         });
         other.await('l');
         const std::string error = refusal(place);
-        EXPECT_NE(error.find("not a binder hub"), std::string::npos) << error;
-        EXPECT_NE(error.find(place), std::string::npos) << error;
+        expectSays(error, "not a binder hub");
+        expectSays(error, place);
     }
 }
 
@@ -200,15 +185,6 @@ TEST_F(ProgramTest, theDefaultPathFollowsTheEnvironment) {
         require(driverPath() == "/tmp/binderhub-" + std::to_string(geteuid()) + "/hub", "default");
     });
     EXPECT_EQ(child.wait(), 0);
-}
-
-TEST_F(ProgramTest, theDefaultFolderMustBeThisUsersAlone) {
-    setenv("XDG_RUNTIME_DIR", folder().c_str(), 1);
-    unsetenv("BINDER_DRIVER");
-    ASSERT_EQ(mkdir((folder() + "/binderhub").c_str(), 0755), 0);
-    const Outcome hub = run({});
-    EXPECT_EQ(hub.status, 1);
-    EXPECT_NE(hub.error.find("only its owner"), std::string::npos) << hub.error;
 }
 
 }  // namespace

@@ -66,30 +66,25 @@ TEST_F(QuietTest, aOneWayCallIsInFlightUntilItsBufferIsFreed) {
     EXPECT_TRUE(quiet());
 }
 
-TEST_F(QuietTest, aNoticeOfADeathIsInFlightUntilItIsConfirmed) {
+TEST_F(QuietTest, aNoticeOfADeathIsInFlightUntilItIsReadAndConfirmed) {
     Peer mortal(&mHub, 3);
     const uint32_t handle = give(&mortal);
     mServer.read(Packed().put(BC_REQUEST_DEATH_NOTIFICATION, handle, uint64_t{7}));
     EXPECT_TRUE(quiet());
+    mHub.cancelRead(mServer.thread);
+    mServer.write(Packed().put(BC_EXIT_LOOPER));
+    EXPECT_TRUE(quiet());
     mHub.closeProcess(mortal.process);
-    EXPECT_EQ(mServer.commands(), Seen{BR_DEAD_BINDER});
-    EXPECT_FALSE(quiet());
+    EXPECT_FALSE(quiet()) << "nobody has read it";
+    EXPECT_TRUE(quiet({kServer}));
+    serve();
+    EXPECT_EQ(mServer.commands().back(), uint32_t{BR_DEAD_BINDER});
     mServer.read();
     EXPECT_FALSE(quiet()) << "the thread waits, but has confirmed nothing";
     EXPECT_TRUE(quiet({kServer}));
     mHub.cancelRead(mServer.thread);
     mServer.read(Packed().put(BC_DEAD_BINDER_DONE, uint64_t{7}));
     EXPECT_TRUE(quiet());
-}
-
-TEST_F(QuietTest, aNoticeThatNobodyHasReadIsInFlight) {
-    Peer mortal(&mHub, 3);
-    const uint32_t handle = give(&mortal);
-    mServer.read(Packed().put(BC_REQUEST_DEATH_NOTIFICATION, handle, uint64_t{7}));
-    mHub.cancelRead(mServer.thread);
-    mHub.closeProcess(mortal.process);
-    EXPECT_FALSE(quiet());
-    EXPECT_TRUE(quiet({kServer}));
 }
 
 TEST_F(QuietTest, aPoolThreadThatDoesNotWaitIsAtWork) {
@@ -152,20 +147,24 @@ protected:
     }
 };
 
-TEST_F(ChainTest, aCallThatWaitsInTurnForOneThatIsLeftOutIsLeftOut) {
-    mClient.read(Packed().call(BC_TRANSACTION, mToMiddle, 1));
-    hangInServer();
-    EXPECT_TRUE(quiet({kServer}));
-    mServer.read(Packed().put(BC_FREE_BUFFER, lastBuffer(mServer)).reply());
-    EXPECT_FALSE(quiet({kServer})) << "the middle has its answer and goes on";
-}
-
-TEST_F(ChainTest, soAreAOneWayCallAndThoseBehindIt) {
-    mClient.read(Packed().oneway(mToMiddle, 1).oneway(mToMiddle, 2));
-    hangInServer();
-    EXPECT_TRUE(quiet({kServer}));
-    mServer.read(Packed().put(BC_FREE_BUFFER, lastBuffer(mServer)).reply());
-    EXPECT_FALSE(quiet({kServer}));
+TEST_F(ChainTest, whatWaitsInTurnForOneThatIsLeftOutIsLeftOut) {
+    for (const bool oneway : {false, true}) {
+        SCOPED_TRACE(oneway ? "one-way calls, one behind the other" : "a call");
+        if (oneway) {
+            mClient.read(Packed().oneway(mToMiddle, 1).oneway(mToMiddle, 2));
+        } else {
+            mClient.read(Packed().call(BC_TRANSACTION, mToMiddle, 1));
+        }
+        hangInServer();
+        EXPECT_TRUE(quiet({kServer}));
+        mServer.read(Packed().put(BC_FREE_BUFFER, lastBuffer(mServer)).reply());
+        EXPECT_FALSE(quiet({kServer})) << "the middle has its answer and goes on";
+        if (oneway) return;
+        mServer.waitForWork();
+        mMiddle.write(Packed().reply());
+        mMiddle.waitForWork();
+        ASSERT_EQ(inFlight(mHub, {}), std::nullopt);
+    }
 }
 
 TEST_F(ChainTest, soIsTheTreatmentOfADeath) {

@@ -7,12 +7,26 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <string>
 
 #include "StepClient.h"
 #include "driver/Driver.h"
 
 namespace binderhost::tests {
+
+/** One BINDER_WRITE_READ; without room for returns it writes only. */
+inline int exchangeOnce(Driver& driver, std::span<const uint8_t> commands, std::span<uint32_t> room,
+                        size_t* size = nullptr) {
+    binder_write_read bwr{};
+    bwr.write_buffer = reinterpret_cast<uintptr_t>(commands.data());
+    bwr.write_size = commands.size();
+    bwr.read_buffer = reinterpret_cast<uintptr_t>(room.data());
+    bwr.read_size = room.size_bytes();
+    const int status = driver.writeRead(&bwr);
+    if (size) *size = bwr.read_consumed;
+    return status;
+}
 
 class RawClient : public StepClient {
 public:
@@ -28,14 +42,11 @@ public:
     [[nodiscard]] Driver& driver() { return *mDriver; }
 
     [[nodiscard]] int exchange(const Commands& commands, bool read) override {
-        uint8_t room[512];
-        binder_write_read bwr{};
-        bwr.write_buffer = reinterpret_cast<uintptr_t>(commands.bytes.data());
-        bwr.write_size = commands.bytes.size();
-        bwr.read_buffer = reinterpret_cast<uintptr_t>(room);
-        bwr.read_size = read ? sizeof(room) : 0;
-        const int status = mDriver->writeRead(&bwr);
-        std::vector<Return> returns = cut(room, bwr.read_consumed);
+        uint32_t room[128];
+        size_t size = 0;
+        const auto wanted = std::span(room).first(read ? std::size(room) : 0);
+        const int status = exchangeOnce(*mDriver, commands.bytes, wanted, &size);
+        std::vector<Return> returns = cut(reinterpret_cast<const uint8_t*>(room), size);
         for (Return& each : returns)
             each.copyBuffer();
         keep(std::move(returns));

@@ -6,29 +6,9 @@
 namespace binderhost::tests {
 namespace {
 
-constexpr uint64_t kPtr = 0x1000;
-constexpr uint64_t kCookie = 0x2000;
-
-class ReferenceTest : public DriverFixture {
+class ReferenceTest : public PairFixture {
 protected:
-    /** The server keeps the first object of the next call, strongly. */
-    uint32_t serverKeeps() {
-        const Return call = mServer.expect(BR_TRANSACTION);
-        const uint32_t handle = call.object(0).handle;
-        mServer.write(Commands().count(BC_ACQUIRE, handle).freeBuffer(call).reply());
-        (void)mServer.expect(BR_TRANSACTION_COMPLETE);
-        return handle;
-    }
-    uint32_t give(uint64_t ptr) {
-        mClient.write(Commands().call(0, 1, Payload().node(ptr)));
-        const uint32_t handle = serverKeeps();
-        EXPECT_EQ(mClient.expectReply().text(), "");
-        return handle;
-    }
-
-    PeerClient mServer{path()};
-    PeerClient mClient{path()};
-    void SetUp() override { mServer.publish(); }
+    uint32_t give(uint64_t ptr) { return mClient.giveNode(&mServer, ptr); }
 };
 
 TEST_P(ReferenceTest, theSenderIsToldToHoldItsNodeBeforeTheAnswer) {
@@ -46,19 +26,17 @@ TEST_P(ReferenceTest, theSenderIsToldToHoldItsNodeBeforeTheAnswer) {
 
 TEST_P(ReferenceTest, aNodeThatIsLetGoBeforeItsSenderReadsIsNotSpokenOf) {
     mClient.write(Commands().call(0, 1, Payload().node(kPtr, kCookie)));
-    mServer.write(Commands().freeBuffer(mServer.expect(BR_TRANSACTION)).reply());
-    (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+    (void)mServer.serve();
     EXPECT_EQ(mClient.next().command, uint32_t{BR_TRANSACTION_COMPLETE});
     EXPECT_EQ(mClient.next().command, uint32_t{BR_REPLY});
 }
 
 TEST_P(ReferenceTest, aReplierIsToldToHoldTheNodeInItsReplyBeforeItsCompletion) {
     mClient.write(Commands().call(0, 1));
-    const Return call = mServer.expect(BR_TRANSACTION);
+    (void)mServer.expect(BR_TRANSACTION);
     ASSERT_EQ(mServer.exchange(Commands().reply(Payload().node(kPtr, kCookie)), /*read=*/true), 0);
-    EXPECT_EQ(mServer.next().command, uint32_t{BR_INCREFS});
-    EXPECT_EQ(mServer.next().command, uint32_t{BR_ACQUIRE});
-    EXPECT_EQ(mServer.next().command, uint32_t{BR_TRANSACTION_COMPLETE});
+    for (const uint32_t command : {BR_INCREFS, BR_ACQUIRE, BR_TRANSACTION_COMPLETE})
+        EXPECT_EQ(mServer.next().command, command);
     const flat_binder_object object = mClient.expectReply().object(0);
     EXPECT_EQ(object.hdr.type, uint32_t{BINDER_TYPE_HANDLE});
     EXPECT_EQ(object.handle, 1u);
@@ -67,7 +45,9 @@ TEST_P(ReferenceTest, aReplierIsToldToHoldTheNodeInItsReplyBeforeItsCompletion) 
 
 TEST_P(ReferenceTest, theOwnerIsToldToLetGoAfterTheLastReference) {
     const uint32_t handle = give(kPtr);
+    mServer.post(handle, 1);
     mClient.write(Commands().looper());
+    (void)mClient.take();
     mServer.write(Commands().count(BC_RELEASE, handle));
     EXPECT_EQ(mClient.next().command, uint32_t{BR_RELEASE});
     EXPECT_EQ(mClient.next().command, uint32_t{BR_DECREFS});
@@ -90,23 +70,17 @@ TEST_P(ReferenceTest, aWeakReferenceOutlivesTheStrongOnesAndCannotBeCalled) {
 
 TEST_P(ReferenceTest, releasesBeyondTheCountAndOfUnknownHandlesAreIgnored) {
     const uint32_t handle = give(kPtr);
-    for (const uint32_t command : {BC_RELEASE, BC_DECREFS, BC_ACQUIRE, BC_INCREFS}) {
+    for (const uint32_t command : {BC_RELEASE, BC_DECREFS, BC_ACQUIRE, BC_INCREFS})
         mServer.write(Commands().count(command, 12345));
-    }
     mServer.write(Commands().count(BC_DECREFS, handle).count(BC_DECREFS, handle));
     expectStat("handles", 1u);
-    mServer.write(Commands().oneway(handle, 1));
-    (void)mServer.expect(BR_TRANSACTION_COMPLETE);
+    mServer.post(handle, 1);
 }
 
-TEST_P(ReferenceTest, oneProcessHasOneHandleForANode) {
-    const uint32_t first = give(kPtr);
-    EXPECT_EQ(give(kPtr), first);
-    EXPECT_NE(give(kPtr + 8), first);
-}
-
-TEST_P(ReferenceTest, theLowestFreeHandleIsGivenFirst) {
+TEST_P(ReferenceTest, aNodeHasOneHandleInAProcessTheLowestThatIsFree) {
     EXPECT_EQ(give(kPtr), 1u);
+    EXPECT_EQ(give(kPtr), 1u);
+    mServer.write(Commands().count(BC_RELEASE, 1));  // one of two
     EXPECT_EQ(give(kPtr + 8), 2u);
     EXPECT_EQ(give(kPtr + 16), 3u);
     mServer.write(Commands().count(BC_RELEASE, 3).count(BC_RELEASE, 1));
@@ -134,34 +108,20 @@ TEST_P(ReferenceTest, aNodeThatComesHomeIsTheOwnersObjectAgain) {
     EXPECT_EQ(home.cookie, kCookie);
 }
 
-TEST_P(ReferenceTest, aHandlePassedOnIsAHandleOfTheSameNodeThere) {
+TEST_P(ReferenceTest, aHandlePassedOnIsAHandleOfTheSameNodeThereAlsoOfADeadOne) {
     PeerClient third(path());
     const uint32_t handle = give(kPtr);
-    third.write(Commands().call(0, 1));
-    const Return call = mServer.expect(BR_TRANSACTION);
-    mServer.write(Commands().freeBuffer(call).reply(Payload().handle(handle)));
-    const Return reply = third.expectReply();
-    third.write(Commands().call(reply.object(0).handle, 77));
+    third.write(Commands().call(third.takeNode(&mServer, Payload().handle(handle)), 77));
     mClient.write(Commands().looper());
-    const Return direct = mClient.expect(BR_TRANSACTION);
+    const Return direct = mClient.serve();
     EXPECT_EQ(direct.data().code, 77u);
     EXPECT_EQ(direct.data().target.ptr, kPtr);
-}
-
-TEST_P(ReferenceTest, aDeadNodesHandleCanBePassedOnAndIsDeadThereToo) {
-    PeerClient third(path());
-    uint32_t handle = 0;
-    {
-        PeerClient mortal(path());
-        mortal.write(Commands().call(0, 1, Payload().node(kPtr)));
-        handle = serverKeeps();
-    }
-    third.write(Commands().call(0, 1));
-    const Return call = mServer.expect(BR_TRANSACTION);
-    mServer.write(Commands().freeBuffer(call).reply(Payload().handle(handle)));
-    const Return reply = third.expectReply();
-    third.write(Commands().call(reply.object(0).handle, 1));
-    (void)third.expect(BR_DEAD_REPLY);
+    (void)third.expectReply();
+    mClient.kill();
+    awaitStat("processes", 2);
+    PeerClient fourth(path());
+    fourth.write(Commands().call(fourth.takeNode(&mServer, Payload().handle(handle)), 1));
+    (void)fourth.expect(BR_DEAD_REPLY);
 }
 
 TEST_P(ReferenceTest, theContextManagerHoldsNoHandleOnItselfAndOthersHaveZero) {

@@ -8,14 +8,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <filesystem>
 #include <list>
 #include <optional>
 
 #include "Bare.h"
 #include "RawClient.h"
-#include "embedded/StatsClient.h"
+#include "TestHub.h"
 #include "hub/Listening.h"
 #include "hub/Server.h"
 
@@ -52,23 +51,7 @@ protected:
         return server;
     }
 
-    /** Whether all clients have gone before a deadline. */
-    [[nodiscard]] bool becomesEmpty() const {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-        while (std::chrono::steady_clock::now() < deadline) {
-            std::string text, error;
-            const bool asked = readHubStats(path(), &text, &error);
-            if (asked && text.find("connections=1\n") != std::string::npos) return true;
-        }
-        return false;
-    }
-
-    [[nodiscard]] uint64_t count(const std::string& name) const {
-        std::string text, error;
-        EXPECT_TRUE(readHubStats(path(), &text, &error)) << error;
-        const size_t at = ("\n" + text).find("\n" + name + "=");
-        return std::stoull(text.substr(at + name.size() + 1));
-    }
+    [[nodiscard]] uint64_t count(const std::string& name) const { return statsAt(path()).at(name); }
 
     static void stop(const Child& server) {
         server.signal(SIGSTOP);
@@ -115,7 +98,7 @@ TEST_F(ServerTest, aFullHubRefusesAndSaysSoOnceUntilManyHaveGone) {
         EXPECT_EQ(held.size(), 5u) << "each has a connection and a watch of its end";
         EXPECT_EQ(refused, 25);
         held.clear();
-        EXPECT_TRUE(becomesEmpty());
+        awaitStatAt(path(), "connections", 1);
     }
     server->killAndWait();
     const std::string said = log();
@@ -170,8 +153,7 @@ void haveFewDescriptors() {
 
 /** A process that has handed out a node and waits for work, which it does not read. */
 struct Deaf {
-    Deaf(const std::string& path, RawClient* registry)
-          : process(path), thread((process.becomeProcess(), path), process) {
+    Deaf(const std::string& path, RawClient* registry) : bare(path) {
         const Payload node = Payload().node(8);
         frame::Transaction head;
         head.data.flags = TF_ONE_WAY;
@@ -183,15 +165,14 @@ struct Deaf {
         appendBytes(&bytes, head);
         bytes.insert(bytes.end(), node.bytes.begin(), node.bytes.end());
         appendBytes(&bytes, node.offsets[0]);
-        require(thread.send(bytes) == 0, "send");
+        require(bare.thread.send(bytes) == 0, "send");
         const Return offer = registry->expect(BR_TRANSACTION);
         handle = offer.object(0).handle;
         registry->write(Commands().count(BC_ACQUIRE, handle).freeBuffer(offer));
-        require(thread.firstReturn() == BR_INCREFS, "offer");
-        require(thread.send(bytesOf(frame::Header{.flags = frame::kRead})) == 0, "read");
+        require(bare.thread.firstReturn() == BR_INCREFS, "offer");
+        require(bare.thread.send(bytesOf(frame::Header{.flags = frame::kRead})) == 0, "read");
     }
-    Bare process;
-    Bare thread;
+    BareProcess bare;
     uint32_t handle = 0;
 };
 
@@ -209,8 +190,7 @@ TEST_F(ServerTest, noReceiverSuffersWhenOthersLeaveTooManyDescriptorsOnTheirWay)
     std::list<Deaf> receivers;
     for (int i = 0; i < 5; i++) {
         Deaf& each = receivers.emplace_back(path(), &registry);
-        registry.write(Commands().oneway(each.handle, 1, payload));
-        (void)registry.expect(BR_TRANSACTION_COMPLETE);
+        registry.post(each.handle, 1, payload);
     }
     EXPECT_EQ(count("processes"), 6u);
     // Three are on their way; the others were given up.
@@ -224,36 +204,20 @@ TEST_F(ServerTest, aDeathIsToldBeforeWhatIsSaidAfterItByOneWhoWasHeardBefore) {
     RawClient registry(path());
     registry.publish();
     std::optional<RawClient> mortal(path());
-    mortal->write(Commands().call(0, 1, Payload().node(8)));
-    const Return call = registry.expect(BR_TRANSACTION);
-    const uint32_t handle = call.object(0).handle;
-    registry.write(Commands()
-                           .count(BC_ACQUIRE, handle)
-                           .death(BC_REQUEST_DEATH_NOTIFICATION, handle, /*cookie=*/1)
-                           .freeBuffer(call)
-                           .reply());
-    (void)registry.expect(BR_TRANSACTION_COMPLETE);
-    (void)mortal->expectReply();
+    const uint32_t handle = mortal->giveNode(&registry);
+    registry.write(Commands().death(BC_REQUEST_DEATH_NOTIFICATION, handle, kCookie));
 
-    Bare process(path());
-    process.becomeProcess();
-    const Bare speaker(path(), process);
+    const BareProcess bare(path());
+    const Bare& speaker = bare.thread;
     std::list<Bare> crowd;
-    auto longFrame = bytesOf(frame::Header{});
-    while (longFrame.size() < 100 * 1024) {
-        for (const uint32_t command : {BC_INCREFS, BC_DECREFS}) {
-            appendBytes(&longFrame, command);
-            appendBytes(&longFrame, uint32_t{0});
-        }
-    }
     for (int i = 0; i < 8; i++)
-        crowd.emplace_back(path(), process);
+        crowd.emplace_back(path(), bare.process);
     // The speaker is heard first in a round that the crowd makes long: its connection stands
     // before that of the one that dies when the hub looks again.
     stop(*server);
     ASSERT_EQ(speaker.send(soundFrame(kUnknownHandle, frame::kRead)), 0);
     for (const Bare& each : crowd)
-        ASSERT_EQ(each.send(longFrame), 0);
+        ASSERT_EQ(each.send(longFrame(100 * 1024)), 0);
     server->signal(SIGCONT);
     EXPECT_EQ(speaker.firstReturn(), BR_FAILED_REPLY);
     stop(*server);

@@ -56,30 +56,19 @@ public:
         for (int step = 0; step < steps; step++) {
             mTranscript << "step " << step << "\n";
             std::unique_ptr<Party>& member = mMembers.at(random(mMembers.size()));
-            switch (random(16)) {
-                case 0:
-                case 1:
-                    kill(&member);
-                    break;
-                case 2:
-                case 3:
-                case 4:
-                case 5:
-                    link(member.get());
-                    break;
-                case 6:
-                    clear(member.get());
-                    break;
-                case 7:
-                    release(member.get());
-                    break;
-                case 8:
-                case 9:
-                    post(member.get());
-                    break;
-                default:
-                    call(member.get());
-                    break;
+            const size_t deed = random(16);
+            if (deed < 2) {
+                kill(&member);
+            } else if (deed < 6) {
+                link(member.get());
+            } else if (deed < 7) {
+                clear(member.get());
+            } else if (deed < 8) {
+                release(member.get());
+            } else if (deed < 10) {
+                post(member.get());
+            } else {
+                call(member.get());
             }
             settle();
         }
@@ -228,54 +217,50 @@ private:
             note(*party, each);
             const auto object = each.as<binder_ptr_cookie>();
             const bool oneway = (each.data().flags & TF_ONE_WAY) != 0;
+            Commands answer;
             switch (each.command) {
                 case BR_INCREFS:
-                    party->client.write(
-                            Commands().object(BC_INCREFS_DONE, object.ptr, object.cookie));
+                    answer.object(BC_INCREFS_DONE, object.ptr, object.cookie);
                     break;
                 case BR_ACQUIRE:
-                    party->client.write(
-                            Commands().object(BC_ACQUIRE_DONE, object.ptr, object.cookie));
+                    answer.object(BC_ACQUIRE_DONE, object.ptr, object.cookie);
                     break;
                 case BR_DEAD_BINDER:
-                    party->client.write(Commands().deadDone(each.as<uint64_t>()));
+                    answer.deadDone(each.as<uint64_t>());
                     break;
                 case BR_TRANSACTION:
                     if (!oneway && until == Until::Call) return each;
                     if (oneway && each.data().code == kMark && until == Until::Mark) return each;
                     keep(party, each);
-                    party->client.write(Commands().freeBuffer(each));
+                    answer.freeBuffer(each);
                     break;
                 case BR_REPLY:
                 case BR_DEAD_REPLY:
                 case BR_FAILED_REPLY:
                     if (until == Until::Answer) return each;
-                    break;
+                    continue;
                 default:
-                    break;
+                    continue;
             }
+            party->client.write(answer);
         }
     }
 
     void note(const Party& party, const Return& each) {
         mTranscript << party.number << " " << StepClient::name(each.command);
-        if (each.carriesBuffer()) {
-            const auto data = each.data();
-            if (each.command == BR_TRANSACTION) {
-                const auto sender =
-                        std::find_if(mMembers.begin(), mMembers.end(), [&](const auto& member) {
-                            return member && member->client.pid() == data.sender_pid;
-                        });
-                mTranscript << " of " << (sender == mMembers.end() ? 0 : (*sender)->number)
-                            << " at " << data.target.ptr << "/" << data.cookie << " code "
-                            << data.code;
+        const auto data = each.data();
+        if (each.command == BR_TRANSACTION) {
+            int sender = 0;
+            for (const auto& member : mMembers) {
+                if (member && member->client.pid() == data.sender_pid) sender = member->number;
             }
+            mTranscript << " of " << sender << " at " << data.target.ptr << "/" << data.cookie
+                        << " code " << data.code;
+        }
+        if (each.carriesBuffer()) {
+            const size_t text = each.offsets.empty() ? data.data_size : each.offsets[0];
             mTranscript << " flags " << data.flags << " size " << data.data_size << " '"
-                        << each.text()
-                                   .substr(0,
-                                           each.offsets.empty() ? data.data_size : each.offsets[0])
-                                   .c_str()
-                        << "'";
+                        << each.text().substr(0, text).c_str() << "'";
             for (size_t i = 0; i < each.offsets.size(); i++) {
                 const flat_binder_object object = each.object(i);
                 mTranscript << " " << object.hdr.type << ":" << object.binder << "/"
@@ -319,9 +304,21 @@ std::string withoutCompletions(const std::string& transcript) {
     return out;
 }
 
-class SessionTest : public DriverFixture {};
-
 constexpr int kSteps = 60;
+
+class SessionTest : public DriverFixture {
+protected:
+    [[nodiscard]] std::string play(uint32_t seed, PeerClient::As as = PeerClient::As::Tester) {
+        return Session(
+                       path(), [this] { return stats(); }, seed, as)
+                .play(kSteps);
+    }
+    static std::string playOn(const TestHub& hub, uint32_t seed) {
+        return Session(
+                       hub.path(), [&hub] { return hub.stats(); }, seed)
+                .play(kSteps);
+    }
+};
 
 /** What sessions may not be without. */
 const char* const kKinds[] = {
@@ -334,13 +331,8 @@ TEST_P(SessionTest, aSessionHasTheSameTranscriptAsOnAHub) {
     for (const uint32_t seed : {1u, 2u, 3u}) {
         SCOPED_TRACE(seed);
         const TestHub reference;
-        const std::string wanted =
-                Session(
-                        reference.path(), [&] { return reference.stats(); }, seed)
-                        .play(kSteps);
-        const std::string seen = Session(
-                                         path(), [this] { return stats(); }, seed)
-                                         .play(kSteps);
+        const std::string wanted = playOn(reference, seed);
+        const std::string seen = play(seed);
         EXPECT_TRUE(seen == wanted) << firstDifference(seen, wanted);
         all += wanted;
         awaitStat("processes", 0);
@@ -351,17 +343,12 @@ TEST_P(SessionTest, aSessionHasTheSameTranscriptAsOnAHub) {
 
 TEST_P(SessionTest, aSessionOfOrdinaryUsersHasTheSameTranscriptAsOneOfRoot) {
     if (onKernel() || geteuid() != 0) GTEST_SKIP() << "only a hub has two ways for one-way calls";
+    constexpr uint32_t kSeed = 4;
     // Only who was context manager first may be it again.
     const TestHub reference;
-    const std::string wanted = Session(
-                                       reference.path(), [&] { return reference.stats(); },
-                                       /*seed=*/4)
-                                       .play(kSteps);
+    const std::string wanted = playOn(reference, kSeed);
     EXPECT_EQ(reference.stats().at("letters_taken"), 0u);
-    const std::string seen =
-            Session(
-                    path(), [this] { return stats(); }, /*seed=*/4, PeerClient::As::Ordinary)
-                    .play(kSteps);
+    const std::string seen = play(kSeed, PeerClient::As::Ordinary);
     // A letter's completion is its own driver's, and may be read before what waits in the hub.
     EXPECT_NE(seen, wanted) << "it no longer is: compare them as they are";
     const std::string ours = withoutCompletions(seen), theirs = withoutCompletions(wanted);

@@ -4,8 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -35,7 +33,7 @@ TestHub::TestHub(int controlFd) : mControlFd(controlFd) {
 }
 
 TestHub::~TestHub() {
-    if (mHub > 0) stopHub(SIGTERM);
+    if (mHub) stopHub(SIGTERM);
     std::filesystem::remove_all(mFolder);
 }
 
@@ -46,19 +44,14 @@ void TestHub::startHub() {
     const std::string socket = path();
     const std::string readyFd = std::to_string(ready[1]);
     const std::string controlFd = std::to_string(mControlFd);
-    const pid_t parent = getpid();
-    mHub = fork();
-    ASSERT_GE(mHub, 0);
-    if (mHub == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent) _exit(1);
+    mHub = std::make_unique<Child>([&](Child::Door&) {
+        alarm(0);
         close(ready[0]);
         if (mControlFd >= 0) fcntl(mControlFd, F_SETFD, 0);
         execl(program.c_str(), "binderhub", "--socket", socket.c_str(), "--ready-fd",
               readyFd.c_str(), mControlFd < 0 ? nullptr : "--control-fd", controlFd.c_str(),
               nullptr);
-        _exit(127);
-    }
+    });
     close(ready[1]);
     pollfd wait{ready[0], POLLIN, 0};
     char byte = 1;
@@ -68,20 +61,15 @@ void TestHub::startHub() {
 }
 
 void TestHub::stopHub(int signal) {
-    kill(mHub, signal);
-    int status = 0;
-    EXPECT_EQ(waitpid(mHub, &status, 0), mHub);
-    if (signal == SIGTERM) {
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
-                << "the hub ended with wait status " << status;
-    }
-    mHub = -1;
+    mHub->signal(signal);
+    EXPECT_EQ(mHub->wait(), signal == SIGTERM ? 0 : -signal);
+    mHub.reset();
 }
 
-Stats TestHub::stats() const {
+Stats statsAt(const std::string& path) {
     std::string text;
     std::string error;
-    EXPECT_TRUE(readHubStats(path(), &text, &error)) << error;
+    if (!readHubStats(path, &text, &error)) return {};
     Stats out;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
@@ -91,10 +79,19 @@ Stats TestHub::stats() const {
     return out;
 }
 
-void TestHub::awaitStat(const std::string& name, uint64_t value) const {
-    const Stats last = lookUntil([this] { return stats(); },
-                                 [&](const Stats& now) { return now.at(name) == value; });
-    EXPECT_EQ(last.at(name), value) << name;
+void awaitStatAt(const std::string& path, const std::string& name, uint64_t value) {
+    const auto right = [&](const Stats& now) {
+        return now.contains(name) && now.at(name) == value;
+    };
+    const Stats last = lookUntil([&] { return statsAt(path); }, right);
+    EXPECT_TRUE(right(last)) << name << " is not " << value << " but "
+                             << (last.contains(name) ? last.at(name) : 0);
+}
+
+Stats TestHub::stats() const {
+    Stats out = statsAt(path());
+    EXPECT_FALSE(out.empty()) << "the hub does not answer";
+    return out;
 }
 
 }  // namespace binderhost::tests
