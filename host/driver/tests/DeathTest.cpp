@@ -23,6 +23,11 @@ protected:
         out.death(command, mHandle, kCookie);
         return out;
     }
+    /** Returns when its end has become known: a driver may learn of it after its parent does. */
+    void endService() {
+        mService.reset();
+        awaitStat("processes", 1);
+    }
     void expectDead() { EXPECT_EQ(mRegistry.expect(BR_DEAD_BINDER).as<uint64_t>(), kCookie); }
 
     PeerClient mRegistry{path()};
@@ -45,8 +50,7 @@ TEST_P(DeathTest, aLinkedProcessIsToldOnceWhenTheNodesOwnerDies) {
 
 TEST_P(DeathTest, aLinkToADeadNodeIsAnsweredAtOnce) {
     keepNode(/*linked=*/false);
-    mService.reset();
-    awaitStat("processes", 1);
+    endService();
     mRegistry.write(link(BC_REQUEST_DEATH_NOTIFICATION));
     expectDead();
 }
@@ -55,16 +59,15 @@ TEST_P(DeathTest, aClearedLinkIsConfirmedAndItsNodesDeathIsNotTold) {
     keepNode();
     mRegistry.write(link(BC_CLEAR_DEATH_NOTIFICATION));
     EXPECT_EQ(mRegistry.expect(BR_CLEAR_DEATH_NOTIFICATION_DONE).as<uint64_t>(), kCookie);
-    mService.reset();
-    awaitStat("processes", 1);
+    endService();
     expectStat("queued", 0u);
     expectStat("death_links", 0u);
 }
 
 TEST_P(DeathTest, clearingALinkWhoseNoticeIsUnreadGivesDeadAndThenClearDone) {
     keepNode();
-    mService.reset();
-    awaitStat("queued", 1);
+    endService();
+    expectStat("queued", 1);
     mRegistry.write(link(BC_CLEAR_DEATH_NOTIFICATION));
     EXPECT_EQ(mRegistry.next().command, uint32_t{BR_DEAD_BINDER});
     mRegistry.write(Commands().deadDone(kCookie));
@@ -98,8 +101,8 @@ TEST_P(DeathTest, aSecondLinkWrongHandlesAndWrongCookiesAreIgnored) {
 
 TEST_P(DeathTest, aLinkGoesWithItsLastReference) {
     keepNode();
-    mService.reset();
-    awaitStat("queued", 1);
+    endService();
+    expectStat("queued", 1);
     mRegistry.write(Commands().count(BC_RELEASE, mHandle));
     expectStat("death_links", 0u);
     PeerClient client(path());
