@@ -66,11 +66,14 @@ protected:
         return "";
     }
 
+    /** The game is in front, and the daemon has heard all that there was to hear of that. */
     void startGame() {
         mHeadset->startApp(kGame);
         mHeadset->showActivity(kGame);
         mHeadset->reportXrSession(kGame, Headset::kVisible);
         mHeadset->expect(kShell, {{{kShell, kBoth}, {kGame, kBoth}}, kGame, kGame, ""});
+        // The answers are the right ones before the last notice is handled.
+        mHeadset->settle();
     }
 
     static Json::Value operation(const std::string& op) { return sim::operation(op); }
