@@ -56,6 +56,24 @@ protected:
              "wait until focus game none within=600\n");
     }
 
+    /** Plays what it would play, but after this step waits for a text in the daemon's log. */
+    void playUntilLogged(const std::string& step, const std::string& text) {
+        std::string scenario;
+        ASSERT_TRUE(android::base::ReadFileToString(mLaunch.arguments.back(), &scenario));
+        const size_t found = scenario.find(step);
+        ASSERT_NE(found, std::string::npos);
+        scenario.insert(found + step.size(), "wait until log \"" + text + "\" within=600\n");
+        play(scenario);
+    }
+
+    /** Writes to the log of the daemon of the one session that runs. */
+    void log(const std::string& line) const {
+        for (const auto& entry : fs::directory_iterator(mTemp.path)) {
+            const fs::path file = entry.path() / "vrfocus.log";
+            if (fs::exists(file)) std::ofstream(file, std::ios::app) << line;
+        }
+    }
+
     /** What a process has started, by name: services by that of their service. */
     static std::map<std::string, pid_t> childrenOf(pid_t parent) {
         std::map<std::string, pid_t> children;
@@ -105,9 +123,11 @@ void expectWholeScenario(RunningProgram& headset) {
 }
 
 TEST_F(HeadsetProgramTest, playsToItsEndAndLeavesNothing) {
+    playUntilLogged("report game visible\n", "the test has looked");
     RunningProgram headset(mLaunch);
-    ASSERT_TRUE(headset.prints("game reports its XR session visible")) << headset.text();
+    ASSERT_TRUE(headset.prints("wait until log")) << headset.text();
     const auto children = childrenOf(headset.process().pid());
+    log("the test has looked\n");
     expectWholeScenario(headset);
     EXPECT_EQ(children.size(), kCoreProcesses + 6 + 4) << "shell, game, observer, telemetry";
     expectGone(children);
@@ -235,8 +255,9 @@ TEST_F(HeadsetProgramTest, aStopInTheMiddleLeavesNoProcessAndNoFolder) {
 }
 
 TEST_F(HeadsetProgramTest, aStopWhileItStartsLeavesNothingEither) {
+    playForLong();
     RunningProgram headset(mLaunch);
-    ASSERT_TRUE(headset.prints("start shell")) << headset.text();
+    ASSERT_TRUE(headset.prints("start game")) << headset.text();
     headset.process().signal(SIGTERM);
     EXPECT_EQ(headset.finish(), 128 + SIGTERM) << headset.text();
     EXPECT_EQ(leftovers(), 0u);
