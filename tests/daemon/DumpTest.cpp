@@ -122,6 +122,8 @@ protected:
             const auto notice = caller->raw().expect(BR_TRANSACTION);
             caller->raw().write(binderhost::tests::Commands().freeBuffer(notice));
         }
+        // Else the next of this pid would be refused until the daemon hears of this one's death.
+        EXPECT_TRUE(isRefused(caller->call(kUnregisterVrTopActivityListener), 0));
         EXPECT_TRUE(makeCaller()->isAnswered());
         const tools::Transcript told = dumpsys({});
         EXPECT_EQ(told.status, 0) << told.err;
