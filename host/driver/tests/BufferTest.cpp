@@ -232,6 +232,7 @@ TEST_P(BufferTest, aReceiverWithNoDescriptorLeftFailsTheCallAndLosesNone) {
     unique_fd in(ends[1]);
     mClient.write(Commands().call(handle, 1, Payload().descriptor(in.get()).descriptor(in.get())));
     in.reset();
+    expectStat("buffers", 1u);  // a hub has taken it
     other.post(0, 2, "after it");
     // Room for one of the two only.
     EXPECT_EQ(mServer.run(&leaveDescriptors, 1), 0);

@@ -84,6 +84,7 @@ TEST_P(ReferenceTest, aNodeHasOneHandleInAProcessTheLowestThatIsFree) {
     EXPECT_EQ(give(kPtr + 8), 2u);
     EXPECT_EQ(give(kPtr + 16), 3u);
     mServer.write(Commands().count(BC_RELEASE, 3).count(BC_RELEASE, 1));
+    expectStat("handles", 1u);
     EXPECT_EQ(give(kPtr + 24), 1u);
     EXPECT_EQ(give(kPtr + 32), 3u);
     EXPECT_EQ(give(kPtr + 40), 4u);

@@ -186,6 +186,7 @@ private:
 
     /** Everybody reads to the end. */
     void settle() {
+        (void)mStats();
         for (const auto& member : mMembers) {
             mRegistry.client.write(Commands().oneway(member->mark, kMark));
             readToMark(member.get());
@@ -196,6 +197,7 @@ private:
     }
     void readToMark(Party* party) {
         party->client.write(Commands().freeBuffer(readUntil(party, Until::Mark)));
+        (void)mStats();  // what it wrote comes before the next mark
     }
 
     /** The receiver holds what came with a message. */
