@@ -31,15 +31,17 @@ struct Pipe {
 
 TEST_F(DumpsysFaults, StuckServiceIsGivenUpWhenTheTimeIsOver) {
     addStuckService("vrfocus");
-    callMain({"-T", "50", "vrfocus"});
+    // Long enough for what is said before it is stuck.
+    callMain({"-T", "2000", "vrfocus"});
     expectEnded(1, "");
-    EXPECT_EQ(mOut, "begun\n\n*** SERVICE 'vrfocus' DUMP TIMEOUT (50ms) EXPIRED ***\n\n");
+    EXPECT_EQ(mOut, "begun\n\n*** SERVICE 'vrfocus' DUMP TIMEOUT (2000ms) EXPIRED ***\n\n");
 }
 
 TEST_F(DumpsysFaults, StuckServiceDoesNotKeepTheOthersFromBeingPrinted) {
     addStuckService("a");
     addServiceSaying("b", "running\n");
-    callMain({"-T", "50"});
+    // Long enough for the one that does answer.
+    callMain({"-T", "2000"});
     expectEnded(1, "");
     EXPECT_EQ(withoutTimes(mOut),
               "Currently running services:\n"
@@ -48,7 +50,7 @@ TEST_F(DumpsysFaults, StuckServiceDoesNotKeepTheOthersFromBeingPrinted) {
               "-------------------------------------------------------------------------------\n"
               "DUMP OF SERVICE a:\n"
               "begun\n"
-              "\n*** SERVICE 'a' DUMP TIMEOUT (50ms) EXPIRED ***\n\n"
+              "\n*** SERVICE 'a' DUMP TIMEOUT (2000ms) EXPIRED ***\n\n"
               "--------- DURATION of a at TIME\n"
               "-------------------------------------------------------------------------------\n"
               "DUMP OF SERVICE b:\n"
