@@ -198,8 +198,14 @@ protected:
     }
 
     static constexpr size_t kCalls = 300;
-    [[maybe_unused]] static constexpr uint64_t kFirstTolerance = 4 << 20;
-    [[maybe_unused]] static constexpr uint64_t kTolerance = 512 << 10;
+    static constexpr uint64_t kFirstTolerance = 4 << 20;
+    /** Of each further time. */
+    static constexpr uint64_t kTolerance = 512 << 10;
+#ifdef UNDER_SANITIZER
+    static constexpr bool kComparesMemory = false;
+#else
+    static constexpr bool kComparesMemory = true;
+#endif
 
 private:
     /** The code of the call that was served. */
@@ -238,7 +244,13 @@ TEST_F(AttackTest, othersCallOnWhateverOneDoesAndNothingOfItStays) {
     callOnce();
     const Stats before = stats();
     std::vector<uint64_t> held = {memory()};
-    for (int pass = 0; pass < 2; pass++) {
+    const auto growsMore = [&held] {
+        const size_t passes = held.size() - 1;
+        return passes > 1 && held.back() > held[1] + (passes - 1) * kTolerance;
+    };
+    // How much is queued at once is up to who gets to run, so that a pass may once need more than
+    // those before it. A leak grows with each, and as much in the mean of several.
+    for (int pass = 0; pass < 2 || (kComparesMemory && growsMore() && pass < 5); pass++) {
         for (const Attack& attack : kAttacks) {
             attackWhileOthersCall(attack);
             ASSERT_FALSE(HasFatalFailure());
@@ -249,11 +261,11 @@ TEST_F(AttackTest, othersCallOnWhateverOneDoesAndNothingOfItStays) {
         }
         held.push_back(memory());
     }
-#ifndef UNDER_SANITIZER
-    // What a first time leaves is the allocator's and the tables'; a leak grows with each.
-    EXPECT_LE(held[1], held[0] + kFirstTolerance);
-    EXPECT_LE(held[2], held[1] + kTolerance);
-#endif
+    if (kComparesMemory) {
+        // What a first time leaves is the allocator's and the tables'.
+        EXPECT_LE(held[1], held[0] + kFirstTolerance);
+        EXPECT_FALSE(growsMore()) << ::testing::PrintToString(held);
+    }
 }
 
 }  // namespace
