@@ -218,8 +218,9 @@ bool BinderClient<T>::attemptConnection() {
     {
         const std::lock_guard<std::mutex> lock(mServiceMutex);
         mService = service;
-        // Fails only for a binder whose death this process has been told of, which is not handed
-        // out again, and for a local one, which cannot die.
+        // Fails for a local binder, which cannot die, and for one whose death this process has been
+        // told of while something still holds it: the service manager hands that one out only until
+        // it has been told as well.
         (void)binder->linkToDeath(mDeathRecipient, /*cookie=*/nullptr, /*flags=*/0);
     }
     mOnConnected(service);
