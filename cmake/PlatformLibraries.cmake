@@ -26,7 +26,10 @@ find_library(PLATFORM_LIBBASE base PATHS ${PLATFORM_LIBDIR} NO_DEFAULT_PATH REQU
 find_package(Threads REQUIRED)
 
 add_library(platform_base INTERFACE)
-target_include_directories(platform_base SYSTEM INTERFACE ${PLATFORM_INCLUDE})
+# Stands before either folder of the platform's headers.
+set(PLATFORM_GCC_INCLUDE ${CMAKE_CURRENT_LIST_DIR}/gcc)
+target_include_directories(platform_base SYSTEM INTERFACE ${PLATFORM_GCC_INCLUDE}
+                           ${PLATFORM_INCLUDE})
 target_link_libraries(platform_base INTERFACE ${PLATFORM_LIBUTILS} ${PLATFORM_LIBCUTILS}
                       ${PLATFORM_LIBLOG} ${PLATFORM_LIBBASE} Threads::Threads)
 set(CMAKE_BUILD_RPATH ${PLATFORM_LIBDIR})

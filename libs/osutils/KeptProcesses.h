@@ -25,7 +25,7 @@
 // time that the question itself takes.
 #pragma once
 
-#include <osutils/ThreadAnnotations.h>
+#include <android-base/thread_annotations.h>
 #include <stddef.h>
 #include <sys/types.h>
 

@@ -21,11 +21,11 @@
 // mThreadMutex. No callback and no outgoing call runs under mServiceMutex.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <binder/IBinder.h>
 #include <binder/IInterface.h>
 #include <binder/IServiceManager.h>
 #include <log/log.h>
-#include <osutils/ThreadAnnotations.h>
 #include <utils/String16.h>
 #include <utils/StrongPointer.h>
 

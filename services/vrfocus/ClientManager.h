@@ -14,7 +14,7 @@
 #include "FocusClientWithMetadata.h"
 #include "FocusType.h"
 
-#include <osutils/ThreadAnnotations.h>
+#include <android-base/thread_annotations.h>
 #include <memory>
 #include <mutex>
 #include <optional>

@@ -21,8 +21,8 @@
 // Threads: every operation may run on any number of binder threads at once.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <json/value.h>
-#include <osutils/ThreadAnnotations.h>
 #include <utils/String16.h>
 #include <utils/Vector.h>
 #include <velmar/internal/ClientStatus.h>

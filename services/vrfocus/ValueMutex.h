@@ -8,7 +8,7 @@
 //      const bool isNew = ids.access([&](std::set<int>& set) { return set.insert(3).second; });
 #pragma once
 
-#include <osutils/ThreadAnnotations.h>
+#include <android-base/thread_annotations.h>
 #include <mutex>
 #include <utility>
 

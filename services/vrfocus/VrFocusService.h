@@ -22,8 +22,8 @@
 // nobody. At most it keeps the service for the time of its own run.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <binder/IBinder.h>
-#include <osutils/ThreadAnnotations.h>
 #include <utils/String16.h>
 #include <utils/Vector.h>
 #include <velmar/internal/BnVrFocusService.h>

@@ -3,7 +3,7 @@
 // Call log: the order in which fakes were called, as lines of text. Any thread.
 #pragma once
 
-#include <osutils/ThreadAnnotations.h>
+#include <android-base/thread_annotations.h>
 #include <mutex>
 #include <string>
 #include <utility>

@@ -11,8 +11,8 @@
 // Limits: lookup and registration only. Any thread.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <binder/IServiceManager.h>
-#include <osutils/ThreadAnnotations.h>
 
 #include <functional>
 #include <map>

@@ -7,9 +7,9 @@
 // on the calling thread. Any thread.
 #pragma once
 
+#include <android-base/thread_annotations.h>
 #include <binder/IBinder.h>
 #include <log/log.h>
-#include <osutils/ThreadAnnotations.h>
 
 #include <algorithm>
 #include <functional>

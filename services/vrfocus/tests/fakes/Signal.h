@@ -3,7 +3,7 @@
 // Signal: something that happens a number of times, and can be waited for. Any thread.
 #pragma once
 
-#include <osutils/ThreadAnnotations.h>
+#include <android-base/thread_annotations.h>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
