@@ -5,26 +5,19 @@
 # their own, so any number may run at once; PROGRAMS says where the built programs stand.
 #
 # A test's own sources are compiled without optimisation: assertions are most of their code, and
-# optimising that takes longer than running it. VRFOCUS_PRECOMPILE_TESTS has them share one
-# precompiled header, which hides missing includes; builds without it show them.
+# optimising that takes longer than running it.
 enable_testing()
 find_package(GTest REQUIRED)
 
-option(VRFOCUS_PRECOMPILE_TESTS "Precompile the headers that most tests include" OFF)
 add_library(test_options INTERFACE)
 target_compile_options(test_options INTERFACE $<$<CONFIG:Debug>:-O0>)
-if(VRFOCUS_PRECOMPILE_TESTS)
-    # Without the time of its making, so that the same header is the same to ccache.
-    target_compile_options(test_options INTERFACE
-                           $<$<CXX_COMPILER_ID:Clang>:SHELL:-Xclang -fno-pch-timestamp>)
-    file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/test_headers.cpp CONTENT "")
-    add_library(test_headers OBJECT ${CMAKE_BINARY_DIR}/test_headers.cpp)
-    target_link_libraries(test_headers PRIVATE project_warnings test_options GTest::gmock)
-    target_precompile_headers(test_headers PRIVATE
-                              <gmock/gmock.h> <gtest/gtest.h>
-                              <algorithm> <array> <chrono> <condition_variable> <filesystem>
-                              <fstream> <functional> <future> <map> <memory> <mutex> <optional>
-                              <random> <set> <sstream> <string> <thread> <vector>)
+if(VRFOCUS_PRECOMPILE)
+    add_precompiled_headers(test_headers
+        HEADERS <gmock/gmock.h> <gtest/gtest.h>
+                <algorithm> <array> <chrono> <condition_variable> <filesystem> <fstream>
+                <functional> <future> <map> <memory> <mutex> <optional> <random> <set> <sstream>
+                <string> <thread> <vector>
+        LINK test_options GTest::gmock)
 endif()
 
 function(add_component_test NAME)
@@ -35,7 +28,7 @@ function(add_component_test NAME)
     add_executable(${NAME} ${ARG_SOURCES})
     target_link_libraries(${NAME} PRIVATE ${ARG_LINK} project_warnings test_options GTest::gmock
                           GTest::gtest_main)
-    if(VRFOCUS_PRECOMPILE_TESTS)
+    if(VRFOCUS_PRECOMPILE)
         target_precompile_headers(${NAME} REUSE_FROM test_headers)
     endif()
     target_include_directories(${NAME} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})

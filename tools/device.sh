@@ -81,9 +81,20 @@ boot_tests() {
         "cd $PWD && tools/vm_tests.sh $build $kDevice $*"
 }
 
-# boot_tests_shared 'TEST SECONDS'...: in two machines side by side, with a fair share each.
+# boot_selinux: the runtime's tests where the kernel has security contexts to tell, and two
+# processors.
+boot_selinux() {
+    local tests=()
+    local machine=("${machine[@]}" --argument security=selinux --argument selinux=1 --processors 2)
+    mapfile -t tests < <(device_tests binder_process_test)
+    boot_tests test-selinux "${tests[@]}" | sed 's/^/with SELinux and two processors: /'
+}
+
+# boot_tests_shared ALL 'TEST SECONDS'...: in two machines side by side, with a fair share each;
+# when ALL is 1, also what wants a machine of another kind.
 boot_tests_shared() {
-    local each status=0 first=() second=() left=0
+    local all=$1 each status=0 first=() second=() left=0
+    shift
     for each in "$@"; do
         if ((left > 0)); then
             second+=("$each")
@@ -98,24 +109,18 @@ boot_tests_shared() {
     # An interrupt does not reach what runs beside.
     trap 'kill "$other" 2>/dev/null || true' EXIT
     ((${#second[@]} == 0)) || boot_tests test-second "${second[@]}" || status=$?
+    ((!all)) || boot_selinux || status=$?
     wait "$other" || status=$?
     trap - EXIT
     return "$status"
 }
 
 run_tests() {
-    local tests=() status=0
+    local tests=()
     mapfile -t tests < <(device_tests "$@")
     ((${#tests[@]} && (${#tests[@]} == $# || $# == 0))) ||
         fail "no such test in tests/device.list: $*" 2
-    boot_tests_shared "${tests[@]}" || status=$?
-    (($# == 0)) || return "$status"
-    # Once more where the kernel has security contexts to tell, and two processors.
-    echo "with SELinux and two processors:"
-    machine+=(--argument security=selinux --argument selinux=1 --processors 2)
-    mapfile -t tests < <(device_tests binder_process_test)
-    boot_tests test-selinux "${tests[@]}" || status=$?
-    return "$status"
+    boot_tests_shared "$(($# == 0))" "${tests[@]}"
 }
 
 run_session() {
