@@ -60,7 +60,7 @@ TEST_F(ShellTest, aCommandHasTheStandardOutputAndTheStatusToItself) {
         int status;
     } rows[] = {{"sh -c 'exit 7'", 7},
                 {"sh -c 'kill -9 $$'", 128 + 9},
-                {"no-such-command", 127},
+                {"/no/such/command", 127},
                 {"dumpsys nothing", 1},
                 {"setprop", 2}};
     for (const auto& row : rows)
