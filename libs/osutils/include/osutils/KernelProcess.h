@@ -5,12 +5,7 @@
 // Behind <osutils/Process.h>, which services use: there the same questions may have other answers
 // where something else than the kernel knows processes too.
 //
-// Problem: a service knows its callers by pid only and must find out who they are, at every
-// decision. So each question costs as few system calls as it can: one, of a process that was asked
-// about before. For that two descriptors of each known process stay open, close-on-exec, in at most
-// half of the descriptors that the soft limit allows, and in no more than 4096.
-//
-// Threads: any. A forked child starts without what its parent kept, and keeps nothing itself.
+// Cost, limits and threads are those that Process.h tells: they come from here.
 #pragma once
 
 #include <stdint.h>
@@ -36,11 +31,11 @@ public:
         bool operator==(const Owner&) const = default;
     };
 
-    /** As Process::getProcessUid(). */
+    /** Empty when there is no such process: pids of 0 and less, and ids of other threads. */
     [[nodiscard]] static std::optional<Owner> getOwner(int pid);
-    /** As in Process. */
+    /** See Process::getProcessName(). */
     [[nodiscard]] static std::string getProcessName(int pid, bool full);
-    /** As in Process. */
+    /** See Process::isProcessAlive(). */
     [[nodiscard]] static bool isProcessAlive(int pid);
 };
 
